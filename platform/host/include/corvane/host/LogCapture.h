@@ -1,0 +1,35 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace corvane::host {
+
+// One line given to the platform log.
+struct LogLine {
+    int priority;  // android_LogPriority
+    std::string tag;
+    std::string text;
+};
+
+// Collects every platform log line of the process, at all priorities, while it lives. One at a time.
+class LogCapture {
+  public:
+    LogCapture();
+    ~LogCapture();
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    std::vector<LogLine> lines() const;
+    // Lines whose text contains `text`, in order.
+    std::vector<LogLine> matching(const std::string& text) const;
+    size_t count(const std::string& text) const { return matching(text).size(); }
+    // Blocks until `count` lines contain `text`; false after ten seconds without.
+    bool waitFor(const std::string& text, size_t count = 1) const;
+    void clear();
+};
+
+}  // namespace corvane::host

@@ -1,0 +1,52 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace corvane::host {
+
+// The host's performance service. The state lives here; the client library
+// "libhxw-perfd-client_system.so" is a separate shared object whose entry points use it.
+// All functions may be called from any thread.
+
+// One call that reached the service.
+struct PerfCall {
+    std::string entry;  // the entry point's symbol
+    int number;         // event, hint, request, lock handle or client id: its first integer
+    bool hasPackage;    // false when the package was a null pointer or the entry takes none
+    std::string package;
+    std::vector<int> args;  // the remaining integers, lists included
+    int result;
+    int64_t timeNs;      // systemTime at the call
+    uint64_t threadId;   // gettid of the caller
+    std::string thread;  // its name
+};
+
+class PerfService {
+  public:
+    // Loads the client library so that a later dlopen of its bare name finds this build of it:
+    // "full"; "missing-<symbol>" for each of the nine; "version-2.2", "version-2.3", "version-none".
+    // Without a call, a program outside build/ finds no client library. False when it cannot load.
+    static bool install(const std::string& variant = "full");
+
+    static void addGame(const std::string& package, int weight);
+    static void removeGame(const std::string& package);
+
+    static std::vector<PerfCall> calls();
+    static std::vector<PerfCall> calls(const std::string& entry, int number);
+    // Blocks until that many such calls were made; false after ten seconds without.
+    static bool waitForCalls(const std::string& entry, int number, size_t count);
+    static void clearCalls();
+
+    static bool hasCallback();
+    // Runs the registered callback's notifyCallback on the service's own thread and waits for it to
+    // return. False when none is registered.
+    static bool push(int hintId, const std::string& pkgName, int arg1, int arg2,
+                     const std::vector<int>& values);
+};
+
+}  // namespace corvane::host

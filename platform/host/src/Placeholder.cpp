@@ -1,0 +1,1 @@
+// Placeholder until the first host source lands.
