@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,7 @@ struct LogLine {
     int priority;  // android_LogPriority
     std::string tag;
     std::string text;
+    int64_t timeNs;  // systemTime at the call
 };
 
 // Collects every platform log line of the process, at all priorities, while it lives. One at a time.
