@@ -1,0 +1,89 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "corvane/host/LogCapture.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <iterator>
+#include <mutex>
+
+#include <android/log.h>
+#include <utils/Timers.h>
+
+#include "WaitLimit.h"
+
+namespace corvane::host {
+namespace {
+
+struct Sink {
+    std::mutex mutex;
+    std::condition_variable added;
+    std::vector<LogLine> lines;
+    int previousPriority = ANDROID_LOG_DEFAULT;
+};
+
+// Never destroyed: the library's detached threads may log until the process ends.
+Sink& sink() {
+    static auto* instance = new Sink;
+    return *instance;
+}
+
+void capture(const __android_logger_data* data, const char* message) {
+    LogLine line{data->priority, data->tag == nullptr ? "" : data->tag, message,
+                 systemTime(SYSTEM_TIME_MONOTONIC)};
+    Sink& s = sink();
+    const std::lock_guard<std::mutex> lock(s.mutex);
+    s.lines.push_back(std::move(line));
+    s.added.notify_all();
+}
+
+bool contains(const LogLine& line, const std::string& text) {
+    return line.text.find(text) != std::string::npos;
+}
+
+}  // namespace
+
+LogCapture::LogCapture() {
+    clear();
+    sink().previousPriority = __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
+    __android_log_set_logger(capture);
+}
+
+LogCapture::~LogCapture() {
+    __android_log_set_logger(__android_log_stderr_logger);
+    __android_log_set_minimum_priority(sink().previousPriority);
+}
+
+std::vector<LogLine> LogCapture::lines() const {
+    Sink& s = sink();
+    const std::lock_guard<std::mutex> lock(s.mutex);
+    return s.lines;
+}
+
+std::vector<LogLine> LogCapture::matching(const std::string& text) const {
+    Sink& s = sink();
+    const std::lock_guard<std::mutex> lock(s.mutex);
+    std::vector<LogLine> result;
+    std::copy_if(s.lines.begin(), s.lines.end(), std::back_inserter(result),
+                 [&](const LogLine& line) { return contains(line, text); });
+    return result;
+}
+
+bool LogCapture::waitFor(const std::string& text, size_t count) const {
+    Sink& s = sink();
+    std::unique_lock<std::mutex> lock(s.mutex);
+    return s.added.wait_for(lock, kWaitLimit, [&] {
+        const auto found = std::count_if(s.lines.begin(), s.lines.end(),
+                                         [&](const LogLine& line) { return contains(line, text); });
+        return static_cast<size_t>(found) >= count;
+    });
+}
+
+void LogCapture::clear() {
+    Sink& s = sink();
+    const std::lock_guard<std::mutex> lock(s.mutex);
+    s.lines.clear();
+}
+
+}  // namespace corvane::host
