@@ -1,0 +1,68 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <sys/types.h>
+
+namespace corvane::replay {
+
+// A process that queues buffers. Recordings do not tell user ids, so each process gets one of its
+// own; a layer whose producer cannot be told gets a process of its own.
+struct Process {
+    pid_t pid;
+    uid_t uid;
+};
+
+struct Layer {
+    std::string name;  // as the compositor's counter gives it, without the counter's own prefix
+    int32_t id = 0;
+    size_t process = 0;    // index into Recording::processes
+    int initialDepth = 0;  // buffers queued and not latched when the recording begins
+    int finalDepth = 0;    // and when it ends
+    size_t frames = 0;     // buffers queued
+};
+
+// One step of the recorded timeline; times count from the recording's first step.
+struct Step {
+    enum class Kind { kVsync, kQueue, kLatch };
+
+    int64_t timeNs;
+    Kind kind;
+    size_t layer;  // index into Recording::layers; unused for a vsync
+    int count;     // buffers taken by a latch; 1 for a queue, unused for a vsync
+};
+
+// What a compositor did while a phone was recorded: its vsyncs, and when each layer's buffers were
+// queued and latched.
+struct Recording {
+    std::vector<Process> processes;
+    std::vector<Layer> layers;
+    std::vector<Step> steps;  // in time's order; of one time, in the recording's
+    int64_t durationNs = 0;
+    int64_t vsyncPeriodNs = 0;  // the median interval, as it was measured
+    size_t vsyncs = 0;
+    size_t frames = 0;
+    size_t skippedLines = 0;   // damaged, or of a time far from all others
+    size_t skippedLayers = 0;  // beyond kMaxLayers, those with the fewest frames
+
+    // More layers than any phone shows at once; each may need a thread.
+    static constexpr size_t kMaxLayers = 128;
+};
+
+// Reads a recording from ftrace text. Without a result `error` says why, as the end of a sentence
+// that begins with the file's name.
+struct RecordingResult {
+    std::optional<Recording> recording;
+    std::string error;
+};
+RecordingResult parseRecording(std::string_view text);
+
+}  // namespace corvane::replay

@@ -1,0 +1,236 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "replay/Recording.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "TraceText.h"
+
+namespace corvane::replay {
+namespace {
+
+std::string bundled(const std::string& name) {
+    const auto path = std::filesystem::read_symlink("/proc/self/exe").parent_path() /
+            "recordings" / (name + ".systrace.txt");
+    std::ifstream file(path);
+    EXPECT_TRUE(file) << path;
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+Recording parse(const std::string& text) {
+    const auto result = parseRecording(text);
+    EXPECT_TRUE(result.recording) << result.error;
+    return result.recording.value_or(Recording{});
+}
+
+// The steps of one layer as text: "q1.500" for a queue at 1.5 ms, "l2.000x3" for a latch of three.
+std::string stepsOf(const Recording& recording, size_t layer) {
+    std::stringstream text;
+    text.precision(3);
+    text << std::fixed;
+    for (const auto& step : recording.steps) {
+        if (step.kind == Step::Kind::kVsync || step.layer != layer) continue;
+        const bool queue = step.kind == Step::Kind::kQueue;
+        text << (queue ? "q" : "l") << static_cast<double>(step.timeNs) / 1e6;
+        if (step.count != 1) text << "x" << step.count;
+        text << " ";
+    }
+    return text.str();
+}
+
+TEST(Recording, TheBundledOnesHoldWhatWasRecorded) {
+    const struct {
+        const char* name;
+        double seconds, periodMs;
+        size_t vsyncs;
+        struct {
+            const char* name;
+            int32_t id;
+            size_t frames;
+            pid_t pid;  // 0: made up
+        } layers[3];
+    } kCases[] = {
+            {"reader-60fps-stuffed", 4.169, 16.7, 250,
+             {{"SurfaceView[com.example.reader/com.example.reader.MainActivity](BLAST)#102", 102,
+               248, 2100},
+              {"StatusBar#0", 1, 3, 0}}},
+            {"arena-30fps-on-60hz", 2.555, 16.7, 154,
+             {{"SurfaceView[com.example.arena/com.example.arena.GameActivity](BLAST)#101", 101, 77,
+               1900},
+              {"StatusBar#0", 1, 3, 0}}},
+            {"launcher-scroll-two-layers", 2.188, 11.13, 139,
+             {{"com.example.launcher/com.example.launcher.Launcher#103", 103, 107, 2300},
+              {"com.example.wallpaper.LiveWallpaper#104", 104, 64, 0},
+              {"StatusBar#0", 1, 1, 0}}},
+    };
+    for (const auto& test : kCases) {
+        SCOPED_TRACE(test.name);
+        const Recording recording = parse(bundled(test.name));
+        EXPECT_NEAR(static_cast<double>(recording.durationNs) / 1e9, test.seconds, 0.01);
+        EXPECT_NEAR(static_cast<double>(recording.vsyncPeriodNs) / 1e6, test.periodMs, 0.05);
+        EXPECT_EQ(recording.vsyncs, test.vsyncs);
+        EXPECT_EQ(recording.skippedLines, 0U);
+        std::set<uid_t> uids;
+        for (size_t i = 0; i < recording.layers.size(); ++i) {
+            const Layer& layer = recording.layers[i];
+            const Process& process = recording.processes[layer.process];
+            ASSERT_LT(i, 3U);
+            EXPECT_EQ(layer.name, test.layers[i].name);
+            EXPECT_EQ(layer.id, test.layers[i].id);
+            EXPECT_EQ(layer.frames, test.layers[i].frames);
+            EXPECT_TRUE(test.layers[i].pid == 0 || process.pid == test.layers[i].pid);
+            EXPECT_GE(process.uid, 10000U);
+            EXPECT_TRUE(uids.insert(process.uid).second) << "every process has its own uid";
+        }
+    }
+}
+
+TEST(Recording, RisesAreQueuesAndFallsAreLatches) {
+    TraceText text;
+    text.vsyncs(0, 16.0, 4);
+    text.counter(1.0, "a/b#7", 1).counter(2.0, "a/b#7", 3).counter(3.0, "a/b#7", 3);
+    text.counter(4.0, "a/b#7", 1).counter(5.0, "a/b#7", 0);
+    text.counter(6.0, "c/d#8", 0).counter(7.0, "c/d#8", 1);   // begins with a latch
+    text.counter(8.0, "e/f#9", 2).counter(9.0, "e/f#9", 0);   // begins with the second of two
+    text.counter(9.5, "g/h#3", 0).counter(9.6, "g/h#3", 0);   // no frame at all
+    text.counter(9.7, "i/j#4", 1).counter(9.8, "i/j#4", 65);  // more than a queue can hold
+    const Recording recording = parse(text.str());
+    ASSERT_EQ(recording.layers.size(), 4U);
+    EXPECT_EQ(stepsOf(recording, 0), "q1.000 q2.000 q2.000 l4.000x2 l5.000 ");
+    EXPECT_EQ(stepsOf(recording, 1), "l6.000 q7.000 ");
+    EXPECT_EQ(stepsOf(recording, 2), "q8.000 l9.000x2 ");
+    EXPECT_EQ(stepsOf(recording, 3), "q9.700 ");
+    EXPECT_EQ(recording.layers[0].initialDepth, 0);
+    EXPECT_EQ(recording.layers[1].initialDepth, 1);
+    EXPECT_EQ(recording.layers[1].finalDepth, 1);
+    EXPECT_EQ(recording.layers[2].initialDepth, 1);
+    EXPECT_EQ(recording.skippedLines, 1U);
+    EXPECT_EQ(recording.frames, 6U);
+    EXPECT_EQ(recording.vsyncPeriodNs, 16'000'000);
+}
+
+TEST(Recording, OnlyTheCompositorsBufferCountersAreLayers) {
+    TraceText text;
+    text.vsyncs(0, 10.0, 3);
+    for (const char* name : {"BufferTX - a/b#7", "a/b#7", "TX - a/b#7", "QueuedBuffer - a/b#7",
+                             "a/b#7 fps", "a/b#7 duration", "a/b#", "#7", "plain"}) {
+        text.counter(1.0, name, 1);
+    }
+    text.counterOf(777, 1.0, "other/process#5", 1);
+    const Recording recording = parse(text.str());
+    ASSERT_EQ(recording.layers.size(), 1U);
+    EXPECT_EQ(recording.layers[0].name, "a/b#7");
+    EXPECT_EQ(recording.layers[0].frames, 1U);
+}
+
+TEST(Recording, EveryLayerGetsAnIdOfItsOwn) {
+    TraceText text;
+    text.vsyncs(0, 10.0, 3);
+    for (const char* name : {"a#0", "b#0", "c#1", "d#1", "e#99999999999"}) {
+        text.counter(1.0, name, 1);
+    }
+    const Recording recording = parse(text.str());
+    std::vector<int32_t> ids;
+    for (const auto& layer : recording.layers) ids.push_back(layer.id);
+    EXPECT_EQ(ids, (std::vector<int32_t>{2, 3, 1, 4, 5}));
+}
+
+TEST(Recording, ProducersComeFromTheQueueCallsOrAreMadeUp) {
+    TraceText text;
+    text.vsyncs(0, 10.0, 3);
+    for (int frame = 0; frame < 4; ++frame) {
+        const double ms = 5.0 * frame;
+        text.queueSlice(1000, ms, ms + 0.5).counter(ms + 0.2, "inside/x#1", frame % 2);
+        text.counter(ms + 1.5, "chance/x#5", frame % 2);  // that call was the layer's above
+        text.queueSlice(1000, ms + 2.0, ms + 2.2).counter(ms + 2.9, "after/x#2", frame % 2);
+        text.queueSlice(600, ms + 4.0, ms + 4.5).counter(ms + 4.2, "compositor/x#3", frame % 2);
+        text.counter(ms + 3.8, "nobody/x#4", frame % 2);
+    }
+    const Recording recording = parse(text.str());
+    ASSERT_EQ(recording.layers.size(), 5U);
+    const auto pid = [&](size_t i) { return recording.processes[recording.layers[i].process].pid; };
+    EXPECT_EQ(pid(0), 1000);
+    EXPECT_EQ(pid(2), 1000);
+    for (const size_t unknown : {1, 3, 4}) {
+        EXPECT_NE(pid(unknown), 1000) << recording.layers[unknown].name;
+        EXPECT_NE(pid(unknown), 600) << recording.layers[unknown].name;
+    }
+    EXPECT_EQ(recording.processes.size(), 4U);
+}
+
+TEST(Recording, OrderAndDamagedTimesDoNotMatter) {
+    TraceText text;
+    text.counter(20.0, "a/b#7", 0).counter(10.0, "a/b#7", 1);
+    text.vsyncs(0, 10.0, 4);
+    text.counter(500'000'000.0, "a/b#7", 1);
+    const Recording recording = parse(text.str());
+    ASSERT_EQ(recording.layers.size(), 1U);
+    EXPECT_EQ(stepsOf(recording, 0), "q10.000 l20.000 ");
+    EXPECT_EQ(recording.durationNs, 30'000'000);
+    EXPECT_EQ(recording.skippedLines, 1U);
+}
+
+TEST(Recording, FallsBackToTheApplicationsVsync) {
+    TraceText text;
+    text.counter(0.0, "VSYNC-app", 1).counter(8.0, "VSYNC-app", 0).counter(9.0, "VSYNC-app", 0);
+    text.counter(5.0, "a/b#7", 1);
+    EXPECT_EQ(parse(text.str()).vsyncs, 2U);
+    text.counter(1.0, "VSYNC-sf", 1).counter(2.0, "VSYNC-sf", 0);
+    EXPECT_EQ(parse(text.str()).vsyncPeriodNs, 1'000'000);
+}
+
+TEST(Recording, KeepsTheBusiestLayersOfTooMany) {
+    TraceText text;
+    text.vsyncs(0, 10.0, 3);
+    for (size_t i = 0; i < Recording::kMaxLayers + 10; ++i) {
+        const std::string name = "a/b#" + std::to_string(i + 1);
+        text.counter(1.0, name, 1);
+        if (i >= 10) text.counter(2.0, name, 2);
+    }
+    const Recording recording = parse(text.str());
+    EXPECT_EQ(recording.layers.size(), Recording::kMaxLayers);
+    EXPECT_EQ(recording.layers.front().id, 11);
+    EXPECT_EQ(recording.skippedLayers, 10U);
+    EXPECT_EQ(recording.frames, 2 * Recording::kMaxLayers);
+}
+
+TEST(Recording, SaysWhatIsMissing) {
+    TraceText vsyncsOnly;
+    vsyncsOnly.vsyncs(0, 10.0, 4);
+    TraceText oneVsync;
+    oneVsync.vsyncs(0, 10.0, 1).counter(1.0, "a/b#7", 1);
+    TraceText noFrames;
+    noFrames.vsyncs(0, 10.0, 4).counter(1.0, "a/b#7", 0);
+    TraceText oneMoment;
+    oneMoment.vsyncs(0, 0.0, 4).counter(1.0, "a/b#7", 1);
+    const struct {
+        std::string text;
+        const char* error;
+    } kCases[] = {
+            {"", "is not a trace"},
+            {"Dear diary,\ntoday [1] 2.0\n", "is not a trace"},
+            {vsyncsOnly.str(), "holds no layers"},
+            {noFrames.str(), "holds no layers"},
+            {oneVsync.str(), "holds no vsyncs"},
+            {oneMoment.str(), "holds no vsyncs"},
+    };
+    for (const auto& test : kCases) {
+        const auto result = parseRecording(test.text);
+        EXPECT_FALSE(result.recording) << test.text;
+        EXPECT_NE(result.error.find(test.error), std::string::npos) << result.error;
+    }
+}
+
+}  // namespace
+}  // namespace corvane::replay
