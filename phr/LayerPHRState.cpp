@@ -1,0 +1,60 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "phr/LayerPHRState.h"
+
+#include "timer/SaturatingCast.h"
+
+namespace android {
+
+LayerPHRState::LayerPHRState(int32_t layerId, const std::string& name)
+      : mLayerId(layerId),
+        mName(name),
+        mFrameTimeTrackName("CPU frame time - " + name),
+        mHeadroomTrackName("CPU headroom - " + name) {}
+
+bool LayerPHRState::waitForRelease(nsecs_t maxWaitNs) {
+    Mutex::Autolock lock(mLock);
+    return waitLocked(maxWaitNs);
+}
+
+bool LayerPHRState::waitUnlessReleased(nsecs_t maxWaitNs) {
+    Mutex::Autolock lock(mLock);
+    // The headroom thread sets mReleased before it looks for waiters under the lock: either this
+    // sees the flag, or the thread sees the waiter.
+    return !mReleased && waitLocked(maxWaitNs);
+}
+
+bool LayerPHRState::waitLocked(nsecs_t maxWaitNs) {
+    if (mDetached) return false;
+    const nsecs_t deadline = saturatingAdd(systemTime(SYSTEM_TIME_MONOTONIC), maxWaitNs);
+    const uint32_t releaseCount = mReleaseCount;
+    ++mWaiting;
+    while (mReleaseCount == releaseCount && !mDetached) {
+        const nsecs_t left = deadline - systemTime(SYSTEM_TIME_MONOTONIC);
+        if (left <= 0) {
+            --mWaiting;
+            return true;
+        }
+        mCond.waitRelative(mLock, left);
+    }
+    return false;
+}
+
+bool LayerPHRState::releaseWaiters() {
+    Mutex::Autolock lock(mLock);
+    if (mWaiting == 0) return false;
+    mWaiting = 0;
+    ++mReleaseCount;
+    mCond.broadcast();
+    return true;
+}
+
+void LayerPHRState::detach() {
+    Mutex::Autolock lock(mLock);
+    mDetached = true;
+    mWaiting = 0;
+    mCond.broadcast();
+}
+
+}  // namespace android
