@@ -3,11 +3,6 @@
 
 // The driven clock: what waits on it, and that a real signal still ends a wait.
 
-#include <atomic>
-#include <cerrno>
-#include <thread>
-#include <vector>
-
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -17,6 +12,11 @@
 #include <utils/Condition.h>
 #include <utils/Mutex.h>
 #include <utils/Timers.h>
+
+#include <atomic>
+#include <cerrno>
+#include <thread>
+#include <vector>
 
 #include "corvane/host/Clock.h"
 

@@ -3,15 +3,15 @@
 
 // The client library as a client sees it: opened by its bare name, entry points by dlsym.
 
-#include <memory>
-#include <string>
-#include <vector>
-
 #include <aidl/vendor/hxw/hardware/perf2/BnPerfCallback.h>
 #include <android-base/properties.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
+
+#include <memory>
+#include <string>
+#include <vector>
 
 #include "corvane/host/PerfService.h"
 
@@ -22,10 +22,10 @@ using aidl::vendor::hxw::hardware::perf2::BnPerfCallback;
 using aidl::vendor::hxw::hardware::perf2::IPerfCallback;
 
 constexpr char kName[] = "libhxw-perfd-client_system.so";
-const std::vector<std::string> kSymbols = {
-        "perf_get_prop", "perf_get_feedback", "perf_hint",
-        "perf_event",    "perf_lock_acq",     "perf_lock_rel",
-        "get_perf_hal_ver", "perf_get_feedback_extn", "perf_callback_register"};
+const std::vector<std::string> kSymbols =
+        {"perf_get_prop",    "perf_get_feedback",      "perf_hint",
+         "perf_event",       "perf_lock_acq",          "perf_lock_rel",
+         "get_perf_hal_ver", "perf_get_feedback_extn", "perf_callback_register"};
 
 template <typename Function>
 Function* find(void* library, const char* symbol) {
@@ -42,14 +42,18 @@ TEST(PerfService, IsNotFoundUnlessInstalled) {
     EXPECT_FALSE(PerfService::install("no-such-variant"));
     EXPECT_EQ(nullptr, dlopen(kName, RTLD_NOW));
     ASSERT_TRUE(PerfService::install());
-    EXPECT_NE(nullptr, dlopen(kName, RTLD_NOW));
+    void* library = dlopen(kName, RTLD_NOW);
+    ASSERT_NE(nullptr, library);
+    dlclose(library);
 }
 
 // Each variant is found by the bare name, and lacks its own symbol and no other.
 TEST(PerfService, VariantsLackOneSymbolEach) {
-    std::vector<std::pair<std::string, std::string>> variants = {
-            {"full", ""}, {"version-2.2", ""}, {"version-2.3", ""},
-            {"version-none", "get_perf_hal_ver"}};
+    std::vector<std::pair<std::string, std::string>> variants = {{"full", ""},
+                                                                 {"version-2.2", ""},
+                                                                 {"version-2.3", ""},
+                                                                 {"version-none",
+                                                                  "get_perf_hal_ver"}};
     for (const std::string& symbol : kSymbols) variants.emplace_back("missing-" + symbol, symbol);
     for (const auto& [variant, missing] : variants) {
         SCOPED_TRACE(variant);
@@ -140,8 +144,7 @@ TEST_F(PerfClient, RecordsEventsAndLocks) {
 class Callback : public BnPerfCallback {
   public:
     ::ndk::ScopedAStatus notifyCallback(int32_t hintId, const std::string& pkgName, int32_t arg1,
-                                        int32_t arg2,
-                                        const std::vector<int32_t>& values) override {
+                                        int32_t arg2, const std::vector<int32_t>& values) override {
         received = {hintId, arg1, arg2};
         received.insert(received.end(), values.begin(), values.end());
         package = pkgName;
@@ -155,8 +158,8 @@ class Callback : public BnPerfCallback {
 };
 
 TEST_F(PerfClient, PushesToTheCallbackOnItsOwnThread) {
-    auto* enlist = find<int(std::shared_ptr<IPerfCallback>, int)>(mLibrary,
-                                                                  "perf_callback_register");
+    auto* enlist =
+            find<int(std::shared_ptr<IPerfCallback>, int)>(mLibrary, "perf_callback_register");
     EXPECT_FALSE(PerfService::push(1, "", 0, 0, {}));
     const auto callback = ndk::SharedRefBase::make<Callback>();
     EXPECT_EQ(callback, callback->ref());

@@ -3,11 +3,11 @@
 
 // The performance service's client library, "libhxw-perfd-client_system.so".
 
+#include <aidl/vendor/hxw/hardware/perf2/IPerfCallback.h>
+
 #include <cstring>
 #include <memory>
 #include <utility>
-
-#include <aidl/vendor/hxw/hardware/perf2/IPerfCallback.h>
 
 #include "PerfServiceState.h"
 

@@ -3,6 +3,13 @@
 
 #include "PerfServiceState.h"
 
+#include <aidl/vendor/hxw/hardware/perf2/IPerfCallback.h>
+#include <android-base/properties.h>
+#include <dlfcn.h>
+#include <pthread.h>
+#include <unistd.h>
+#include <utils/Timers.h>
+
 #include <algorithm>
 #include <condition_variable>
 #include <iterator>
@@ -11,14 +18,6 @@
 #include <set>
 #include <thread>
 #include <utility>
-
-#include <dlfcn.h>
-#include <pthread.h>
-#include <unistd.h>
-
-#include <aidl/vendor/hxw/hardware/perf2/IPerfCallback.h>
-#include <android-base/properties.h>
-#include <utils/Timers.h>
 
 #include "WaitLimit.h"
 
@@ -167,9 +166,9 @@ bool PerfService::waitForCalls(const std::string& entry, int number, size_t coun
     State& s = state();
     std::unique_lock<std::mutex> lock(s.mutex);
     return s.called.wait_for(lock, kWaitLimit, [&] {
-        const auto found = std::count_if(
-                s.calls.begin(), s.calls.end(),
-                [&](const PerfCall& call) { return isSuch(call, entry, number); });
+        const auto found = std::count_if(s.calls.begin(), s.calls.end(), [&](const PerfCall& call) {
+            return isSuch(call, entry, number);
+        });
         return static_cast<size_t>(found) >= count;
     });
 }

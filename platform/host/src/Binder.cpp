@@ -5,15 +5,14 @@
 
 #include "corvane/host/Binder.h"
 
-#include <atomic>
-#include <mutex>
-
-#include <unistd.h>
-
 #include <aidl/vendor/hxw/hardware/perf2/BnPerfCallback.h>
 #include <binder/IPCThreadState.h>
 #include <gui/SurfaceComposerClient.h>
 #include <ui/Rect.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <mutex>
 
 // On the host a binder object is only an identity: nothing is ever sent through it.
 struct AIBinder {

@@ -6,6 +6,14 @@
 
 #include "corvane/host/Devices.h"
 
+#include <fcntl.h>
+#include <linux/sync_file.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utils/Timers.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -17,15 +25,6 @@
 #include <optional>
 #include <set>
 #include <utility>
-
-#include <fcntl.h>
-#include <linux/sync_file.h>
-#include <sys/ioctl.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <utils/Timers.h>
 
 #include "WaitLimit.h"
 
@@ -194,8 +193,7 @@ std::vector<BoostRequest> BoostDevice::requests() {
 bool BoostDevice::waitForRequests(size_t count) {
     Devices& d = devices();
     std::unique_lock<std::mutex> lock(d.mutex);
-    return d.requested.wait_for(lock, kWaitLimit,
-                                [&] { return d.boostRequests.size() >= count; });
+    return d.requested.wait_for(lock, kWaitLimit, [&] { return d.boostRequests.size() >= count; });
 }
 
 void BoostDevice::clear() {

@@ -5,6 +5,11 @@
 // library's calls of NAME (see CMakeLists.txt); while nobody drives the clock each costs one
 // relaxed load and goes on to NAME.
 
+#include <pthread.h>
+#include <sys/timerfd.h>
+#include <time.h>
+#include <utils/Timers.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -17,22 +22,16 @@
 #include <map>
 #include <mutex>
 
-#include <pthread.h>
-#include <sys/timerfd.h>
-#include <time.h>
-
-#include <utils/Timers.h>
-
-#include "corvane/host/Clock.h"
 #include "WaitLimit.h"
+#include "corvane/host/Clock.h"
 
 namespace corvane::host {
 namespace {
 
 constexpr int64_t kNsPerSecond = 1'000'000'000;
 
-// The driven time, 0 while the clock is the kernel's. Relaxed: whoever is to see a new time is woken
-// through a mutex or a descriptor after it was stored.
+// The driven time, 0 while the clock is the kernel's. Relaxed: whoever is to see a new time is
+// woken through a mutex or a descriptor after it was stored.
 std::atomic<int64_t> sDrivenNow{0};
 
 int64_t drivenNow() {
@@ -82,7 +81,8 @@ struct Waits {
     std::list<Sleeper> sleepers;
     std::map<int, int64_t> timers;  // armed timer descriptors and their absolute deadlines
 
-    // A sleeper that is due or signalled is as good as gone, though its thread may not have run yet.
+    // A sleeper that is due or signalled is as good as gone, though its thread may not have run
+    // yet.
     bool isAsleep(const Sleeper& sleeper) const {
         return !sleeper.isSignalled && sleeper.deadline > drivenNow();
     }
@@ -251,8 +251,8 @@ int __wrap_pthread_cond_broadcast(pthread_cond_t* condition) {
 
 // For conditions on the monotonic clock, as android::Condition's are.
 //
-// The driver cannot signal the caller's condition: it does not know whether that still exists by the
-// time it would. So the thread itself looks at the driven time, in short real waits on the
+// The driver cannot signal the caller's condition: it does not know whether that still exists by
+// the time it would. So the thread itself looks at the driven time, in short real waits on the
 // condition, and a real signal ends the wait at once.
 int __wrap_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
                                   const timespec* deadline) {
@@ -298,8 +298,8 @@ int __wrap_nanosleep(const timespec* duration, timespec* remaining) {
     return 0;
 }
 
-// One-shot timers on the monotonic clock. While driven, the real descriptor stays disarmed until the
-// driven time reaches the deadline; then it expires at once, so that epoll and read see it.
+// One-shot timers on the monotonic clock. While driven, the real descriptor stays disarmed until
+// the driven time reaches the deadline; then it expires at once, so that epoll and read see it.
 int __wrap_timerfd_settime(int fd, int flags, const itimerspec* when, itimerspec* old) {
     if (!isDriven()) return timerfd_settime(fd, flags, when, old);
     if (!isValid(when->it_value)) {

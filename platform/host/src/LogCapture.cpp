@@ -3,13 +3,13 @@
 
 #include "corvane/host/LogCapture.h"
 
+#include <android/log.h>
+#include <utils/Timers.h>
+
 #include <algorithm>
 #include <condition_variable>
 #include <iterator>
 #include <mutex>
-
-#include <android/log.h>
-#include <utils/Timers.h>
 
 #include "WaitLimit.h"
 

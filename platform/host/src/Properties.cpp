@@ -3,16 +3,16 @@
 
 #include "corvane/host/Properties.h"
 
+#include <android-base/parsebool.h>
+#include <android-base/parseint.h>
+#include <android-base/properties.h>
+#include <cutils/properties.h>
+
 #include <cctype>
 #include <cerrno>
 #include <cinttypes>
 #include <cstring>
 #include <optional>
-
-#include <android-base/parsebool.h>
-#include <android-base/parseint.h>
-#include <android-base/properties.h>
-#include <cutils/properties.h>
 
 #include "PropertyStore.h"
 
@@ -96,8 +96,8 @@ bool PropertyStore::wait(const std::string& name, std::chrono::milliseconds time
     };
     // A time-out past the clock's range would overflow to a deadline in the past.
     const auto now = Clock::now();
-    if (timeout >= std::chrono::duration_cast<std::chrono::milliseconds>(Clock::time_point::max() -
-                                                                         now)) {
+    if (timeout >=
+        std::chrono::duration_cast<std::chrono::milliseconds>(Clock::time_point::max() - now)) {
         mChanged.wait(lock, holds);
         return true;
     }
@@ -164,9 +164,9 @@ bool SetProperty(const std::string& key, const std::string& value) {
 
 bool WaitForProperty(const std::string& key, const std::string& expected_value,
                      std::chrono::milliseconds relative_timeout) {
-    return PropertyStore::get().wait(
-            key, relative_timeout,
-            [&](const PropertyStore::Property& p) { return p.value == expected_value; });
+    return PropertyStore::get().wait(key, relative_timeout, [&](const PropertyStore::Property& p) {
+        return p.value == expected_value;
+    });
 }
 
 bool WaitForPropertyCreation(const std::string& key, std::chrono::milliseconds relative_timeout) {
@@ -187,9 +187,10 @@ const char* CachedProperty::Get(bool* changed) {
 }
 
 const char* CachedProperty::WaitForChange(std::chrono::milliseconds relative_timeout) {
-    const bool isChanged = PropertyStore::get().wait(
-            mName, relative_timeout,
-            [this](const PropertyStore::Property& p) { return p.serial != mSerial; });
+    const bool isChanged = PropertyStore::get().wait(mName, relative_timeout,
+                                                     [this](const PropertyStore::Property& p) {
+                                                         return p.serial != mSerial;
+                                                     });
     return isChanged ? Get() : nullptr;
 }
 

@@ -3,17 +3,16 @@
 
 #include "corvane/host/TraceCapture.h"
 
+#include <cutils/trace.h>
+#include <sched.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+#include <utils/Timers.h>
+
 #include <atomic>
 #include <cinttypes>
 #include <cstdio>
 #include <mutex>
-
-#include <sched.h>
-#include <sys/prctl.h>
-#include <unistd.h>
-
-#include <cutils/trace.h>
-#include <utils/Timers.h>
 
 namespace {
 

@@ -5,10 +5,10 @@
 
 #pragma once
 
+#include <android/binder_status.h>
+
 #include <string>
 #include <utility>
-
-#include <android/binder_status.h>
 
 struct AIBinder;
 extern "C" {

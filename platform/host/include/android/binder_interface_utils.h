@@ -5,12 +5,12 @@
 
 #pragma once
 
+#include <android/binder_auto_utils.h>
+
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <utility>
-
-#include <android/binder_auto_utils.h>
 
 namespace ndk {
 

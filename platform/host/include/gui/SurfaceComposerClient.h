@@ -5,10 +5,10 @@
 
 #pragma once
 
-#include <cstdint>
-
 #include <utils/Errors.h>
 #include <utils/RefBase.h>
+
+#include <cstdint>
 
 namespace android {
 

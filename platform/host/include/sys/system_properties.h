@@ -1,7 +1,8 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Stands in for bionic's <sys/system_properties.h>, of which <cutils/properties.h> needs the limits.
+// Stands in for bionic's <sys/system_properties.h>, of which <cutils/properties.h> needs the
+// limits.
 
 #pragma once
 

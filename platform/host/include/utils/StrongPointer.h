@@ -1,7 +1,8 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Stands in for the platform's <utils/StrongPointer.h>: Debian's sp<> lacks make() and fromExisting().
+// Stands in for the platform's <utils/StrongPointer.h>: Debian's sp<> lacks make() and
+// fromExisting().
 
 #ifndef ANDROID_STRONG_POINTER_H
 #define ANDROID_STRONG_POINTER_H
@@ -173,26 +174,26 @@ sp<T> sp<T>::fromExisting(T* other) {
 }
 
 // Comparison with another sp<>, a raw pointer and nullptr, on both sides.
-#define CORVANE_SP_COMPARE(_op_, _function_)                                 \
-    template <typename T, typename U>                                        \
-    inline bool operator _op_(const sp<T>& t, const sp<U>& u) {              \
-        return _function_<std::common_type_t<T*, U*>>()(t.get(), u.get());   \
-    }                                                                        \
-    template <typename T, typename U>                                        \
-    inline bool operator _op_(const T* t, const sp<U>& u) {                  \
-        return _function_<std::common_type_t<const T*, U*>>()(t, u.get());   \
-    }                                                                        \
-    template <typename T, typename U>                                        \
-    inline bool operator _op_(const sp<T>& t, const U* u) {                  \
-        return _function_<std::common_type_t<T*, const U*>>()(t.get(), u);   \
-    }                                                                        \
-    template <typename T>                                                    \
-    inline bool operator _op_(const sp<T>& t, std::nullptr_t) {              \
-        return _function_<T*>()(t.get(), nullptr);                           \
-    }                                                                        \
-    template <typename T>                                                    \
-    inline bool operator _op_(std::nullptr_t, const sp<T>& t) {              \
-        return _function_<T*>()(nullptr, t.get());                           \
+#define CORVANE_SP_COMPARE(_op_, _function_)                               \
+    template <typename T, typename U>                                      \
+    inline bool operator _op_(const sp<T>& t, const sp<U>& u) {            \
+        return _function_<std::common_type_t<T*, U*>>()(t.get(), u.get()); \
+    }                                                                      \
+    template <typename T, typename U>                                      \
+    inline bool operator _op_(const T* t, const sp<U>& u) {                \
+        return _function_<std::common_type_t<const T*, U*>>()(t, u.get()); \
+    }                                                                      \
+    template <typename T, typename U>                                      \
+    inline bool operator _op_(const sp<T>& t, const U* u) {                \
+        return _function_<std::common_type_t<T*, const U*>>()(t.get(), u); \
+    }                                                                      \
+    template <typename T>                                                  \
+    inline bool operator _op_(const sp<T>& t, std::nullptr_t) {            \
+        return _function_<T*>()(t.get(), nullptr);                         \
+    }                                                                      \
+    template <typename T>                                                  \
+    inline bool operator _op_(std::nullptr_t, const sp<T>& t) {            \
+        return _function_<T*>()(nullptr, t.get());                         \
     }
 
 CORVANE_SP_COMPARE(==, std::equal_to)

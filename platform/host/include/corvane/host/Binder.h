@@ -3,10 +3,10 @@
 
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <vector>
-
-#include <sys/types.h>
 
 namespace corvane::host {
 

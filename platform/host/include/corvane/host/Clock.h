@@ -11,14 +11,14 @@ namespace corvane::host {
 // The monotonic clock of the process: the kernel's, unless someone takes hold of it and drives it.
 //
 // While driven, systemTime(SYSTEM_TIME_MONOTONIC), the library's condition waits, its timer
-// descriptors and its nanosleep follow the driven time: a wait ends by time-out only when the driver
-// moves the clock to its deadline. All functions may be called from any thread.
+// descriptors and its nanosleep follow the driven time: a wait ends by time-out only when the
+// driver moves the clock to its deadline. All functions may be called from any thread.
 class DrivenClock {
   public:
     // Takes hold of the clock at startNs (> 0), for the life of this object. One at a time; create
     // it before the library starts its threads.
     explicit DrivenClock(int64_t startNs);
-    ~DrivenClock();
+    ~DrivenClock();  // lets every sleeper go; armed timer descriptors go on in real time
     DrivenClock(const DrivenClock&) = delete;
     DrivenClock& operator=(const DrivenClock&) = delete;
 
@@ -29,7 +29,8 @@ class DrivenClock {
     void advanceTo(int64_t timeNs);
 
     // Blocks (in real time) until at least `count` threads sleep on the driven clock: condition
-    // waits with a time-out and nanosleep. False when that has not happened within ten seconds.
+    // waits with a time-out and nanosleep. A sleeper that is due or signalled counts no more,
+    // though its thread may not have run yet. False when that has not happened within ten seconds.
     bool waitForSleepers(size_t count) const;
     size_t sleepers() const;
 

@@ -10,14 +10,15 @@
 namespace corvane::host {
 
 // Emulation of the boost device and of sync files. Until enabled, the library's open() and ioctl()
-// go through to the kernel. All functions may be called from any thread.
+// go through to the kernel. Requests that were told to fail are on record too. All functions may be
+// called from any thread.
 
 // One request to the emulated boost device.
 struct BoostRequest {
     int32_t level;
     int32_t headroomNs;
     int32_t freqMHz;
-    int64_t timeNs;    // systemTime at the request
+    int64_t timeNs;     // systemTime at the request
     uint64_t threadId;  // gettid of the caller
 };
 

@@ -17,7 +17,8 @@ struct LogLine {
     int64_t timeNs;  // systemTime at the call
 };
 
-// Collects every platform log line of the process, at all priorities, while it lives. One at a time.
+// Collects every platform log line of the process, at all priorities, while it lives. One at a
+// time.
 class LogCapture {
   public:
     LogCapture();

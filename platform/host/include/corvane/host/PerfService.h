@@ -29,10 +29,10 @@ namespace corvane::host {
 // Weights are answered to perf_get_feedback_extn(5633, package, 2, {1, 0}) and to
 // perf_hint(5633, package, 0, 1). Handles count up from 1.
 struct PerfCall {
-    std::string entry;    // the entry point's symbol
-    int number;           // event, hint, request, lock handle or client id: its first integer
-    bool hasPackage;      // false when the package was a null pointer or the entry takes none
-    std::string package;  // of perf_get_prop: the property's name
+    std::string entry;      // the entry point's symbol
+    int number;             // event, hint, request, lock handle or client id: its first integer
+    bool hasPackage;        // false when the package was a null pointer or the entry takes none
+    std::string package;    // of perf_get_prop: the property's name
     std::vector<int> args;  // the remaining integers, lists included
     int result;
     int64_t timeNs;      // systemTime at the call

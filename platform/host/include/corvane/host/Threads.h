@@ -5,8 +5,8 @@
 
 namespace corvane::host {
 
-// Lets the library's next `count` std::thread constructions fail as an exhausted system would
-// (std::system_error, EAGAIN). 0 ends it.
+// Lets the next `count` std::thread constructions of the library, and of a test that is linked with
+// its objects, fail as an exhausted system would (std::system_error, EAGAIN). 0 ends it.
 void failThreadCreation(int count);
 
 }  // namespace corvane::host

@@ -5,11 +5,11 @@
 
 #pragma once
 
+#include <android/binder_interface_utils.h>
+
 #include <cstdint>
 #include <string>
 #include <vector>
-
-#include <android/binder_interface_utils.h>
 
 namespace aidl::vendor::hxw::hardware::perf2 {
 

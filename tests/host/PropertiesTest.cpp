@@ -1,0 +1,150 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The property store through each of the platform's interfaces.
+
+#include <android-base/properties.h>
+#include <cutils/properties.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+#include <limits>
+#include <string>
+#include <thread>
+
+#include "corvane/host/Properties.h"
+
+namespace android::base {
+namespace {
+
+using std::chrono::milliseconds;
+using namespace std::chrono_literals;
+
+TEST(Properties, ReadsThroughEveryInterface) {
+    const struct {
+        const char* value;
+        int8_t asBool;    // with the default 9
+        int32_t asInt32;  // with the default -5
+        int64_t asInt64;
+        int baseInt;
+    } cases[] = {
+            {"", 9, -5, -5, -5},
+            {"1", 1, 1, 1, 1},
+            {"0", 0, 0, 0, 0},
+            {"yes", 1, -5, -5, -5},
+            {"off", 0, -5, -5, -5},
+            {"maybe", 9, -5, -5, -5},
+            {"0x10", 9, 16, 16, 16},
+            {"010", 9, 8, 8, 10},
+            {"12ms", 9, 12, 12, -5},
+            {"3000000000", 9, -5, 3'000'000'000, -5},
+            {"99999999999999999999", 9, -5, -5, -5},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.value);
+        ASSERT_TRUE(SetProperty("a.b", c.value));
+        EXPECT_EQ(*c.value == '\0' ? "none" : c.value, GetProperty("a.b", "none"));
+        EXPECT_EQ(c.asBool, property_get_bool("a.b", 9));
+        if (c.asBool == 9) {
+            EXPECT_TRUE(GetBoolProperty("a.b", true));
+            EXPECT_FALSE(GetBoolProperty("a.b", false));
+        } else {
+            EXPECT_EQ(c.asBool == 1, GetBoolProperty("a.b", c.asBool == 0));
+        }
+        EXPECT_EQ(c.asInt32, property_get_int32("a.b", -5));
+        EXPECT_EQ(c.asInt64, property_get_int64("a.b", -5));
+        EXPECT_EQ(c.baseInt, GetIntProperty("a.b", -5));
+        char value[PROPERTY_VALUE_MAX];
+        EXPECT_EQ(static_cast<int>(strlen(c.value)), property_get("a.b", value, nullptr));
+        EXPECT_STREQ(c.value, value);
+    }
+    char value[PROPERTY_VALUE_MAX];
+    EXPECT_EQ(91, property_get("not.there", value, std::string(200, 'd').c_str()));
+    EXPECT_EQ(std::string(91, 'd'), value);
+    EXPECT_EQ(3, property_get_int32(nullptr, 3));
+}
+
+TEST(Properties, LimitsAreEnforced) {
+    EXPECT_TRUE(SetProperty("a", std::string(91, 'x')));
+    EXPECT_FALSE(SetProperty("a", std::string(92, 'y')));
+    EXPECT_EQ(std::string(91, 'x'), GetProperty("a", ""));
+    EXPECT_EQ(-1, property_set("a", std::string(92, 'y').c_str()));
+    for (const char* bad : {"", ".a", "a.", "a..b", "a b", "a/b"}) {
+        EXPECT_FALSE(SetProperty(bad, "1")) << bad;
+    }
+    EXPECT_TRUE(SetProperty("ro.once", "1"));
+    EXPECT_FALSE(SetProperty("ro.once", "2"));
+    EXPECT_EQ("1", GetProperty("ro.once", ""));
+}
+
+TEST(Properties, WaitsEndAtTheValueOrTheTimeOut) {
+    EXPECT_FALSE(WaitForProperty("w.a", "1", 1ms));
+    EXPECT_FALSE(WaitForPropertyCreation("w.a", 0ms));
+    ASSERT_TRUE(SetProperty("w.a", "1"));
+    EXPECT_TRUE(WaitForProperty("w.a", "1", 0ms));
+    EXPECT_TRUE(WaitForPropertyCreation("w.a"));
+
+    for (const milliseconds timeout :
+         {milliseconds::max(), milliseconds::max() - 1ms,
+          milliseconds(std::numeric_limits<int64_t>::max() / 1'000'000), milliseconds(60'000)}) {
+        ASSERT_TRUE(SetProperty("w.b", "0"));
+        bool reached = false;
+        std::thread waiter([&] { reached = WaitForProperty("w.b", "1", timeout); });
+        ASSERT_TRUE(SetProperty("w.b", "true"));  // not the text that is waited for
+        ASSERT_TRUE(SetProperty("w.b", "1"));
+        waiter.join();
+        EXPECT_TRUE(reached) << timeout.count();
+    }
+}
+
+TEST(Properties, CachedPropertyNoticesEveryWrite) {
+    CachedProperty cached("c");
+    bool changed = true;
+    EXPECT_STREQ("", cached.Get(&changed));
+    EXPECT_FALSE(changed);
+    EXPECT_EQ(nullptr, cached.WaitForChange(1ms));
+
+    ASSERT_TRUE(SetProperty("c", "1"));
+    EXPECT_STREQ("1", cached.WaitForChange());
+    EXPECT_EQ(nullptr, cached.WaitForChange(1ms));
+    ASSERT_TRUE(SetProperty("c", "1"));  // the same value is a write too
+    EXPECT_STREQ("1", cached.Get(&changed));
+    EXPECT_TRUE(changed);
+
+    std::thread writer([] { SetProperty("c", "2"); });
+    EXPECT_STREQ("2", cached.WaitForChange(milliseconds::max()));
+    writer.join();
+    corvane::host::clearProperties();
+    EXPECT_STREQ("", cached.WaitForChange());
+
+    CachedProperty fresh("d");
+    ASSERT_TRUE(SetProperty("d", "x"));
+    EXPECT_STREQ("x", fresh.WaitForChange(0ms));  // never looked at before
+}
+
+TEST(Properties, ReadsAreCounted) {
+    const int before = corvane::host::propertyReads("e");
+    GetProperty("e", "");
+    property_get_bool("e", 0);
+    CachedProperty("e").Get();
+    WaitForProperty("e", "1", 0ms);
+    EXPECT_EQ(3, corvane::host::propertyReads("e") - before);
+}
+
+TEST(Properties, ListNamesWhatIsSet) {
+    corvane::host::clearProperties();
+    property_set("f.one", "1");
+    property_set("f.two", "2");
+    property_set("f.two", nullptr);
+    std::string found;
+    property_list(
+            [](const char* key, const char* value, void* cookie) {
+                *static_cast<std::string*>(cookie) += std::string(key) + value;
+            },
+            &found);
+    EXPECT_EQ("f.one1", found);
+}
+
+}  // namespace
+}  // namespace android::base
