@@ -3,9 +3,9 @@
 
 #pragma once
 
-#include <cstdint>
-
 #include <utils/Timers.h>
+
+#include <cstdint>
 
 namespace android {
 
@@ -28,8 +28,8 @@ class FramePacer {
   public:
     enum class Event {
         None,
-        ClockStarted,   // this frame starts the schedule and is not delayed
-        RampFinished,   // from the next frame on the target rate holds
+        ClockStarted,  // this frame starts the schedule and is not delayed
+        RampFinished,  // from the next frame on the target rate holds
     };
 
     struct Decision {

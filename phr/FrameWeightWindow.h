@@ -3,11 +3,11 @@
 
 #pragma once
 
+#include <utils/Timers.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
-
-#include <utils/Timers.h>
 
 namespace android {
 

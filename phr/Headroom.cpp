@@ -49,8 +49,7 @@ std::optional<nsecs_t> stepHeadroom(nsecs_t headroom, HeadroomRange range, nsecs
                                     bool decrease, nsecs_t step) {
     if (headroom == (decrease ? range.preset : range.max)) return std::nullopt;
 
-    nsecs_t candidate =
-            decrease ? saturatingSub(headroom, step) : saturatingAdd(headroom, step);
+    nsecs_t candidate = decrease ? saturatingSub(headroom, step) : saturatingAdd(headroom, step);
     if (decrease && candidate <= range.preset) return range.preset;
     if (!decrease && candidate >= range.max) return range.max;
 

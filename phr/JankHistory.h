@@ -3,10 +3,10 @@
 
 #pragma once
 
+#include <utils/Timers.h>
+
 #include <array>
 #include <cstddef>
-
-#include <utils/Timers.h>
 
 namespace android {
 

@@ -7,11 +7,14 @@
 
 namespace android {
 
-LayerPHRState::LayerPHRState(int32_t layerId, const std::string& name)
+LayerPHRState::LayerPHRState(int32_t layerId, const std::string& name, float minRate,
+                             float highFpsMinRate)
       : mLayerId(layerId),
         mName(name),
         mFrameTimeTrackName("CPU frame time - " + name),
-        mHeadroomTrackName("CPU headroom - " + name) {}
+        mHeadroomTrackName("CPU headroom - " + name),
+        mMinRate(minRate),
+        mHighFpsMinRate(highFpsMinRate) {}
 
 bool LayerPHRState::waitForRelease(nsecs_t maxWaitNs) {
     Mutex::Autolock lock(mLock);

@@ -3,14 +3,14 @@
 
 #pragma once
 
-#include <atomic>
-#include <cstdint>
-#include <string>
-
 #include <utils/Condition.h>
 #include <utils/Mutex.h>
 #include <utils/RefBase.h>
 #include <utils/Timers.h>
+
+#include <atomic>
+#include <cstdint>
+#include <string>
 
 #include "phr/FramePacer.h"
 #include "phr/FrameWeightWindow.h"
@@ -27,7 +27,7 @@ namespace android {
 // latch time, headroom) that other threads write one after the other.
 class LayerPHRState : public LightRefBase<LayerPHRState> {
   public:
-    LayerPHRState(int32_t layerId, const std::string& name);
+    LayerPHRState(int32_t layerId, const std::string& name, float minRate, float highFpsMinRate);
     LayerPHRState(const LayerPHRState&) = delete;
     LayerPHRState& operator=(const LayerPHRState&) = delete;
 
@@ -77,8 +77,8 @@ class LayerPHRState : public LightRefBase<LayerPHRState> {
     // so that the headroom thread never waits for it.
     Mutex mFieldsLock;
     // Headroom rates, as fractions of a period, at up to 60 Hz and above.
-    float mMinRate GUARDED_BY(mFieldsLock) = 0.0f;
-    float mHighFpsMinRate GUARDED_BY(mFieldsLock) = 0.0f;
+    float mMinRate GUARDED_BY(mFieldsLock);
+    float mHighFpsMinRate GUARDED_BY(mFieldsLock);
     nsecs_t mPresetHeadroom GUARDED_BY(mFieldsLock) = -1;
     nsecs_t mMaxHeadroom GUARDED_BY(mFieldsLock) = -1;
     int32_t mMaxHoldCount GUARDED_BY(mFieldsLock) = 0;  // frames that a raised ceiling still holds

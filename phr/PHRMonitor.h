@@ -3,26 +3,27 @@
 
 #pragma once
 
-#include <atomic>
-#include <cstdint>
-#include <map>
-#include <string>
-#include <thread>
-
 #include <utils/Condition.h>
 #include <utils/Mutex.h>
 #include <utils/StrongPointer.h>
 #include <utils/Timers.h>
 
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <thread>
+
 #include "phr/LayerPHRState.h"
 
 namespace android {
 
-// Headroom control. A game that runs faster than the display queues its buffers early, and each then
-// waits for its vsync while the input it was drawn from grows old. For one layer at a time, the
-// focus layer, this monitor holds the queuing thread back until the headroom point: a chosen time,
-// the headroom, before the vsync at which the buffer will be shown. The game's next frame begins
-// that much later and sees that much newer input.
+// Headroom control. A game that runs faster than the display queues its buffers early, and each
+// then waits for its vsync while the input it was drawn from grows old. For one layer at a time,
+// the focus layer, this monitor holds the queuing thread back until the headroom point: a chosen
+// time, the headroom, before the vsync at which the buffer will be shown. The game's next frame
+// begins that much later and sees that much newer input.
 //
 //       vsync T                    headroom point               vsync T + P
 //          |-----------------------------|--------------------------|
@@ -104,9 +105,13 @@ class PHRMonitor {
   private:
     void threadMain() EXCLUDES(mCondLock);
     void releaseAtHeadroomPointLocked(nsecs_t vsyncTime) REQUIRES(mCondLock);
-    void holdBack(LayerPHRState* state, nsecs_t currentHeadroom, nsecs_t headroom,
-                  nsecs_t lastLatchTime, nsecs_t period);
-    void countBusyLatch(LayerPHRState* state, int pendingCount);
+    void holdBack(LayerPHRState* state, nsecs_t maxWait, nsecs_t headroom, nsecs_t lastLatch,
+                  nsecs_t period);
+    // The headroom after the step; none when it is at that end already.
+    std::optional<nsecs_t> stepLocked(LayerPHRState& state, nsecs_t period, bool decrease,
+                                      nsecs_t step) REQUIRES(state.mFieldsLock);
+    void updateMaxHeadroomLocked(LayerPHRState& state, nsecs_t period) REQUIRES(state.mFieldsLock);
+    void countDropWait(LayerPHRState* state, int pendingCount);
     void trackJank(LayerPHRState* state, nsecs_t latchTime, nsecs_t period);
 
     // The display's refresh-rate class selects which of each pair of rates holds.
@@ -130,8 +135,8 @@ class PHRMonitor {
     // several of them with those of a layer's state.
     std::atomic<bool> mRunning{true};
     std::atomic<nsecs_t> mVsyncPeriod{-1};
-    std::atomic<int32_t> mFps{60};            // display refresh rate, Hz
-    std::atomic<int32_t> mFocusLayerId{-1};   // -1 = none; written under mLock
+    std::atomic<int32_t> mFps{60};           // display refresh rate, Hz
+    std::atomic<int32_t> mFocusLayerId{-1};  // -1 = none; written under mLock
 
     // Taken over from FeatureManager by init().
     std::atomic<float> mDefaultMaxRate{0.0f};         // highest headroom rate at up to 60 Hz
