@@ -141,6 +141,50 @@ TEST(Clock, NanosleepRefusesAnInvalidDuration) {
     }
 }
 
+// Many threads that wait in every way while the clock moves: each wait ends, none before its time.
+TEST(Clock, CarriesManyThreads) {
+    constexpr int kThreadsEach = 4;
+    constexpr int kRounds = 20;
+    DrivenClock clock(kStart);
+    Mutex mutex;
+    Condition condition;
+    std::atomic<int> running{2 * kThreadsEach};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreadsEach; ++i) {
+        threads.emplace_back([&, i] {
+            for (int round = 0; round < kRounds; ++round) {
+                const int64_t deadline = systemTime() + (i + 1) * kMs;
+                Mutex::Autolock lock(mutex);
+                // Ends by a signal of the others, or by time.
+                if (condition.waitRelative(mutex, (i + 1) * kMs) == -ETIMEDOUT) {
+                    EXPECT_GE(systemTime(), deadline);
+                }
+            }
+            --running;
+        });
+        threads.emplace_back([&, i] {
+            for (int round = 0; round < kRounds; ++round) {
+                const int64_t deadline = systemTime() + (i + 1) * kMs;
+                const timespec duration{0, (i + 1) * kMs};
+                nanosleep(&duration, nullptr);
+                EXPECT_GE(systemTime(), deadline);
+                condition.broadcast();
+            }
+            --running;
+        });
+    }
+    while (running > 0) {
+        const int64_t next = clock.nextDeadline();
+        if (next < 0) {
+            std::this_thread::yield();
+        } else {
+            clock.advanceTo(next);
+        }
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(0u, clock.sleepers());
+}
+
 class TimerDescriptor : public ::testing::Test {
   protected:
     TimerDescriptor() : mFd(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)) {}

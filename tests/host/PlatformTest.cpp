@@ -215,6 +215,38 @@ TEST(TraceCapture, WritesFtraceText) {
     }
 }
 
+// What the last owner destroys, the others have used: no race, and the sanitizer must see that.
+template <typename Base>
+struct Shared : public Base {
+    ~Shared() { used = -1; }
+    int used = 0;
+};
+struct LightShared : public android::LightRefBase<LightShared> {
+    ~LightShared() { used = -1; }
+    int used = 0;
+};
+
+template <typename T>
+void useAndDropFromThreads() {
+    for (int round = 0; round < 100; ++round) {
+        android::sp<T> object = android::sp<T>::make();
+        std::vector<std::thread> owners;
+        for (int i = 0; i < 3; ++i) {
+            owners.emplace_back([owned = object]() mutable {
+                EXPECT_EQ(0, owned->used);
+                owned.clear();
+            });
+        }
+        object.clear();
+        for (std::thread& owner : owners) owner.join();
+    }
+}
+
+TEST(StrongPointer, LastOwnerMayDestroyWhatOthersUsed) {
+    useAndDropFromThreads<Shared<android::RefBase>>();
+    useAndDropFromThreads<LightShared>();
+}
+
 struct Counted : public android::RefBase {
     explicit Counted(int* alive) : mAlive(alive) { ++*mAlive; }
     ~Counted() override { --*mAlive; }
