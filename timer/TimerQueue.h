@@ -63,7 +63,45 @@ class TimerQueue : public RefBase {
     ~TimerQueue() override;
 
   private:
-    struct TimerEntry;
+    struct TimerEntry {
+        nsecs_t when;  // absolute monotonic deadline
+        sp<MessageHandler> handler;
+        Message message;
+        uint64_t id;
+
+        // Keeps the earliest deadline in front of a std heap. There is no tie-break: equal deadlines
+        // run in whatever order the heap yields.
+        bool operator>(const TimerEntry& other) const { return when > other.when; }
+    };
+
+    // Each stops at the first step that fails, with its message.
+    bool openDescriptors();
+    bool watch(int fd, const char* failure);
+
+    void dispatchDue();
+    void armTimerLocked(nsecs_t when) REQUIRES(mLock);
+    void disarmTimerLocked() REQUIRES(mLock);
+
+    // Drops cancelled entries from the front, then sets the timer to the front's deadline. What it
+    // drops goes to `dropped`: a handler must not be destroyed under the lock, since its destructor
+    // may call this queue.
+    void rearmFromHeapLocked(std::vector<TimerEntry>& dropped) REQUIRES(mLock);
+
+    template <typename Predicate>
+    void cancelMatching(Predicate matches) EXCLUDES(mLock);
+
+    bool takeCancelledLocked(uint64_t id) REQUIRES(mLock);
+    TimerEntry popFrontLocked() REQUIRES(mLock);
+
+    int mEpollFd = -1;
+    int mTimerFd = -1;  // one-shot, armed for the earliest pending deadline
+    int mEventFd = -1;  // wake counter
+    bool mInitialized = false;
+
+    Mutex mLock;
+    std::vector<TimerEntry> mHeap GUARDED_BY(mLock);
+    std::unordered_set<uint64_t> mCancelled GUARDED_BY(mLock);  // ids, pruned at the heap's front
+    uint64_t mNextId GUARDED_BY(mLock) = 1;
 };
 
 }  // namespace android
