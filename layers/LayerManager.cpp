@@ -10,7 +10,8 @@ LayerManager* LayerManager::getInstance() {
     LayerManager* instance = sInstance.load(std::memory_order_acquire);
     if (instance != nullptr) return instance;
 
-    static Mutex sInstanceLock;
+    // Never destroyed: binder and watcher threads come here even while the process exits.
+    static Mutex& sInstanceLock = *new Mutex;
     Mutex::Autolock lock(sInstanceLock);
     instance = sInstance.load(std::memory_order_relaxed);
     if (instance == nullptr) {
