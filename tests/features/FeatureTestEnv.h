@@ -1,0 +1,54 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <android-base/properties.h>
+#include <android/log.h>
+#include <gtest/gtest.h>
+
+#include "corvane/host/LogCapture.h"
+#include "corvane/host/PerfService.h"
+#include "features/FeatureManager.h"
+
+namespace android {
+
+using Properties = std::vector<std::pair<std::string, std::string>>;
+
+// Every case runs in a process of its own, so the manager is built anew from these properties.
+class FeatureTest : public ::testing::Test {
+  protected:
+    void SetUp() override { ASSERT_TRUE(corvane::host::PerfService::install()); }
+
+    static FeatureManager& start(const Properties& properties) {
+        for (const auto& [name, value] : properties) {
+            EXPECT_TRUE(base::SetProperty(name, value)) << name;
+        }
+        return *FeatureManager::getInstance();
+    }
+
+    // The texts logged under the manager's tag at this priority since the last call.
+    std::vector<std::string> takeLog(int priority) {
+        std::vector<std::string> texts;
+        for (const corvane::host::LogLine& line : log.lines()) {
+            if (line.tag == "Corvane.FeatureManager" && line.priority == priority) {
+                texts.push_back(line.text);
+            }
+        }
+        log.clear();
+        return texts;
+    }
+    std::vector<std::string> takeErrors() { return takeLog(ANDROID_LOG_ERROR); }
+    std::vector<std::string> takeDebugLines() { return takeLog(ANDROID_LOG_DEBUG); }
+
+    // The registry is not started here; it answers every notification with this line.
+    size_t notifications() const { return log.count("LayerManager not initialized"); }
+
+    corvane::host::LogCapture log;
+};
+
+}  // namespace android
