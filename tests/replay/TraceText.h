@@ -26,6 +26,16 @@ class TraceText {
         line(pid + 20, beginMs, "B|" + std::to_string(pid) + "|queueBuffer");
         return line(pid + 20, endMs, "E|" + std::to_string(pid));
     }
+    TraceText& begin(int tid, double ms, const std::string& name) {
+        return line(tid, ms, "B|1|" + name);
+    }
+    TraceText& end(int tid, double ms) { return line(tid, ms, "E|1"); }
+    TraceText& slice(int tid, double ms, const std::string& name) {
+        return begin(tid, ms, name).end(tid, ms);
+    }
+    TraceText& async(int tid, double ms, char type, const std::string& name, int cookie) {
+        return line(tid, ms, std::string(1, type) + "|1|" + name + "|" + std::to_string(cookie));
+    }
     const std::string& str() const { return mText; }
 
   private:

@@ -1,0 +1,293 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "replay/Findings.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
+#include <unordered_map>
+
+#include <android/log.h>
+
+#include "replay/FtraceParser.h"
+
+namespace corvane::replay {
+namespace {
+
+constexpr int kGameRequest = 5633;  // the service's game classification and weight
+constexpr int kIsGame = 2;          // its answer for a game
+constexpr int kFrameRescueEvent = 4186;
+
+bool startsWith(std::string_view text, std::string_view prefix) {
+    return text.substr(0, prefix.size()) == prefix;
+}
+
+// The text behind the last `mark`. Layer names, which may hold anything, stand before it.
+const char* behindLast(const std::string& text, std::string_view mark) {
+    const size_t at = text.rfind(mark);
+    return at == std::string::npos ? nullptr : text.c_str() + at + mark.size();
+}
+
+class Collector {
+  public:
+    Collector(const Recording& recording, const PlayResult& played)
+          : mRecording(recording), mPlayed(played) {
+        mFindings.layers.resize(recording.layers.size());
+        for (size_t i = 0; i < recording.layers.size(); ++i) mById[recording.layers[i].id] = i;
+        mCallTimes.resize(recording.layers.size());
+        for (const auto& frame : played.frames) mCallTimes[frame.layer].push_back(frame.callNs);
+    }
+
+    void readLog(const std::vector<host::LogLine>& log);
+    void readCalls(const std::vector<host::PerfCall>& calls);
+    void readTrace(const std::string& trace);
+    void readBoosts(const std::vector<host::BoostRequest>& requests);
+    Findings take() { return std::move(mFindings); }
+
+  private:
+    // What a producer's thread is doing inside the queue hook.
+    struct Queueing {
+        int layerId = 0;
+        int64_t sinceNs = 0;
+        bool held = false;
+        int64_t pacedSinceNs = -1;
+    };
+
+    LayerFindings* layer(int id) {
+        const auto entry = mById.find(id);
+        return entry == mById.end() ? nullptr : &mFindings.layers[entry->second];
+    }
+    int64_t sinceStart(int64_t timeNs) const { return timeNs - mPlayed.startNs; }
+
+    void readRegistryLine(const std::string& text, int64_t atNs);
+    void readFeatureLine(const std::string& text, int64_t atNs);
+    void addSwitch(int id, FeatureKind kind, FeatureSwitch change);
+    void onBegin(const TraceEvent& event, Queueing& queueing);
+    void addHeld(const Queueing& queueing, int64_t releaseNs);
+    void placeReleases();
+    Boost boostOf(int id, int64_t atNs, int level, int freqMHz) const;
+
+    const Recording& mRecording;
+    const PlayResult& mPlayed;
+    std::unordered_map<int, size_t> mById;
+    std::vector<std::vector<int64_t>> mCallTimes;  // per layer, of its buffers, ascending
+    std::vector<int64_t> mVsyncs;
+    struct DeviceTrace {
+        int level, freqMHz, id;
+    };
+    std::vector<DeviceTrace> mDeviceTrace;
+    Findings mFindings;
+};
+
+void Collector::readLog(const std::vector<host::LogLine>& log) {
+    std::map<std::string, size_t> index;
+    for (const auto& line : log) {
+        const int64_t atNs = sinceStart(line.timeNs);
+        if (line.priority >= ANDROID_LOG_WARN) {
+            const auto [entry, isNew] = index.emplace(line.text, mFindings.complaints.size());
+            if (isNew) mFindings.complaints.emplace_back(line.text, 0);
+            ++mFindings.complaints[entry->second].second;
+        }
+        readRegistryLine(line.text, atNs);
+        readFeatureLine(line.text, atNs);
+    }
+}
+
+void Collector::readRegistryLine(const std::string& text, int64_t atNs) {
+    int id = 0;
+    int mode = 0;
+    double fps = 0.0;
+    if (std::sscanf(text.c_str(), "Add new candidate layer: %d [", &id) == 1) {
+        auto* found = layer(id);
+        if (found != nullptr && !found->candidateNs) found->candidateNs = atNs;
+    } else if (startsWith(text, "Add new layer to full tracking: [")) {
+        const char* rest = behindLast(text, "] layer ");
+        auto* found = rest != nullptr && std::sscanf(rest, "%d", &id) == 1 ? layer(id) : nullptr;
+        if (found != nullptr && !found->promotedNs) found->promotedNs = atNs;
+    } else if (std::sscanf(text.c_str(), "Stable FPS shift detected for layer %d: %lf (mode -> %d)",
+                           &id, &fps, &mode) == 3) {
+        if (auto* found = layer(id)) found->modes.emplace_back(atNs, mode);
+    } else if (std::sscanf(text.c_str(), "FPS:%lf[", &fps) == 1) {
+        const char* rest = behindLast(text, "] layer ");
+        if (rest == nullptr || std::sscanf(rest, "%d, (%*d, %*d) mode:%d", &id, &mode) != 2) return;
+        if (auto* found = layer(id)) found->windows.push_back({atNs, fps, mode});
+    }
+}
+
+void Collector::readFeatureLine(const std::string& text, int64_t atNs) {
+    int id = 0;
+    double fps = 0.0;
+    char word[32] = {};
+    char rest = 0;
+    if (std::sscanf(text.c_str(), "Layer %d: enable target fps: %lf", &id, &fps) == 2) {
+        addSwitch(id, FeatureKind::kTargetFps, {atNs, true, fps});
+    } else if (std::sscanf(text.c_str(), "Layer %d: %31[a-z] target fp%c", &id, word, &rest) == 3) {
+        addSwitch(id, FeatureKind::kTargetFps, {atNs, false});
+    } else if (std::sscanf(text.c_str(), "Layer %d: %31[a-z] PH%c", &id, word, &rest) == 3) {
+        addSwitch(id, FeatureKind::kHeadroom, {atNs, std::string_view(word) == "enable"});
+    } else if (std::sscanf(text.c_str(), "Layer %d %31[a-z] GF%c", &id, word, &rest) == 3) {
+        addSwitch(id, FeatureKind::kFrameRescue, {atNs, std::string_view(word) == "enable"});
+    }
+}
+
+// The library confirms switches that change nothing as well; only changes are told.
+void Collector::addSwitch(int id, FeatureKind kind, FeatureSwitch change) {
+    auto* found = layer(id);
+    if (found == nullptr) return;
+    auto& switches = found->switches[static_cast<size_t>(kind)];
+    const bool wasOn = !switches.empty() && switches.back().on;
+    const double wasTarget = switches.empty() ? 0.0 : switches.back().targetFps;
+    if (change.on == wasOn && change.targetFps == wasTarget) return;
+    switches.push_back(change);
+}
+
+void Collector::readCalls(const std::vector<host::PerfCall>& calls) {
+    mFindings.calls = calls;
+    for (auto& call : mFindings.calls) {
+        call.timeNs = sinceStart(call.timeNs);
+        if (call.number != kGameRequest || call.package.empty()) continue;
+        // The library asks about a layer's package once the layer is promoted, and took the package
+        // out of the layer's name.
+        for (size_t i = 0; i < mFindings.layers.size(); ++i) {
+            auto& found = mFindings.layers[i];
+            if (!found.promotedNs || call.package.size() < found.package.size() ||
+                mRecording.layers[i].name.find(call.package) == std::string::npos) {
+                continue;
+            }
+            found.package = call.package;
+            if (call.entry == "perf_get_feedback") {
+                found.game = call.result == kIsGame;
+            } else {
+                found.weight = call.result;
+            }
+        }
+    }
+}
+
+void Collector::readTrace(const std::string& trace) {
+    constexpr std::string_view kHeadroomTrack = "CPU headroom - ";
+    std::unordered_map<int, Queueing> threads;
+    parseFtrace(trace, [&](const TraceEvent& event) {
+        Queueing& queueing = threads[event.tid];
+        switch (event.kind) {
+            case TraceEvent::Kind::kAsyncBegin:
+                if (startsWith(event.name, kHeadroomTrack)) {
+                    queueing = {static_cast<int>(event.value), event.timeNs};
+                }
+                break;
+            case TraceEvent::Kind::kAsyncEnd:
+                if (startsWith(event.name, kHeadroomTrack)) {
+                    if (queueing.held) addHeld(queueing, event.timeNs);
+                    queueing = {};
+                }
+                break;
+            case TraceEvent::Kind::kBegin:
+                onBegin(event, queueing);
+                break;
+            case TraceEvent::Kind::kEnd:
+                // Nothing is traced within the sleep, so this is its end.
+                if (queueing.pacedSinceNs < 0) break;
+                if (auto* found = layer(queueing.layerId)) {
+                    found->pacedNs.push_back(event.timeNs - queueing.pacedSinceNs);
+                }
+                queueing.pacedSinceNs = -1;
+                break;
+            case TraceEvent::Kind::kCounter:
+                break;
+        }
+    });
+    placeReleases();
+}
+
+void Collector::onBegin(const TraceEvent& event, Queueing& queueing) {
+    if (event.name == "onVsync") {
+        mVsyncs.push_back(event.timeNs);
+    } else if (event.name == "delay finish" || event.name == "additional delay") {
+        queueing.held = true;
+    } else if (event.name == "Pending for target fps") {
+        queueing.pacedSinceNs = event.timeNs;
+    } else if (startsWith(event.name, "[GFR_BOOST] GFR_IOCTL ")) {
+        DeviceTrace request{};
+        int headroom = 0;
+        if (std::sscanf(std::string(event.name).c_str(),
+                        "[GFR_BOOST] GFR_IOCTL bl=%d hr=%d bf=%d, [id: %d]", &request.level,
+                        &headroom, &request.freqMHz, &request.id) == 4) {
+            mDeviceTrace.push_back(request);
+        }
+    }
+}
+
+void Collector::addHeld(const Queueing& queueing, int64_t releaseNs) {
+    auto* found = layer(queueing.layerId);
+    if (found == nullptr) return;
+    found->held.push_back(
+            {sinceStart(queueing.sinceNs), releaseNs - queueing.sinceNs, std::nullopt});
+}
+
+void Collector::placeReleases() {
+    for (auto& found : mFindings.layers) {
+        for (auto& frame : found.held) {
+            const int64_t releaseNs = mPlayed.startNs + frame.atNs + frame.heldNs;
+            const auto next = std::lower_bound(mVsyncs.begin(), mVsyncs.end(), releaseNs);
+            if (next != mVsyncs.end()) frame.beforeVsyncNs = *next - releaseNs;
+        }
+    }
+}
+
+// The device is told the level and frequency alone; the trace, written right before each request,
+// adds the layer.
+void Collector::readBoosts(const std::vector<host::BoostRequest>& requests) {
+    auto traced = mDeviceTrace.begin();
+    for (const auto& request : requests) {
+        const auto match = std::find_if(traced, mDeviceTrace.end(), [&](const DeviceTrace& t) {
+            return t.level == request.level && t.freqMHz == request.freqMHz;
+        });
+        int id = 0;
+        if (match != mDeviceTrace.end()) {
+            id = match->id;
+            traced = std::next(match);
+        }
+        const Boost boost =
+                boostOf(id, sinceStart(request.timeNs), request.level, request.freqMHz);
+        if (auto* found = layer(id)) {
+            found->boosts.push_back(boost);
+        } else {
+            mFindings.unclaimedBoosts.push_back(boost);
+        }
+    }
+    // Without the device, and above its levels, the service gets them.
+    for (const auto& call : mFindings.calls) {
+        if (call.entry != "perf_event" || call.number != kFrameRescueEvent || call.args.empty()) {
+            continue;
+        }
+        mFindings.unclaimedBoosts.push_back(boostOf(0, call.timeNs, call.args[0], 0));
+    }
+}
+
+Boost Collector::boostOf(int id, int64_t atNs, int level, int freqMHz) const {
+    Boost boost{atNs, level, freqMHz, 0, 0};
+    const auto entry = mById.find(id);
+    if (entry == mById.end()) return boost;
+    // The hint that releases an earlier boost comes from within the next buffer's call.
+    const auto& times = mCallTimes[entry->second];
+    const auto next = std::upper_bound(times.begin(), times.end(), atNs);
+    if (next == times.begin()) return boost;
+    boost.frame = static_cast<size_t>(next - times.begin());
+    boost.sinceQueueNs = atNs - *std::prev(next);
+    return boost;
+}
+
+}  // namespace
+
+Findings findingsOf(const Recording& recording, const PlayResult& played,
+                    const Evidence& evidence) {
+    Collector collector(recording, played);
+    collector.readLog(evidence.log);
+    collector.readCalls(evidence.calls);
+    collector.readTrace(evidence.trace);
+    collector.readBoosts(evidence.boosts);
+    return collector.take();
+}
+
+}  // namespace corvane::replay

@@ -1,0 +1,94 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "corvane/host/Devices.h"
+#include "corvane/host/LogCapture.h"
+#include "corvane/host/PerfService.h"
+#include "replay/Player.h"
+#include "replay/Recording.h"
+
+namespace corvane::replay {
+
+// What the library did in a replay, told from what it gave away itself: its log, its trace, its
+// calls into the performance service and its requests to the boost device. Times count from the
+// start of the replay.
+
+struct FpsWindow {
+    int64_t atNs;
+    double fps;
+    int mode;  // accepted by then; -1 for none
+};
+
+enum class FeatureKind : size_t { kHeadroom, kTargetFps, kFrameRescue, kCount };
+
+struct FeatureSwitch {
+    int64_t atNs;
+    bool on;
+    double targetFps = 0.0;  // of kTargetFps switched on
+};
+
+// One buffer that the library held back.
+struct HeldFrame {
+    int64_t atNs;
+    int64_t heldNs;
+    std::optional<int64_t> beforeVsyncNs;  // from its release to the next vsync, if one followed
+};
+
+// One frame-rescue request; level 0 releases an earlier one.
+struct Boost {
+    int64_t atNs;
+    int level;
+    int freqMHz;
+    size_t frame;         // the layer's latest buffer by then, counted from 1; 0 for none
+    int64_t sinceQueueNs;  // from that buffer's call
+};
+
+struct LayerFindings {
+    std::optional<int64_t> candidateNs;
+    std::optional<int64_t> promotedNs;
+    std::string package;  // as the library told it to the service
+    std::optional<bool> game;
+    std::optional<int> weight;
+    std::vector<FpsWindow> windows;
+    std::vector<std::pair<int64_t, int>> modes;  // time and value of each mode that was accepted
+    std::array<std::vector<FeatureSwitch>, static_cast<size_t>(FeatureKind::kCount)> switches;
+    std::vector<HeldFrame> held;
+    std::vector<int64_t> pacedNs;  // how long target-FPS pacing let the producer sleep
+    std::vector<Boost> boosts;
+
+    const std::vector<FeatureSwitch>& of(FeatureKind kind) const {
+        return switches[static_cast<size_t>(kind)];
+    }
+};
+
+struct Findings {
+    std::vector<LayerFindings> layers;  // one for each of the recording's
+    std::vector<host::PerfCall> calls;  // with times from the start of the replay
+    std::vector<Boost> unclaimedBoosts;  // whose layer the trace does not tell
+    // Warnings and errors that the library logged, with how often.
+    std::vector<std::pair<std::string, size_t>> complaints;
+};
+
+// The raw material, with times as systemTime gave them.
+struct Evidence {
+    std::vector<host::LogLine> log;
+    std::vector<host::PerfCall> calls;
+    std::vector<host::BoostRequest> boosts;
+    std::string trace;  // ftrace text
+};
+
+Findings findingsOf(const Recording& recording, const PlayResult& played, const Evidence& evidence);
+
+}  // namespace corvane::replay

@@ -1,0 +1,206 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include <map>
+#include <utility>
+
+#include <json/json.h>
+
+#include "replay/Report.h"
+
+namespace corvane::replay {
+namespace {
+
+Json::Value spreadOfNs(const Spread& spread) {
+    Json::Value value;
+    value["count"] = Json::UInt64(spread.count);
+    value["p50Ns"] = Json::Int64(spread.p50);
+    value["p99Ns"] = Json::Int64(spread.p99);
+    value["maxNs"] = Json::Int64(spread.max);
+    return value;
+}
+
+Json::Value list() {
+    return Json::Value(Json::arrayValue);
+}
+
+template <typename T>
+Json::Value orNull(const std::optional<T>& value) {
+    return value ? Json::Value(*value) : Json::Value();
+}
+
+Json::Value timeOrNull(const std::optional<int64_t>& timeNs) {
+    return timeNs ? Json::Value(Json::Int64(*timeNs)) : Json::Value();
+}
+
+Json::Value switchesOf(const std::vector<FeatureSwitch>& switches) {
+    Json::Value values = list();
+    for (const auto& change : switches) {
+        Json::Value value;
+        value["atNs"] = Json::Int64(change.atNs);
+        value["on"] = change.on;
+        if (change.targetFps > 0.0) value["targetFps"] = change.targetFps;
+        values.append(std::move(value));
+    }
+    return values;
+}
+
+Json::Value boostsOf(const std::vector<Boost>& boosts) {
+    Json::Value values = list();
+    for (const auto& boost : boosts) {
+        Json::Value value;
+        value["atNs"] = Json::Int64(boost.atNs);
+        value["level"] = boost.level;
+        value["freqMHz"] = boost.freqMHz;
+        if (boost.frame > 0) {
+            value["frame"] = Json::UInt64(boost.frame);
+            value["sinceQueueNs"] = Json::Int64(boost.sinceQueueNs);
+        }
+        values.append(std::move(value));
+    }
+    return values;
+}
+
+Json::Value featuresOf(const LayerFindings& found) {
+    Json::Value headroom;
+    headroom["switches"] = switchesOf(found.of(FeatureKind::kHeadroom));
+    headroom["held"] = list();
+    std::vector<int64_t> held, before;
+    for (const auto& frame : found.held) {
+        Json::Value value;
+        value["atNs"] = Json::Int64(frame.atNs);
+        value["heldNs"] = Json::Int64(frame.heldNs);
+        value["beforeVsyncNs"] = timeOrNull(frame.beforeVsyncNs);
+        headroom["held"].append(std::move(value));
+        held.push_back(frame.heldNs);
+        if (frame.beforeVsyncNs) before.push_back(*frame.beforeVsyncNs);
+    }
+    headroom["heldSpread"] = spreadOfNs(spreadOf(std::move(held)));
+    headroom["beforeVsyncSpread"] = spreadOfNs(spreadOf(std::move(before)));
+
+    Json::Value targetFps;
+    targetFps["switches"] = switchesOf(found.of(FeatureKind::kTargetFps));
+    targetFps["pacedSpread"] = spreadOfNs(spreadOf(found.pacedNs));
+
+    Json::Value rescue;
+    rescue["switches"] = switchesOf(found.of(FeatureKind::kFrameRescue));
+    rescue["boosts"] = boostsOf(found.boosts);
+
+    Json::Value features;
+    features["headroom"] = std::move(headroom);
+    features["targetFps"] = std::move(targetFps);
+    features["frameRescue"] = std::move(rescue);
+    return features;
+}
+
+Json::Value layersOf(const ReportSource& source) {
+    Json::Value values = list();
+    for (size_t i = 0; i < source.recording.layers.size(); ++i) {
+        const Layer& layer = source.recording.layers[i];
+        const Process& process = source.recording.processes[layer.process];
+        const LayerFindings& found = source.findings.layers[i];
+        Json::Value value;
+        value["id"] = layer.id;
+        value["name"] = layer.name;
+        value["pid"] = process.pid;
+        value["uid"] = process.uid;
+        value["frames"] = Json::UInt64(layer.frames);
+        value["package"] = found.package.empty() ? Json::Value() : Json::Value(found.package);
+        value["game"] = orNull(found.game);
+        value["weight"] = orNull(found.weight);
+        value["candidateNs"] = timeOrNull(found.candidateNs);
+        value["promotedNs"] = timeOrNull(found.promotedNs);
+        value["fps"] = found.windows.empty() ? Json::Value() : found.windows.back().fps;
+        value["fpsMode"] = found.windows.empty() ? -1 : found.windows.back().mode;
+        value["fpsWindows"] = list();
+        for (const auto& window : found.windows) {
+            Json::Value entry;
+            entry["atNs"] = Json::Int64(window.atNs);
+            entry["fps"] = window.fps;
+            entry["mode"] = window.mode;
+            value["fpsWindows"].append(std::move(entry));
+        }
+        value["fpsModes"] = list();
+        for (const auto& [atNs, mode] : found.modes) {
+            Json::Value entry;
+            entry["atNs"] = Json::Int64(atNs);
+            entry["mode"] = mode;
+            value["fpsModes"].append(std::move(entry));
+        }
+        value["features"] = featuresOf(found);
+        values.append(std::move(value));
+    }
+    return values;
+}
+
+Json::Value serviceOf(const ReportSource& source) {
+    std::map<std::pair<std::string, int>, Json::UInt64> counts;
+    Json::Value events = list();
+    for (const auto& call : source.findings.calls) {
+        ++counts[{call.entry, call.number}];
+        if (call.entry != "perf_event") continue;
+        Json::Value event;
+        event["number"] = call.number;
+        event["atNs"] = Json::Int64(call.timeNs);
+        event["package"] = call.hasPackage ? Json::Value(call.package) : Json::Value();
+        event["args"] = list();
+        for (const int arg : call.args) event["args"].append(arg);
+        events.append(std::move(event));
+    }
+    Json::Value calls = list();
+    for (const auto& [key, count] : counts) {
+        Json::Value call;
+        call["entry"] = key.first;
+        call["number"] = key.second;
+        call["count"] = count;
+        calls.append(std::move(call));
+    }
+    Json::Value service;
+    service["calls"] = std::move(calls);
+    service["events"] = std::move(events);
+    return service;
+}
+
+}  // namespace
+
+std::string jsonReport(const ReportSource& source) {
+    const Recording& recording = source.recording;
+    const PlayResult& played = source.played;
+    Json::Value root;
+    root["recording"]["file"] = source.recordingFile;
+    root["recording"]["durationNs"] = Json::Int64(recording.durationNs);
+    root["recording"]["vsyncPeriodNs"] = Json::Int64(recording.vsyncPeriodNs);
+    root["recording"]["vsyncs"] = Json::UInt64(recording.vsyncs);
+    root["recording"]["frames"] = Json::UInt64(recording.frames);
+    root["recording"]["linesSkipped"] = Json::UInt64(recording.skippedLines);
+    root["recording"]["layersLeftOut"] = Json::UInt64(recording.skippedLayers);
+    root["scenario"] =
+            source.scenarioFile.empty() ? Json::Value() : Json::Value(source.scenarioFile);
+    root["replay"]["repeat"] = source.repeat;
+    root["replay"]["durationNs"] = Json::Int64(played.durationNs);
+    root["replay"]["vsyncLateness"] = spreadOfNs(played.lateness);
+    root["replay"]["droppedFrames"] = Json::UInt64(played.droppedFrames);
+    root["replay"]["missedLatches"] = Json::UInt64(played.missedLatches);
+    root["layers"] = layersOf(source);
+    root["boostsOfNoLayer"] = boostsOf(source.findings.unclaimedBoosts);
+    root["service"] = serviceOf(source);
+    root["hooks"] = list();
+    for (size_t i = 0; i < static_cast<size_t>(Hook::kCount); ++i) {
+        const auto hook = static_cast<Hook>(i);
+        Json::Value value = spreadOfNs(played.costs.spread(hook));
+        value["name"] = hookName(hook);
+        root["hooks"].append(std::move(value));
+    }
+    root["complaints"] = list();
+    for (const auto& [text, count] : source.findings.complaints) {
+        Json::Value value;
+        value["text"] = text;
+        value["count"] = Json::UInt64(count);
+        root["complaints"].append(std::move(value));
+    }
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "  ";
+    return Json::writeString(builder, root) + "\n";
+}
+
+}  // namespace corvane::replay

@@ -1,0 +1,42 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "replay/LibraryHooks.h"
+
+#include <corvane/hooks.h>
+#include <ui/Rect.h>
+
+#include "corvane/host/Binder.h"
+
+namespace corvane::replay {
+namespace {
+
+// Recordings do not tell where a layer is on screen; every one fills a usual phone's.
+constexpr int32_t kScreenWidth = 1080;
+constexpr int32_t kScreenHeight = 2400;
+
+}  // namespace
+
+void LibraryHooks::setVsyncPeriod(int64_t periodNs) {
+    corvaneSetVsyncPeriod(periodNs);
+}
+
+void LibraryHooks::trackVsyncSignal() {
+    corvaneTrackVsyncSignal();
+}
+
+void LibraryHooks::trackBufferIncrement(const Layer& layer, const Process& process) {
+    const host::ScopedBinderCaller caller(process.pid, process.uid);
+    // True is an ordinary buffer: the library takes it for one to be shown at once when it is false.
+    constexpr bool kOrdinary = true;
+    corvaneTrackBufferIncrement(layer.name.c_str(), layer.id, kOrdinary, 0, 0);
+}
+
+void LibraryHooks::trackBufferDecrement(const Layer& layer, int pendingCount, bool focused) {
+    const android::Rect bounds(0, 0, kScreenWidth, kScreenHeight);
+    constexpr bool kVisible = true;
+    corvaneTrackBufferDecrement(layer.name.c_str(), layer.id, pendingCount, &bounds, focused,
+                                kVisible);
+}
+
+}  // namespace corvane::replay

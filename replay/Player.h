@@ -1,0 +1,110 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+#include "replay/HookCosts.h"
+#include "replay/Hooks.h"
+#include "replay/Recording.h"
+
+namespace corvane::replay {
+
+// Something that happens beside the recorded frames, at a time counted from the first step.
+struct TimedAction {
+    int64_t atNs;
+    std::function<void(HookCosts&)> run;
+};
+
+// One buffer that was handed to the library. Times count from the start of the replay.
+struct PlayedFrame {
+    size_t layer;
+    int64_t callNs;
+    int64_t returnNs;
+};
+
+struct PlayResult {
+    int64_t startNs = 0;  // systemTime of the first pass's first step
+    int64_t durationNs = 0;
+    HookCosts costs;
+    std::vector<PlayedFrame> frames;  // in the order of their calls
+    size_t droppedFrames = 0;         // never drawn, since their producer was still held back
+    size_t missedLatches = 0;  // buffers that a recorded latch took and this one did not find
+    Spread lateness;                  // of the vsync calls, behind the recorded times
+};
+
+// Plays a recording's compositor in real time: vsyncs and latches on one thread, each producing
+// process's buffers on a thread of its own, every call at its recorded time by an absolute deadline.
+//
+// The library may hold a producer back inside the hook. Then the replay goes on as a phone would:
+//  - The producer is late: a buffer is queued at its recorded time, or when the producer is free.
+//  - A producer that is still held when even its next buffer is due has not drawn the one between:
+//    that buffer is dropped. (Only holding counts; a replay thread that the machine woke late is
+//    not the library's doing and drops nothing.)
+//  - A buffer counts as queued when its hook has returned. A recorded latch takes what is queued by
+//    then, which may be nothing. A vsync for which no latch of the layer was recorded takes one
+//    buffer when more are queued than in the recording at that moment: those that came too late for
+//    their own latch.
+//
+// Passes follow each other with a gap of one vsync period. After the last, vsyncs go on until every
+// producer is free again.
+class Player {
+  public:
+    Player(const Recording& recording, Hooks& hooks, int repeat);
+
+    void setActions(std::vector<TimedAction> actions) { mActions = std::move(actions); }
+
+    // Blocks until all is played. `progress` is called several times a second on the calling thread
+    // with the time played and the whole time.
+    PlayResult play(const std::function<void(int64_t doneNs, int64_t totalNs)>& progress);
+
+    int64_t passNs() const { return mRecording.durationNs + mRecording.vsyncPeriodNs; }
+
+  private:
+    struct Producer {
+        size_t process;
+        std::vector<size_t> steps;  // its queue steps, indices into the recording's
+        HookCosts costs;
+        std::vector<PlayedFrame> frames;
+        size_t dropped = 0;
+    };
+
+    void runCompositor();
+    void playPass(int64_t passStartNs);
+    void drain(int64_t fromNs);
+    void vsync(int64_t atNs);
+    int latch(size_t layer, int count);  // returns how many buffers there were
+    void latchLate(size_t stepOfVsync);
+    bool isLatchedBeforeNextVsync(size_t stepOfVsync, size_t layer) const;
+    void runProducer(Producer& producer);
+    void runActions();
+    int64_t sinceStart(int64_t timeNs) const { return timeNs - mStartNs; }
+
+    const Recording& mRecording;
+    Hooks& mHooks;
+    const int mRepeat;
+    std::vector<TimedAction> mActions;
+    HookCosts mActionCosts;
+
+    size_t mFocusedProcess = 0;
+    int64_t mStartNs = 0;
+    std::vector<Producer> mProducers;
+    std::atomic<size_t> mBusyProducers{0};
+    std::atomic<bool> mFinished{false};
+    // Per layer, the buffers queued and not latched: raised by producers, lowered by the compositor.
+    std::vector<std::atomic<int>> mDepth;
+
+    // Of the compositor's thread.
+    std::vector<int> mRecordedDepth;
+    HookCosts mCompositorCosts;
+    std::vector<int64_t> mVsyncLateness;
+    size_t mMissedLatches = 0;
+    int64_t mEndNs = 0;
+};
+
+}  // namespace corvane::replay

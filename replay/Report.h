@@ -1,0 +1,31 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <string>
+
+#include "replay/Findings.h"
+#include "replay/Player.h"
+#include "replay/Recording.h"
+
+namespace corvane::replay {
+
+// Everything that a report tells of.
+struct ReportSource {
+    std::string recordingFile;
+    std::string scenarioFile;  // empty: none
+    std::string scenarioDescription;
+    int repeat;
+    const Recording& recording;
+    const PlayResult& played;
+    const Findings& findings;
+};
+
+// For a person at a terminal: at most 100 columns, units at every number.
+std::string textReport(const ReportSource& source);
+
+// The same for programs, one JSON document; times in nanoseconds from the start of the replay.
+std::string jsonReport(const ReportSource& source);
+
+}  // namespace corvane::replay

@@ -1,0 +1,278 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "replay/Scenario.h"
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <utility>
+
+#include <json/json.h>
+
+namespace corvane::replay {
+namespace {
+
+// The service's callback hints.
+constexpr int kHintTargetFps = 4171;
+constexpr int kHintHeadroomRates = 4187;
+constexpr int kHintFrameRescue = 4189;
+
+// The service sends rates as hundredths.
+constexpr double kHundredths = 100.0;
+constexpr double kMaxHeadroomRate = 10.0;  // vsync periods
+constexpr double kMaxTargetFps = 1'000.0;
+constexpr double kMaxEventMs = 86'400'000.0;  // a day
+
+class ScenarioError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+// A value of the document together with its place, for messages.
+class Node {
+  public:
+    Node(const Json::Value& value, std::string path, const std::string& text,
+         const std::string& fileName)
+          : mValue(value), mPath(std::move(path)), mText(text), mFileName(fileName) {}
+
+    using Use = std::function<void(const Node&)>;
+
+    // Hands each member to the use of its key; a key without one is an error.
+    void object(const std::map<std::string, Use>& keys) const {
+        if (!mValue.isObject()) wrongType("an object");
+        for (const auto& key : mValue.getMemberNames()) {
+            const Node node = child(mValue[key], mPath.empty() ? key : mPath + "." + key);
+            const auto use = keys.find(key);
+            if (use == keys.end()) {
+                std::string known;
+                for (const auto& entry : keys) known += (known.empty() ? "" : ", ") + entry.first;
+                node.fail("unknown key (known here: " + known + ")");
+            }
+            use->second(node);
+        }
+    }
+    void array(const Use& use) const {
+        if (!mValue.isArray()) wrongType("a list");
+        for (Json::ArrayIndex i = 0; i < mValue.size(); ++i) {
+            use(child(mValue[i], mPath + "[" + std::to_string(i) + "]"));
+        }
+    }
+    std::string text() const {
+        if (!mValue.isString()) wrongType("a text");
+        return mValue.asString();
+    }
+    int integer() const {
+        if (!mValue.isInt()) wrongType("an integer");
+        return mValue.asInt();
+    }
+    int integer(int least, int most) const {
+        const int value = integer();
+        if (value < least || value > most) {
+            fail("must be from " + std::to_string(least) + " to " + std::to_string(most));
+        }
+        return value;
+    }
+    double number(double most) const {
+        if (!mValue.isNumeric()) wrongType("a number");
+        const double value = mValue.asDouble();
+        if (!(value >= 0.0 && value <= most)) {
+            fail("must be from 0 to " + std::to_string(static_cast<int64_t>(most)));
+        }
+        return value;
+    }
+    void isTrue() const {
+        if (!mValue.isBool() || !mValue.asBool()) wrongType("true");
+    }
+    // A key that the object cannot do without.
+    void require(const char* key) const {
+        if (!mValue.isMember(key)) fail("lacks the key '" + std::string(key) + "'");
+    }
+
+    [[noreturn]] void fail(const std::string& what) const {
+        const auto offset = static_cast<std::ptrdiff_t>(
+                std::min(static_cast<size_t>(std::max<std::ptrdiff_t>(0, mValue.getOffsetStart())),
+                         mText.size()));
+        const auto line = 1 + std::count(mText.begin(), mText.begin() + offset, '\n');
+        throw ScenarioError(mFileName + ":" + std::to_string(line) + ": " +
+                            (mPath.empty() ? "the scenario" : mPath) + ": " + what);
+    }
+
+  private:
+    Node child(const Json::Value& value, std::string path) const {
+        return {value, std::move(path), mText, mFileName};
+    }
+    [[noreturn]] void wrongType(const std::string& wanted) const { fail("must be " + wanted); }
+
+    const Json::Value& mValue;
+    const std::string mPath;
+    const std::string& mText;
+    const std::string& mFileName;
+};
+
+int hundredths(double value) {
+    return static_cast<int>(std::lround(value * kHundredths));
+}
+
+ServiceCallback headroomOf(const Node& node) {
+    // Pairs of a rate's kind, which the library does not read, and the rate.
+    ServiceCallback callback{kHintHeadroomRates, "", 0, 0, {0, 0, 1, 0}};
+    node.object({
+            {"upTo60Hz",
+             [&](const Node& n) { callback.values[1] = hundredths(n.number(kMaxHeadroomRate)); }},
+            {"above60Hz",
+             [&](const Node& n) { callback.values[3] = hundredths(n.number(kMaxHeadroomRate)); }},
+    });
+    return callback;
+}
+
+ServiceCallback frameRescueOf(const Node& node) {
+    ServiceCallback callback{kHintFrameRescue, "", 0, 0, {1}};
+    node.object({
+            {"flag", [&](const Node& n) { callback.values[0] = n.integer(); }},
+            {"tunables", [&](const Node& n) { callback.package = ":" + n.text(); }},
+    });
+    node.require("tunables");
+    return callback;
+}
+
+Game gameOf(const Node& node) {
+    Game game;
+    auto& configuration = game.configuration;
+    node.object({
+            {"package", [&](const Node& n) { game.package = n.text(); }},
+            {"weight", [&](const Node& n) { game.weight = n.integer(); }},
+            {"headroomRates", [&](const Node& n) { configuration.push_back(headroomOf(n)); }},
+            {"frameRescue", [&](const Node& n) { configuration.push_back(frameRescueOf(n)); }},
+            {"targetFps",
+             [&](const Node& n) {
+                 const int rate = hundredths(n.number(kMaxTargetFps));
+                 configuration.push_back({kHintTargetFps, "", rate, 0, {}});
+             }},
+    });
+    node.require("package");
+    for (auto& callback : configuration) callback.package.insert(0, game.package);
+    return game;
+}
+
+ServiceCallback callbackOf(const Node& node) {
+    ServiceCallback callback;
+    node.object({
+            {"hint", [&](const Node& n) { callback.hint = n.integer(); }},
+            {"package", [&](const Node& n) { callback.package = n.text(); }},
+            {"arg1", [&](const Node& n) { callback.arg1 = n.integer(); }},
+            {"arg2", [&](const Node& n) { callback.arg2 = n.integer(); }},
+            {"values",
+             [&](const Node& n) {
+                 n.array([&](const Node& value) { callback.values.push_back(value.integer()); });
+             }},
+    });
+    node.require("hint");
+    return callback;
+}
+
+PropertyWrite propertyOf(const Node& node) {
+    PropertyWrite property;
+    node.object({
+            {"name", [&](const Node& n) { property.name = n.text(); }},
+            {"value", [&](const Node& n) { property.value = n.text(); }},
+    });
+    node.require("name");
+    node.require("value");
+    return property;
+}
+
+ScenarioEvent eventOf(const Node& node) {
+    ScenarioEvent event;
+    int kinds = 0;
+    node.object({
+            {"atMs",
+             [&](const Node& n) {
+                 event.atNs = static_cast<int64_t>(n.number(kMaxEventMs) * 1e6);
+             }},
+            {"callback",
+             [&](const Node& n) {
+                 event.what = callbackOf(n);
+                 ++kinds;
+             }},
+            {"property",
+             [&](const Node& n) {
+                 event.what = propertyOf(n);
+                 ++kinds;
+             }},
+            {"unblock",
+             [&](const Node& n) {
+                 n.isTrue();
+                 event.what = Unblock{};
+                 ++kinds;
+             }},
+    });
+    node.require("atMs");
+    if (kinds != 1) node.fail("must hold exactly one of callback, property, unblock");
+    return event;
+}
+
+Scenario scenarioOf(const Node& root, const std::string& fileName) {
+    Scenario scenario;
+    root.object({
+            {"description", [&](const Node& n) { scenario.description = n.text(); }},
+            {"recording",
+             [&](const Node& n) {
+                 scenario.recording =
+                         (std::filesystem::path(fileName).parent_path() / n.text())
+                                 .lexically_normal();
+             }},
+            {"repeat", [&](const Node& n) { scenario.repeat = n.integer(1, kMaxRepeat); }},
+            {"games",
+             [&](const Node& n) {
+                 n.array([&](const Node& game) { scenario.games.push_back(gameOf(game)); });
+             }},
+            {"properties",
+             [&](const Node& n) {
+                 n.array([&](const Node& property) {
+                     scenario.properties.push_back(propertyOf(property));
+                 });
+             }},
+            {"events",
+             [&](const Node& n) {
+                 n.array([&](const Node& event) { scenario.events.push_back(eventOf(event)); });
+             }},
+    });
+    return scenario;
+}
+
+// jsoncpp's report, which spans lines, as part of one sentence.
+std::string oneLine(std::string text) {
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    text.erase(0, text.find_first_not_of("* "));
+    text.erase(text.find_last_not_of(' ') + 1);
+    return text;
+}
+
+}  // namespace
+
+ScenarioResult parseScenario(const std::string& text, const std::string& fileName) {
+    Json::CharReaderBuilder builder;
+    builder["collectComments"] = false;
+    builder["failIfExtra"] = true;
+    builder["rejectDupKeys"] = true;
+    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    Json::Value document;
+    std::string errors;
+    try {
+        if (!reader->parse(text.data(), text.data() + text.size(), &document, &errors)) {
+            return {std::nullopt, fileName + ": not valid JSON: " + oneLine(errors)};
+        }
+        return {scenarioOf(Node(document, "", text, fileName), fileName), {}};
+    } catch (const ScenarioError& error) {
+        return {std::nullopt, error.what()};
+    } catch (const Json::Exception& error) {  // nested too deeply
+        return {std::nullopt, fileName + ": not valid JSON: " + oneLine(error.what())};
+    }
+}
+
+}  // namespace corvane::replay

@@ -1,0 +1,67 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace corvane::replay {
+
+// What the performance service would tell the library about the applications of a recording, and
+// what happens on the phone meanwhile. Read from a JSON file.
+
+// One call of the service's callback, as it arrives.
+struct ServiceCallback {
+    int hint = 0;
+    std::string package;
+    int arg1 = 0;
+    int arg2 = 0;
+    std::vector<int> values;
+};
+
+struct PropertyWrite {
+    std::string name;
+    std::string value;
+};
+
+// The compositor's smart touch lets held buffers go.
+struct Unblock {};
+
+struct ScenarioEvent {
+    int64_t atNs = 0;  // from the start of the replay
+    std::variant<ServiceCallback, PropertyWrite, Unblock> what;
+};
+
+struct Game {
+    std::string package;
+    int weight = 0;
+    // The configuration of the game as the service delivers it before the first frame.
+    std::vector<ServiceCallback> configuration;
+};
+
+struct Scenario {
+    std::string description;
+    std::string recording;  // path, from the scenario's own folder; empty when it names none
+    int repeat = 0;         // 0 when it names none
+    std::vector<Game> games;
+    std::vector<PropertyWrite> properties;  // written before the library starts
+    std::vector<ScenarioEvent> events;
+};
+
+// Without a scenario `error` is one sentence that names the place in the file.
+struct ScenarioResult {
+    std::optional<Scenario> scenario;
+    std::string error;
+};
+
+// `fileName` appears in errors; a recording's path is taken relative to its folder.
+ScenarioResult parseScenario(const std::string& text, const std::string& fileName);
+
+// The largest number of passes that a scenario or the command line may ask for.
+constexpr int kMaxRepeat = 1'000;
+
+}  // namespace corvane::replay

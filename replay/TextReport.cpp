@@ -1,0 +1,351 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "replay/Report.h"
+
+#include <algorithm>
+#include <cinttypes>
+#include <cstdarg>
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+namespace corvane::replay {
+namespace {
+
+constexpr size_t kWidth = 100;
+constexpr double kNsPerUs = 1e3;
+constexpr double kNsPerMs = 1e6;
+constexpr double kNsPerSecond = 1e9;
+
+// Lists are cut to what fits a screen; the JSON report has them whole.
+constexpr size_t kMaxEvents = 6;
+constexpr size_t kMaxSwitches = 6;
+constexpr size_t kMaxComplaints = 4;
+
+__attribute__((format(printf, 1, 2))) std::string format(const char* pattern, ...) {
+    char text[512];
+    va_list args;
+    va_start(args, pattern);
+    std::vsnprintf(text, sizeof(text), pattern, args);
+    va_end(args);
+    return text;
+}
+
+std::string seconds(int64_t ns) {
+    return format("%.2f s", static_cast<double>(ns) / kNsPerSecond);
+}
+
+std::string millis(int64_t ns) {
+    return format("%.2f ms", static_cast<double>(ns) / kNsPerMs);
+}
+
+std::string cost(int64_t ns) {
+    if (ns < 10'000'000) return format("%.1f us", static_cast<double>(ns) / kNsPerUs);
+    return format("%.1f ms", static_cast<double>(ns) / kNsPerMs);
+}
+
+std::string plural(size_t count, const char* noun) {
+    return format("%zu %s%s", count, noun, count == 1 ? "" : "s");
+}
+
+// Names are chosen by applications: no control characters reach the terminal, and a long name loses
+// its middle.
+std::string shown(std::string name, size_t width) {
+    for (auto& c : name) {
+        if (static_cast<unsigned char>(c) < ' ' || c == 0x7f) c = '?';
+    }
+    if (name.size() <= width) return name;
+    const size_t tail = width / 3;
+    return name.substr(0, width - tail - 3) + "..." + name.substr(name.size() - tail);
+}
+
+// Lines of cells in aligned columns. A row with fewer cells than the table has columns may end in a
+// long one.
+class Table {
+  public:
+    // One character per column: 'l' or 'r' for its alignment.
+    explicit Table(std::string alignment) : mAlignment(std::move(alignment)) {}
+
+    void add(std::vector<std::string> cells) { mRows.push_back(std::move(cells)); }
+
+    std::string text(const std::string& indent = "  ") const {
+        std::vector<size_t> widths(mAlignment.size());
+        for (const auto& row : mRows) {
+            for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
+        }
+        std::string text;
+        for (const auto& row : mRows) {
+            std::string line = indent;
+            for (size_t i = 0; i < row.size(); ++i) {
+                const std::string pad(widths[i] - row[i].size(), ' ');
+                if (i > 0) line += "  ";
+                line += mAlignment[i] == 'r' ? pad + row[i] : row[i] + pad;
+            }
+            line.erase(line.find_last_not_of(' ') + 1);
+            text += line + "\n";
+        }
+        return text;
+    }
+
+  private:
+    const std::string mAlignment;
+    std::vector<std::vector<std::string>> mRows;
+};
+
+std::string recordingPart(const ReportSource& source) {
+    const Recording& recording = source.recording;
+    const PlayResult& played = source.played;
+    const double hz = kNsPerSecond / static_cast<double>(recording.vsyncPeriodNs);
+    std::string text = "Recording  " +
+            shown(std::filesystem::path(source.recordingFile).filename(), kWidth - 11) + "\n";
+    text += "  " + seconds(recording.durationNs) + ", vsync period " +
+            millis(recording.vsyncPeriodNs) + format(" (%.1f Hz), ", hz) +
+            plural(recording.layers.size(), "layer") + ", " + plural(recording.frames, "frame") +
+            ", " + plural(recording.skippedLines, "line") + " skipped\n";
+    if (recording.skippedLayers > 0) {
+        text += "  " + plural(recording.skippedLayers, "layer") + " with the fewest frames left out\n";
+    }
+    text += "  played " + (source.repeat == 1 ? "once" : format("%d times", source.repeat)) +
+            " in " + seconds(played.durationNs) + "; vsyncs late by " +
+            cost(played.lateness.p50) + " p50, " + cost(played.lateness.p99) + " p99, " +
+            cost(played.lateness.max) + " max\n";
+    if (played.droppedFrames > 0 || played.missedLatches > 0) {
+        text += "  " + plural(played.droppedFrames, "frame") +
+                " not drawn while their producer was held; " +
+                plural(played.missedLatches, "buffer") + " not there at the recorded latch\n";
+    }
+    if (!source.scenarioFile.empty()) {
+        text += "Scenario   " +
+                shown(std::filesystem::path(source.scenarioFile).filename(), kWidth - 11) + "\n";
+        if (!source.scenarioDescription.empty()) {
+            text += "  " + shown(source.scenarioDescription, kWidth - 2) + "\n";
+        }
+    }
+    return text;
+}
+
+std::string layersPart(const ReportSource& source) {
+    constexpr size_t kPackageWidth = 28;
+    constexpr size_t kNameWidth = 34;
+    Table table("rllrrrrrl");
+    table.add({"id", "package", "game", "frames", "candidate", "promoted", "FPS", "mode", "name"});
+    for (size_t i = 0; i < source.recording.layers.size(); ++i) {
+        const Layer& layer = source.recording.layers[i];
+        const LayerFindings& found = source.findings.layers[i];
+        std::string fps = "-";
+        std::string mode = "-";
+        if (!found.windows.empty()) {
+            fps = format("%.1f", found.windows.back().fps);
+            if (found.windows.back().mode >= 0) mode = std::to_string(found.windows.back().mode);
+        }
+        table.add({std::to_string(layer.id),
+                   found.package.empty() ? "-" : shown(found.package, kPackageWidth),
+                   !found.game ? "-" : *found.game ? "yes" : "no", std::to_string(layer.frames),
+                   found.candidateNs ? seconds(*found.candidateNs) : "never",
+                   found.promotedNs ? seconds(*found.promotedNs) : "never", fps, mode,
+                   shown(layer.name, kNameWidth)});
+    }
+    std::string text = "Layers\n" + table.text();
+    for (size_t i = 0; i < source.recording.layers.size(); ++i) {
+        const LayerFindings& found = source.findings.layers[i];
+        if (found.modes.empty()) continue;
+        text += format("  layer %d:", source.recording.layers[i].id);
+        for (size_t m = 0; m < std::min(found.modes.size(), kMaxSwitches); ++m) {
+            text += format("%s mode %d at ", m == 0 ? "" : ",", found.modes[m].second) +
+                    seconds(found.modes[m].first);
+        }
+        text += found.modes.size() > kMaxSwitches ? ", ...\n" : "\n";
+    }
+    return text;
+}
+
+std::string switchesText(const std::vector<FeatureSwitch>& switches) {
+    std::string text;
+    for (size_t i = 0; i < switches.size(); ++i) {
+        if (i == kMaxSwitches) return text + format(", ... (%zu changes)", switches.size());
+        if (i > 0) text += ", ";
+        text += (switches[i].on ? "on " : "off ") + seconds(switches[i].atNs);
+        if (switches[i].targetFps > 0.0) text += format(" (%.0f fps)", switches[i].targetFps);
+    }
+    return text;
+}
+
+std::string spreadText(const Spread& spread) {
+    return millis(spread.p50) + " p50, " + millis(spread.p99) + " p99, " + millis(spread.max) +
+            " max";
+}
+
+void addHeadroom(Table& table, const LayerFindings& found) {
+    table.add({"headroom", switchesText(found.of(FeatureKind::kHeadroom))});
+    std::vector<int64_t> held, before;
+    for (const auto& frame : found.held) {
+        held.push_back(frame.heldNs);
+        if (frame.beforeVsyncNs) before.push_back(*frame.beforeVsyncNs);
+    }
+    if (held.empty()) return;
+    table.add({"", plural(held.size(), "frame") + " held back for " + spreadText(spreadOf(held))});
+    table.add({"", "released before the next vsync by " + spreadText(spreadOf(before))});
+}
+
+void addTargetFps(Table& table, const LayerFindings& found) {
+    table.add({"target FPS", switchesText(found.of(FeatureKind::kTargetFps))});
+    if (found.pacedNs.empty()) return;
+    table.add({"", plural(found.pacedNs.size(), "frame") + " paced, asleep for " +
+                       spreadText(spreadOf(found.pacedNs))});
+}
+
+// Boosts by level and frequency, each with the frame that asked for the first of them.
+void addBoosts(Table& table, const std::vector<Boost>& boosts) {
+    std::map<std::pair<int, int>, std::pair<size_t, const Boost*>> kinds;
+    size_t releases = 0;
+    for (const auto& boost : boosts) {
+        if (boost.level == 0) {
+            ++releases;
+            continue;
+        }
+        auto& kind = kinds[{boost.level, boost.freqMHz}];
+        if (kind.first++ == 0) kind.second = &boost;
+    }
+    for (const auto& [kind, entry] : kinds) {
+        const auto& [count, first] = entry;
+        std::string text = format("level %d, %4d MHz: %s", kind.first, kind.second,
+                                  plural(count, "boost").c_str());
+        if (first->frame > 0) {
+            text += format(", first for frame %zu at ", first->frame) + seconds(first->atNs) +
+                    ", " + millis(first->sinceQueueNs) + " after its queueing";
+        }
+        table.add({"", text});
+    }
+    if (!boosts.empty()) table.add({"", plural(releases, "release")});
+}
+
+std::string featuresPart(const ReportSource& source) {
+    std::string text;
+    for (size_t i = 0; i < source.recording.layers.size(); ++i) {
+        const LayerFindings& found = source.findings.layers[i];
+        Table table("ll");
+        if (!found.of(FeatureKind::kHeadroom).empty()) addHeadroom(table, found);
+        if (!found.of(FeatureKind::kTargetFps).empty()) addTargetFps(table, found);
+        if (!found.of(FeatureKind::kFrameRescue).empty() || !found.boosts.empty()) {
+            table.add({"frame rescue", switchesText(found.of(FeatureKind::kFrameRescue))});
+            addBoosts(table, found.boosts);
+        }
+        const std::string rows = table.text();
+        if (rows.empty()) continue;
+        text += format("Features of layer %d, ", source.recording.layers[i].id) +
+                shown(found.package, kWidth / 2) + "\n" + rows;
+    }
+    if (!source.findings.unclaimedBoosts.empty()) {
+        Table table("ll");
+        addBoosts(table, source.findings.unclaimedBoosts);
+        text += "Boosts through the performance service\n" + table.text();
+    }
+    return text;
+}
+
+const char* meaningOf(const host::PerfCall& call) {
+    static const std::map<std::pair<std::string, int>, const char*> kMeanings = {
+            {{"perf_event", 4099}, "application resumes"},
+            {{"perf_event", 4186}, "frame rescue"},
+            {{"perf_event", 4194}, "scene report"},
+            {{"perf_event", 4196}, "FPS mode"},
+            {{"perf_get_feedback", 5633}, "is it a game"},
+            {{"perf_get_feedback_extn", 5633}, "game weight"},
+            {{"perf_hint", 5633}, "game weight"},
+    };
+    const auto entry = kMeanings.find({call.entry, call.number});
+    if (entry != kMeanings.end()) return entry->second;
+    if (call.entry == "perf_lock_acq") return "low latency on";
+    if (call.entry == "perf_lock_rel") return "low latency off";
+    return "";
+}
+
+std::string detailOf(const host::PerfCall& call) {
+    constexpr size_t kDetailWidth = 60;
+    if (call.entry == "perf_event" && call.number == 4196 && call.args.size() == 2) {
+        return format("mode %d", call.args[1]) + " for " + shown(call.package, kDetailWidth) +
+                " at " + seconds(call.timeNs);
+    }
+    if (call.entry == "perf_event") {
+        return shown(call.package, kDetailWidth) + " at " + seconds(call.timeNs);
+    }
+    if (call.entry == "perf_lock_acq" && !call.args.empty()) {
+        return format("process %d at ", call.args.back()) + seconds(call.timeNs);
+    }
+    if (call.package.empty()) return "at " + seconds(call.timeNs);
+    return shown(call.package, kDetailWidth) + format(": %d", call.result);
+}
+
+// What an engineer looks for: events, questions about applications and locks. The reading of
+// properties and the registration are in the JSON report.
+bool isOfInterest(const host::PerfCall& call) {
+    return call.entry != "perf_get_prop" && call.entry != "get_perf_hal_ver" &&
+            call.entry != "perf_callback_register";
+}
+
+std::string servicePart(const ReportSource& source) {
+    std::map<std::pair<std::string, int>, std::vector<const host::PerfCall*>> groups;
+    for (const auto& call : source.findings.calls) {
+        if (!isOfInterest(call)) continue;
+        // A lock's number is its handle, which says nothing.
+        const bool lock = call.entry == "perf_lock_acq" || call.entry == "perf_lock_rel";
+        groups[{call.entry, lock ? 0 : call.number}].push_back(&call);
+    }
+    Table table("lrlrl");
+    for (const auto& [key, calls] : groups) {
+        const std::string number = key.second == 0 ? "" : std::to_string(key.second);
+        std::string detail = detailOf(*calls.front());
+        for (size_t i = 1; i < calls.size(); ++i) {
+            const std::string next = detailOf(*calls[i]);
+            if (i == kMaxEvents || detail.size() + next.size() > kWidth / 2) {
+                detail += ", ...";
+                break;
+            }
+            detail += ", " + next;
+        }
+        table.add({key.first, number, meaningOf(*calls.front()), std::to_string(calls.size()) + "x",
+                   detail});
+    }
+    const std::string rows = table.text();
+    return "Calls that reached the performance service\n" + (rows.empty() ? "  none\n" : rows);
+}
+
+std::string hooksPart(const ReportSource& source) {
+    Table table("lrrrr");
+    table.add({"", "calls", "cost p50", "p99", "max"});
+    for (size_t i = 0; i < static_cast<size_t>(Hook::kCount); ++i) {
+        const auto hook = static_cast<Hook>(i);
+        const Spread spread = source.played.costs.spread(hook);
+        if (spread.count == 0) continue;
+        table.add({hookName(hook), std::to_string(spread.count), cost(spread.p50),
+                   cost(spread.p99), cost(spread.max)});
+    }
+    return "Hooks (with debug log and trace on; time held back counts)\n" + table.text();
+}
+
+std::string complaintsPart(const ReportSource& source) {
+    const auto& complaints = source.findings.complaints;
+    if (complaints.empty()) return "";
+    std::string text = "Warnings and errors of the library\n";
+    for (size_t i = 0; i < std::min(complaints.size(), kMaxComplaints); ++i) {
+        const auto& [line, count] = complaints[i];
+        text += format("  %zux  ", count) + shown(line, kWidth - 10) + "\n";
+    }
+    if (complaints.size() > kMaxComplaints) {
+        text += format("  and %zu more\n", complaints.size() - kMaxComplaints);
+    }
+    return text;
+}
+
+}  // namespace
+
+std::string textReport(const ReportSource& source) {
+    return recordingPart(source) + layersPart(source) + featuresPart(source) +
+            servicePart(source) + hooksPart(source) + complaintsPart(source);
+}
+
+}  // namespace corvane::replay

@@ -1,0 +1,224 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <system_error>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include <unistd.h>
+
+#include <android-base/properties.h>
+#include <corvane/hooks.h>
+#include <cutils/trace.h>
+
+#include "corvane/host/Devices.h"
+#include "corvane/host/LogCapture.h"
+#include "corvane/host/PerfService.h"
+#include "corvane/host/TraceCapture.h"
+#include "replay/Findings.h"
+#include "replay/LibraryHooks.h"
+#include "replay/Options.h"
+#include "replay/Player.h"
+#include "replay/Recording.h"
+#include "replay/Report.h"
+#include "replay/Scenario.h"
+
+namespace corvane::replay {
+namespace {
+
+constexpr int kPlayed = 0;
+constexpr int kFailed = 1;
+constexpr int kUnusable = 2;
+
+// Ends the program with one sentence.
+struct Stop {
+    int status;
+    std::string sentence;
+};
+
+std::string readFile(const std::string& path) {
+    std::error_code error;
+    if (std::filesystem::is_directory(path, error)) {
+        throw Stop{kUnusable, "cannot read " + path + ": it is a folder"};
+    }
+    std::ifstream file(path, std::ios::binary);
+    std::stringstream text;
+    if (file && (file.peek() == std::ifstream::traits_type::eof() || text << file.rdbuf())) {
+        return text.str();
+    }
+    throw Stop{kUnusable, "cannot read " + path + ": " + std::strerror(errno)};
+}
+
+// The library's trace, which the findings are drawn from: the user's file, or one that goes away.
+class TraceFile {
+  public:
+    explicit TraceFile(std::string path) : mPath(std::move(path)), mKept(!mPath.empty()) {
+        if (!mKept) {
+            mPath = (std::filesystem::temp_directory_path() / "corvane-replay-XXXXXX").string();
+            const int fd = mkstemp(mPath.data());
+            if (fd >= 0) close(fd);
+        }
+        if (!host::startTrace(mPath, ATRACE_TAG_GRAPHICS)) {
+            throw Stop{kUnusable, "cannot write the trace " + mPath + ": " + std::strerror(errno)};
+        }
+    }
+    ~TraceFile() {
+        host::stopTrace();
+        std::error_code ignored;
+        if (!mKept) std::filesystem::remove(mPath, ignored);
+    }
+    TraceFile(const TraceFile&) = delete;
+    TraceFile& operator=(const TraceFile&) = delete;
+
+    std::string finish() {
+        host::stopTrace();
+        return readFile(mPath);
+    }
+
+  private:
+    std::string mPath;
+    const bool mKept;
+};
+
+void deliver(const ServiceCallback& callback) {
+    host::PerfService::push(callback.hint, callback.package, callback.arg1, callback.arg2,
+                            callback.values);
+}
+
+void write(const PropertyWrite& property) {
+    if (!android::base::SetProperty(property.name, property.value)) {
+        throw Stop{kUnusable, "the scenario's property " + property.name + " cannot be set"};
+    }
+}
+
+// The phone around the library: what must stand before it starts.
+void setUpPhone(const Scenario& scenario) {
+    // The report is drawn from the debug log and the trace; a scenario may switch them off.
+    write({"vendor.perf.corvane.debug", "1"});
+    for (const auto& property : scenario.properties) write(property);
+    if (!host::PerfService::install()) {
+        throw Stop{kFailed, "the host's performance service cannot be loaded"};
+    }
+    for (const auto& game : scenario.games) {
+        host::PerfService::addGame(game.package, game.weight);
+    }
+    host::BoostDevice::enable();
+}
+
+std::vector<TimedAction> actionsOf(const Scenario& scenario) {
+    std::vector<TimedAction> actions;
+    for (const auto& event : scenario.events) {
+        const auto& what = event.what;
+        if (const auto* callback = std::get_if<ServiceCallback>(&what)) {
+            actions.push_back({event.atNs, [callback](HookCosts&) { deliver(*callback); }});
+        } else if (const auto* property = std::get_if<PropertyWrite>(&what)) {
+            actions.push_back({event.atNs, [property](HookCosts&) {
+                                   android::base::SetProperty(property->name, property->value);
+                               }});
+        } else {
+            actions.push_back({event.atNs, [](HookCosts& costs) {
+                                   costs.measure(Hook::kUnblockPendingBuffer,
+                                                 [] { corvaneUnblockPendingBuffer(); });
+                               }});
+        }
+    }
+    return actions;
+}
+
+void showProgress(int64_t doneNs, int64_t totalNs) {
+    if (!isatty(STDERR_FILENO)) return;
+    std::fprintf(stderr, "\rplaying %.1f s of %.1f s ", static_cast<double>(doneNs) / 1e9,
+                 static_cast<double>(totalNs) / 1e9);
+}
+
+void endProgress() {
+    if (isatty(STDERR_FILENO)) std::fputs("\r\x1b[K", stderr);
+}
+
+Scenario loadScenario(const Options& options) {
+    if (options.scenario.empty()) return {};
+    auto result = parseScenario(readFile(options.scenario), options.scenario);
+    if (!result.scenario) throw Stop{kUnusable, result.error};
+    return std::move(*result.scenario);
+}
+
+void run(const Options& options) {
+    const Scenario scenario = loadScenario(options);
+    const std::string file = options.recording.empty() ? scenario.recording : options.recording;
+    if (file.empty()) {
+        throw Stop{kUnusable, "no recording given, and " + options.scenario + " names none"};
+    }
+    const auto parsed = parseRecording(readFile(file));
+    if (!parsed.recording) throw Stop{kUnusable, file + " " + parsed.error};
+    const Recording& recording = *parsed.recording;
+    const int repeat = options.repeat > 0 ? options.repeat : std::max(1, scenario.repeat);
+
+    std::ofstream json;
+    if (!options.json.empty()) {
+        json.open(options.json, std::ios::binary);
+        if (!json) {
+            throw Stop{kUnusable, "cannot write " + options.json + ": " + std::strerror(errno)};
+        }
+    }
+    const host::LogCapture log;
+    TraceFile trace(options.trace);
+    setUpPhone(scenario);
+    HookCosts startCosts;
+    bool enabled = false;
+    startCosts.measure(Hook::kInit, [&] { enabled = corvaneInit(0, 0); });
+    for (const auto& game : scenario.games) {
+        for (const auto& callback : game.configuration) deliver(callback);
+    }
+
+    LibraryHooks hooks;
+    Player player(recording, hooks, repeat);
+    player.setActions(actionsOf(scenario));
+    PlayResult played = player.play(showProgress);
+    endProgress();
+    played.costs.merge(startCosts);
+
+    const Evidence evidence{log.lines(), host::PerfService::calls(), host::BoostDevice::requests(),
+                            trace.finish()};
+    const Findings findings = findingsOf(recording, played, evidence);
+    const ReportSource source{file,   options.scenario, scenario.description, repeat, recording,
+                              played, findings};
+    std::fputs(textReport(source).c_str(), stdout);
+    if (!enabled) std::puts("The library is switched off (vendor.perf.corvane.enable).");
+    if (json.is_open() && !(json << jsonReport(source)).flush()) {
+        throw Stop{kFailed, "cannot write " + options.json + ": " + std::strerror(errno)};
+    }
+}
+
+}  // namespace
+}  // namespace corvane::replay
+
+int main(int argc, char** argv) {
+    using namespace corvane::replay;
+    const auto parsed = parseOptions(argc, argv);
+    if (!parsed.options) {
+        std::fprintf(stderr, "corvane-replay: %s\n", parsed.error.c_str());
+        return kUnusable;
+    }
+    if (parsed.options->help) {
+        std::fputs(kUsage, stdout);
+        return kPlayed;
+    }
+    try {
+        run(*parsed.options);
+    } catch (const Stop& stop) {
+        std::fprintf(stderr, "corvane-replay: %s\n", stop.sentence.c_str());
+        return stop.status;
+    }
+    return kPlayed;
+}

@@ -1,0 +1,171 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "replay/Findings.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include <android/log.h>
+
+#include "TraceText.h"
+#include "replay/Report.h"
+
+namespace corvane::replay {
+namespace {
+
+constexpr int64_t kMs = 1'000'000;
+constexpr int64_t kStartNs = 1'000'000 * kMs;  // the second 1000, where TraceText begins
+
+class FindingsTest : public testing::Test {
+  protected:
+    FindingsTest() {
+        mRecording.processes = {{2000, 10000}};
+        mRecording.vsyncPeriodNs = 16 * kMs;
+        Layer layer;
+        layer.name = "SurfaceView[com.a/com.a.X] layer 9, (1, 1) mode:7#5";
+        layer.id = 5;
+        mRecording.layers.push_back(layer);
+        layer.name = "com.b/com.b.Y#6";
+        layer.id = 6;
+        mRecording.layers.push_back(layer);
+        mPlayed.startNs = kStartNs;
+    }
+    void log(int64_t ms, const std::string& text, int priority = ANDROID_LOG_DEBUG) {
+        mEvidence.log.push_back({priority, "Corvane", text, kStartNs + ms * kMs});
+    }
+    void call(int64_t ms, const std::string& entry, int number, const std::string& package,
+              std::vector<int> args, int result) {
+        mEvidence.calls.push_back({entry, number, true, package, std::move(args), result,
+                                   kStartNs + ms * kMs, 1, "BP"});
+    }
+    Findings find() { return findingsOf(mRecording, mPlayed, mEvidence); }
+
+    Recording mRecording;
+    PlayResult mPlayed;
+    Evidence mEvidence;
+};
+
+TEST_F(FindingsTest, FollowsALayerThroughTheLog) {
+    const std::string name = mRecording.layers[0].name;
+    log(10, "Add new candidate layer: 5 [" + name + "]");
+    log(510, "Add new layer to full tracking: [" + name + "] layer 5");
+    log(1'500, "FPS:58.90[" + name + "] layer 5, (1080, 2400) mode:-1 focused:1 visible: 1");
+    log(2'500, "Stable FPS shift detected for layer 5: 59.93 (mode -> 60)");
+    log(2'500, "FPS:59.93[" + name + "] layer 5, (1080, 2400) mode:60 focused:1 visible: 1");
+    log(2'600, "Add new layer to full tracking: [" + name + "] layer 5");
+    log(2'700, "Add new candidate layer: 77 [unknown]");
+    call(511, "perf_get_feedback", 5633, "com.a", {}, 2);
+    call(511, "perf_get_feedback_extn", 5633, "com.a", {1, 0}, 4);
+    const Findings findings = find();
+    const LayerFindings& found = findings.layers[0];
+    EXPECT_EQ(found.candidateNs, 10 * kMs);
+    EXPECT_EQ(found.promotedNs, 510 * kMs);
+    EXPECT_EQ(found.package, "com.a");
+    EXPECT_EQ(found.game, true);
+    EXPECT_EQ(found.weight, 4);
+    ASSERT_EQ(found.windows.size(), 2U);
+    EXPECT_EQ(found.windows[0].mode, -1);
+    EXPECT_DOUBLE_EQ(found.windows[1].fps, 59.93);
+    ASSERT_EQ(found.modes.size(), 1U);
+    EXPECT_EQ(found.modes[0], std::make_pair(2'500 * kMs, 60));
+    EXPECT_FALSE(findings.layers[1].candidateNs);
+    EXPECT_EQ(findings.layers[1].package, "");
+}
+
+TEST_F(FindingsTest, TellsOnlySwitchesThatChangeSomething) {
+    log(1, "Layer 5: enable PHR");
+    log(2, "Layer 5: enable PHR");
+    log(3, "Layer 5: disable PHR");
+    log(4, "Layer 6: enable target fps: 30.000000");
+    log(5, "Layer 6: enable target fps: 45.000000");
+    log(6, "Layer 6: disable target fps");
+    log(7, "Layer 5 disable GFR");
+    log(8, "Layer 5 enable GFR");
+    const Findings findings = find();
+    const auto& headroom = findings.layers[0].of(FeatureKind::kHeadroom);
+    ASSERT_EQ(headroom.size(), 2U);
+    EXPECT_EQ(headroom[0].atNs, 1 * kMs);
+    EXPECT_FALSE(headroom[1].on);
+    const auto& target = findings.layers[1].of(FeatureKind::kTargetFps);
+    ASSERT_EQ(target.size(), 3U);
+    EXPECT_EQ(target[1].targetFps, 45.0);
+    EXPECT_FALSE(target[2].on);
+    const auto& rescue = findings.layers[0].of(FeatureKind::kFrameRescue);
+    ASSERT_EQ(rescue.size(), 1U);
+    EXPECT_TRUE(rescue[0].on);
+}
+
+TEST_F(FindingsTest, MeasuresHeldAndPacedFramesInTheTrace) {
+    TraceText text;
+    text.slice(1, 0.0, "onVsync");
+    text.async(2, 4.0, 'S', "CPU headroom - a", 5).slice(2, 9.0, "delay finish");
+    text.async(2, 9.5, 'F', "CPU headroom - a", 5);
+    text.async(2, 12.0, 'S', "CPU headroom - a", 5).slice(2, 12.0, "not pending for instant");
+    text.async(2, 12.1, 'F', "CPU headroom - a", 5);
+    text.slice(1, 16.0, "onVsync");
+    text.async(3, 20.0, 'S', "CPU headroom - b", 6).begin(3, 20.0, "Pending for target fps");
+    text.end(3, 33.0).async(3, 33.1, 'F', "CPU headroom - b", 6);
+    text.async(2, 40.0, 'S', "CPU headroom - a", 5).slice(2, 41.0, "additional delay");
+    text.async(2, 42.0, 'F', "CPU headroom - a", 5);  // no vsync follows
+    mEvidence.trace = text.str();
+    const Findings findings = find();
+    const auto& held = findings.layers[0].held;
+    ASSERT_EQ(held.size(), 2U);
+    EXPECT_EQ(held[0].atNs, 4 * kMs);
+    EXPECT_EQ(held[0].heldNs, 5'500'000);
+    EXPECT_EQ(held[0].beforeVsyncNs, 6'500'000);
+    EXPECT_EQ(held[1].heldNs, 2 * kMs);
+    EXPECT_FALSE(held[1].beforeVsyncNs);
+    EXPECT_EQ(findings.layers[1].pacedNs, (std::vector<int64_t>{13 * kMs}));
+}
+
+TEST_F(FindingsTest, GivesBoostsToTheFramesThatAskedForThem) {
+    mPlayed.frames = {{0, 10 * kMs, 11 * kMs}, {1, 20 * kMs, 21 * kMs}, {0, 40 * kMs, 41 * kMs}};
+    TraceText text;
+    text.slice(9, 30.0, "[GFR_BOOST] GFR_IOCTL bl=1 hr=7 bf=500, [id: 5]");
+    text.slice(9, 45.0, "[GFR_BOOST] GFR_IOCTL bl=0 hr=7 bf=0, [id: 6]");
+    mEvidence.trace = text.str();
+    mEvidence.boosts = {{1, 7, 500, kStartNs + 30 * kMs, 9},
+                        {0, 7, 0, kStartNs + 45 * kMs, 9},
+                        {3, 7, 3000, kStartNs + 50 * kMs, 9}};
+    call(60, "perf_event", 4186, "com.a", {5, 0}, 0);
+    const Findings findings = find();
+    ASSERT_EQ(findings.layers[0].boosts.size(), 1U);
+    EXPECT_EQ(findings.layers[0].boosts[0].frame, 1U);
+    EXPECT_EQ(findings.layers[0].boosts[0].sinceQueueNs, 20 * kMs);
+    EXPECT_EQ(findings.layers[0].boosts[0].freqMHz, 500);
+    ASSERT_EQ(findings.layers[1].boosts.size(), 1U);
+    EXPECT_EQ(findings.layers[1].boosts[0].level, 0);
+    ASSERT_EQ(findings.unclaimedBoosts.size(), 2U) << "one without a trace, one for the service";
+    EXPECT_EQ(findings.unclaimedBoosts[1].level, 5);
+}
+
+TEST_F(FindingsTest, ReportsFitAScreenWhateverTheNames) {
+    mRecording.layers[1].name = std::string(300, 'n') + "\x1b[2J\n\xff#6";
+    log(10, "Add new candidate layer: 6 [x]");
+    log(20, "bad \x1b[2J " + std::string(300, 'e'), ANDROID_LOG_ERROR);
+    log(21, "bad \x1b[2J " + std::string(300, 'e'), ANDROID_LOG_ERROR);
+    call(30, "perf_event", 4196, std::string(200, 'p'), {0, 60}, 0);
+    const Findings findings = find();
+    ASSERT_EQ(findings.complaints.size(), 1U);
+    EXPECT_EQ(findings.complaints[0].second, 2U);
+    const ReportSource source{"dir/" + std::string(300, 'f'), "", "", 1, mRecording, mPlayed,
+                              findings};
+    const std::string text = textReport(source);
+    EXPECT_EQ(text.find('\x1b'), std::string::npos);
+    for (size_t begin = 0; begin < text.size();) {
+        const size_t end = text.find('\n', begin);
+        EXPECT_LE(end - begin, 130U) << text.substr(begin, end - begin);
+        begin = end + 1;
+    }
+    EXPECT_NE(text.find("4196"), std::string::npos);
+    const std::string json = jsonReport(source);
+    EXPECT_NE(json.find("\"candidateNs\" : 10000000"), std::string::npos);
+    EXPECT_EQ(json.find('\x1b'), std::string::npos);
+}
+
+}  // namespace
+}  // namespace corvane::replay

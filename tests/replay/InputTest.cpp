@@ -1,0 +1,157 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "replay/Options.h"
+#include "replay/Scenario.h"
+
+namespace corvane::replay {
+namespace {
+
+OptionsResult parse(std::vector<const char*> arguments) {
+    arguments.insert(arguments.begin(), "corvane-replay");
+    return parseOptions(static_cast<int>(arguments.size()), arguments.data());
+}
+
+TEST(Options, AreTakenInEitherForm) {
+    const auto result = parse({"--repeat", "3", "--json=out.json", "a.txt", "--trace", "t",
+                               "--config", "c.json", "--default-config", "d.json"});
+    ASSERT_TRUE(result.options) << result.error;
+    EXPECT_EQ(result.options->recording, "a.txt");
+    EXPECT_EQ(result.options->repeat, 3);
+    EXPECT_EQ(result.options->json, "out.json");
+    EXPECT_EQ(result.options->trace, "t");
+    EXPECT_EQ(result.options->scenario, "c.json");
+    EXPECT_EQ(parse({"--", "--odd"}).options.value().recording, "--odd");
+    EXPECT_TRUE(parse({"--nonsense-after", "--help"}).error.size() > 0);
+    EXPECT_TRUE(parse({"--help", "--nonsense"}).options.value().help);
+}
+
+TEST(Options, TheDefaultScenarioServesOnlyWhenNothingIsNamed) {
+    EXPECT_EQ(parse({"--default-config", "d.json"}).options.value().scenario, "d.json");
+    EXPECT_EQ(parse({"--default-config", "d.json", "a.txt"}).options.value().scenario, "");
+    EXPECT_EQ(parse({"--default-config", "d.json", "--config", "c"}).options.value().scenario, "c");
+}
+
+TEST(Options, WrongOnesGetOneClearLine) {
+    const struct {
+        std::vector<const char*> arguments;
+        const char* names;
+    } kCases[] = {
+            {{}, "no recording"},
+            {{"--frobnicate"}, "--frobnicate"},
+            {{"-x", "a.txt"}, "-x"},
+            {{"a.txt", "b.txt"}, "b.txt"},
+            {{"a.txt", "--json"}, "--json"},
+            {{"a.txt", "--json="}, "--json"},
+            {{"a.txt", "--repeat", "0"}, "'0'"},
+            {{"a.txt", "--repeat", "2x"}, "'2x'"},
+            {{"a.txt", "--repeat", "1001"}, "'1001'"},
+            {{"a.txt", "--repeat", "99999999999999999999"}, "--repeat"},
+            {{""}, "empty"},
+    };
+    for (const auto& test : kCases) {
+        const auto result = parse(test.arguments);
+        EXPECT_FALSE(result.options);
+        EXPECT_NE(result.error.find(test.names), std::string::npos) << result.error;
+        EXPECT_EQ(result.error.find('\n'), std::string::npos) << result.error;
+    }
+}
+
+TEST(Scenario, IsReadWhole) {
+    const auto result = parseScenario(R"({
+        "description": "all of it", "recording": "../recordings/r.txt", "repeat": 2,
+        "games": [
+            {"frameRescue": {"flag": 2, "tunables": "golden=0.8"}, "package": "a.b", "weight": 3,
+             "headroomRates": {"upTo60Hz": 0.8, "above60Hz": 1.25}, "targetFps": 59.94}
+        ],
+        "properties": [{"name": "p", "value": "1"}],
+        "events": [
+            {"atMs": 1.5, "callback": {"hint": 4192, "arg1": 1, "arg2": -1, "values": [1, 2]}},
+            {"atMs": 2, "property": {"name": "q", "value": ""}},
+            {"atMs": 0, "unblock": true}
+        ]})",
+                                      "folder/scenario.json");
+    ASSERT_TRUE(result.scenario) << result.error;
+    const Scenario& scenario = *result.scenario;
+    EXPECT_EQ(scenario.recording, "recordings/r.txt");
+    EXPECT_EQ(scenario.repeat, 2);
+    ASSERT_EQ(scenario.games.size(), 1U);
+    EXPECT_EQ(scenario.games[0].weight, 3);
+    ASSERT_EQ(scenario.games[0].configuration.size(), 3U);
+    for (const auto& callback : scenario.games[0].configuration) {
+        switch (callback.hint) {
+            case 4171:
+                EXPECT_EQ(callback.package, "a.b");
+                EXPECT_EQ(callback.arg1, 5994);
+                break;
+            case 4187:
+                EXPECT_EQ(callback.package, "a.b");
+                EXPECT_EQ(callback.values, (std::vector<int>{0, 80, 1, 125}));
+                break;
+            case 4189:
+                EXPECT_EQ(callback.package, "a.b:golden=0.8");
+                EXPECT_EQ(callback.values, (std::vector<int>{2}));
+                break;
+            default:
+                ADD_FAILURE() << "hint " << callback.hint;
+        }
+    }
+    ASSERT_EQ(scenario.events.size(), 3U);
+    EXPECT_EQ(scenario.events[0].atNs, 1'500'000);
+    EXPECT_EQ(std::get<ServiceCallback>(scenario.events[0].what).arg2, -1);
+    EXPECT_EQ(std::get<PropertyWrite>(scenario.events[1].what).name, "q");
+    EXPECT_TRUE(std::holds_alternative<Unblock>(scenario.events[2].what));
+}
+
+TEST(Scenario, MistakesNameTheKeyAndItsPlace) {
+    const struct {
+        std::string text;
+        const char* place;
+        const char* what;
+    } kCases[] = {
+            {"{\n\"gmaes\": []}", "s.json:2: gmaes: ", "unknown key"},
+            {"{\"games\": [\n{},\n{\"package\": \"a\", \"wieght\": 1}]}", "s.json:2: games[0]: ",
+             "'package'"},
+            {"{\"games\": [\n{\"package\": \"a\"},\n{\"package\": \"a\",\n \"wieght\": 1}]}",
+             "s.json:4: games[1].wieght: ", "unknown key"},
+            {"{\"games\": [{\"package\": 7}]}", "games[0].package: ", "a text"},
+            {"{\"games\": [{\"package\": \"a\", \"weight\": 1.5}]}", "games[0].weight: ",
+             "an integer"},
+            {"{\"games\": {}}", "games: ", "a list"},
+            {"{\"games\": [{\"package\": \"a\", \"targetFps\": -1}]}", "games[0].targetFps: ",
+             "from 0"},
+            {"{\"games\": [{\"package\": \"a\", \"headroomRates\": {\"upTo60Hz\": \"1\"}}]}",
+             "games[0].headroomRates.upTo60Hz: ", "a number"},
+            {"{\"games\": [{\"package\": \"a\", \"frameRescue\": {}}]}",
+             "games[0].frameRescue: ", "'tunables'"},
+            {"{\"repeat\": 0}", "repeat: ", "from 1 to 1000"},
+            {"{\"properties\": [{\"name\": \"p\"}]}", "properties[0]: ", "'value'"},
+            {"{\"events\": [{\"atMs\": 1}]}", "events[0]: ", "exactly one"},
+            {"{\"events\": [{\"unblock\": true}]}", "events[0]: ", "'atMs'"},
+            {"{\"events\": [{\"atMs\": 1, \"unblock\": false}]}", "events[0].unblock: ", "true"},
+            {"{\"events\": [{\"atMs\": 1e99, \"unblock\": true}]}", "events[0].atMs: ", "from 0"},
+            {"{\"events\": [{\"atMs\": 1, \"callback\": {\"hint\": 1, \"values\": [1, []]}}]}",
+             "events[0].callback.values[1]: ", "an integer"},
+            {"[]", "the scenario: ", "an object"},
+            {"{\"repeat\": 1, \"repeat\": 2}", "s.json: ", "not valid JSON"},
+            {"", "s.json: ", "not valid JSON"},
+            {"{\"repeat\": 1} x", "s.json: ", "not valid JSON"},
+            {std::string(5'000, '['), "s.json: ", "not valid JSON"},
+    };
+    for (const auto& test : kCases) {
+        const auto result = parseScenario(test.text, "s.json");
+        EXPECT_FALSE(result.scenario) << test.text;
+        EXPECT_NE(result.error.find(test.place), std::string::npos) << result.error;
+        EXPECT_NE(result.error.find(test.what), std::string::npos) << result.error;
+        EXPECT_EQ(result.error.find('\n'), std::string::npos) << result.error;
+    }
+}
+
+}  // namespace
+}  // namespace corvane::replay
