@@ -17,7 +17,7 @@ namespace corvane::host {
 
 // What the client library's entry points ask of the service.
 
-// The bounds of a list of integers as the entry points take it.
+// A list of integers as the entry points take it; empty when there is none.
 std::vector<int> perfArgs(int numArgs, const int* args);
 
 std::string perfProperty(const char* name, const char* defaultValue);

@@ -12,7 +12,7 @@
 #include <cerrno>
 #include <cinttypes>
 #include <cstring>
-#include <optional>
+#include <limits>
 
 #include "PropertyStore.h"
 
