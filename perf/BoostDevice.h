@@ -3,9 +3,9 @@
 
 #pragma once
 
-#include <cstdint>
-
 #include <linux/ioctl.h>
+
+#include <cstdint>
 
 namespace android {
 

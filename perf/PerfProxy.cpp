@@ -5,13 +5,12 @@
 
 #include "perf/PerfProxy.h"
 
-#include <cstring>
-#include <utility>
-
+#include <android/log.h>
 #include <dlfcn.h>
 #include <unistd.h>
 
-#include <android/log.h>
+#include <cstring>
+#include <utility>
 
 #include "perf/PerfLog.h"
 

@@ -3,6 +3,9 @@
 
 #pragma once
 
+#include <utils/Mutex.h>
+#include <utils/RefBase.h>
+
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -10,9 +13,6 @@
 #include <memory>
 #include <string>
 #include <thread>
-
-#include <utils/Mutex.h>
-#include <utils/RefBase.h>
 
 #include "timer/TimerQueue.h"
 
@@ -30,10 +30,10 @@ struct PerfPropValue {
 
 // The library's only gateway to the performance service, and the owner of the boost worker.
 //
-// The first getInstance() loads the service's client library and resolves its entry points, once and
-// for all: a service that is not there then stays away for the life of the process, and the calls
-// below yield their fixed results. Entry points are written only by the constructor and read without
-// a lock, so every method may be called from any thread.
+// The first getInstance() loads the service's client library and resolves its entry points, once
+// and for all: a service that is not there then stays away for the life of the process, and the
+// calls below yield their fixed results. Entry points are written only by the constructor and read
+// without a lock, so every method may be called from any thread.
 //
 // The boost worker is the thread "BP". It makes the service calls that must not block a frame path.
 class PerfProxy {
@@ -141,8 +141,8 @@ class PerfProxy {
     static std::atomic<bool> sDebuggable;
     static std::atomic<bool> sProfileable;
 
-    double mPerfHalVersion = 2.2;     // until the service says otherwise
-    int32_t mLowLatencyHandle = -1;   // -1: no lock held; touched only on the worker
+    double mPerfHalVersion = 2.2;    // until the service says otherwise
+    int32_t mLowLatencyHandle = -1;  // -1: no lock held; touched only on the worker
 
     void* mLibHandle = nullptr;
     GetProp* mPerfGetProp = nullptr;

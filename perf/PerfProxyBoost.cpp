@@ -3,21 +3,19 @@
 
 // The boost worker and what is asked of it, and the boost device.
 
-#include "perf/PerfProxy.h"
+#include <android/log.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/ioctl.h>
 
 #include <cerrno>
 #include <cstring>
 #include <system_error>
 #include <utility>
 
-#include <fcntl.h>
-#include <pthread.h>
-#include <sys/ioctl.h>
-
-#include <android/log.h>
-
 #include "perf/BoostDevice.h"
 #include "perf/PerfLog.h"
+#include "perf/PerfProxy.h"
 #include "timer/TimerThread.h"
 
 namespace android {
@@ -91,8 +89,8 @@ void PerfProxy::setLowLatency(int pid, bool enable) {
         mLowLatencyHandle = -1;
         if (enable) {
             int list[] = {kLowLatencyResource, pid};
-            mLowLatencyHandle = perfLockAcq(/*handle: a new lock*/ 0, /*duration: until released*/ 0,
-                                            list, 2);
+            mLowLatencyHandle =
+                    perfLockAcq(/*handle: a new lock*/ 0, /*duration: until released*/ 0, list, 2);
         }
     });
 }

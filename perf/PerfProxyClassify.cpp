@@ -3,9 +3,9 @@
 
 // What a measured frame rate, a vsync period or a text is; no state, no device.
 
-#include "perf/PerfProxy.h"
-
 #include <cmath>
+
+#include "perf/PerfProxy.h"
 
 namespace android {
 
@@ -19,7 +19,8 @@ struct FpsBand {
     int mode;
 };
 
-// Ascending. The limits stand a little above the modes, since a measured rate swings around its aim.
+// Ascending. The limits stand a little above the modes, since a measured rate swings around its
+// aim.
 constexpr FpsBand kFpsBands[] = {
         {33.0f, 30},   {48.0f, 45},   {63.0f, 60},   {78.0f, 75},   {95.0f, 90},
         {123.0f, 120}, {147.0f, 144}, {168.0f, 165}, {210.0f, 185}, {260.0f, 240},

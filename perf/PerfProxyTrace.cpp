@@ -4,15 +4,14 @@
 // The trace and log wrappers. They sit on per-frame paths: one relaxed load when debugging is off,
 // and no allocation ever. The switches order nothing else, so relaxed is enough for them.
 
-#include "perf/PerfProxy.h"
+#include <android/log.h>
+#include <cutils/trace.h>
 
 #include <cstdarg>
 #include <cstdio>
 
-#include <android/log.h>
-#include <cutils/trace.h>
-
 #include "perf/PerfLog.h"
+#include "perf/PerfProxy.h"
 
 namespace android {
 

@@ -3,11 +3,11 @@
 
 #pragma once
 
+#include <aidl/vendor/hxw/hardware/perf2/BnPerfCallback.h>
+
 #include <cstdint>
 #include <string>
 #include <vector>
-
-#include <aidl/vendor/hxw/hardware/perf2/BnPerfCallback.h>
 
 namespace aidl::vendor::hxw::hardware::perf2 {
 

@@ -3,17 +3,16 @@
 
 #include "timer/TimerQueue.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <utility>
-
+#include <android/log.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
 
-#include <android/log.h>
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
 
 #include "timer/SaturatingCast.h"
 

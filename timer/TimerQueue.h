@@ -3,15 +3,15 @@
 
 #pragma once
 
-#include <cstdint>
-#include <functional>
-#include <unordered_set>
-#include <vector>
-
 #include <utils/Looper.h>
 #include <utils/Mutex.h>
 #include <utils/RefBase.h>
 #include <utils/Timers.h>
+
+#include <cstdint>
+#include <functional>
+#include <unordered_set>
+#include <vector>
 
 namespace android {
 
@@ -19,7 +19,8 @@ namespace android {
 //
 // Any thread may post, cancel, remove or wake; exactly one thread, the owner's, calls pollOnce().
 // Handlers run on that thread with no lock held, so they may post and cancel themselves.
-// Cancelling is lazy: it records the id, and the entry is dropped when it reaches the top of the heap.
+// Cancelling is lazy: it records the id, and the entry is dropped when it reaches the top of the
+// heap.
 class TimerQueue : public RefBase {
   public:
     // Results of pollOnce(), with the values of the platform looper's poll codes.
@@ -69,8 +70,8 @@ class TimerQueue : public RefBase {
         Message message;
         uint64_t id;
 
-        // Keeps the earliest deadline in front of a std heap. There is no tie-break: equal deadlines
-        // run in whatever order the heap yields.
+        // Keeps the earliest deadline in front of a std heap. There is no tie-break: equal
+        // deadlines run in whatever order the heap yields.
         bool operator>(const TimerEntry& other) const { return when > other.when; }
     };
 

@@ -3,10 +3,9 @@
 
 #include "timer/TimerThread.h"
 
+#include <android/log.h>
 #include <sched.h>
 #include <sys/resource.h>
-
-#include <android/log.h>
 
 namespace android {
 

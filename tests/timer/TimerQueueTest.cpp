@@ -1,0 +1,283 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+
+#include <atomic>
+#include <future>
+#include <limits>
+#include <memory>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "DescriptorLimit.h"
+#include "corvane/host/Clock.h"
+#include "corvane/host/LogCapture.h"
+#include "timer/TimerQueue.h"
+#include "timer/TimerThread.h"
+
+namespace android {
+namespace {
+
+using corvane::host::DrivenClock;
+using corvane::host::LogCapture;
+
+constexpr nsecs_t kStart = 1'000'000'000;
+
+// Notes the `what` of each message it gets.
+class Recorder : public MessageHandler {
+  public:
+    void handleMessage(const Message& message) override { seen.push_back(message.what); }
+    std::vector<int> seen;
+};
+
+class TimerQueueTest : public ::testing::Test {
+  protected:
+    // Moves the clock and lets the queue run what is due by then.
+    std::vector<int> seenAfter(nsecs_t deltaNs) {
+        mRecorder->seen.clear();
+        mClock.advance(deltaNs);
+        mQueue->pollOnce(0);
+        return mRecorder->seen;
+    }
+
+    uint64_t post(nsecs_t delayNs, int what) {
+        return mQueue->sendMessageDelayed(delayNs, mRecorder, Message(what));
+    }
+
+    // When the kernel's timer will fire, from the start; -1 when it is disarmed.
+    nsecs_t armedFor() const {
+        const nsecs_t deadline = mClock.nextDeadline();
+        return deadline < 0 ? -1 : deadline - kStart;
+    }
+
+    DrivenClock mClock{kStart};
+    const sp<TimerQueue> mQueue = sp<TimerQueue>::make();
+    const sp<Recorder> mRecorder = sp<Recorder>::make();
+};
+
+TEST_F(TimerQueueTest, RunsWhatIsDueInOrderOfDeadline) {
+    EXPECT_EQ(1u, post(300, 3));
+    EXPECT_EQ(300, armedFor());
+    EXPECT_EQ(2u, post(500, 5));
+    EXPECT_EQ(300, armedFor()) << "a later entry must not touch the timer";
+    EXPECT_EQ(3u, post(100, 1));
+    EXPECT_EQ(100, armedFor());
+    EXPECT_EQ(4u, mQueue->postTaskDelayed(200, [this] { mRecorder->seen.push_back(2); }))
+            << "messages and tasks share one sequence of ids";
+
+    EXPECT_EQ(TimerQueue::POLL_TIMEOUT, mQueue->pollOnce(0));
+    EXPECT_EQ((std::vector<int>{}), seenAfter(99));
+    EXPECT_EQ((std::vector<int>{1}), seenAfter(1)) << "due at its deadline, not after it";
+    EXPECT_EQ((std::vector<int>{2, 3}), seenAfter(250));
+    EXPECT_EQ(500, armedFor());
+    EXPECT_EQ((std::vector<int>{5}), seenAfter(1'000));
+    EXPECT_EQ(-1, armedFor());
+}
+
+TEST_F(TimerQueueTest, RunsAtOnceWithoutOrWithNegativeDelay) {
+    for (const nsecs_t delay : {nsecs_t{0}, nsecs_t{-1}, std::numeric_limits<nsecs_t>::min()}) {
+        post(delay, 7);
+        EXPECT_EQ(TimerQueue::POLL_CALLBACK, mQueue->pollOnce(-1)) << delay;
+    }
+    mQueue->sendMessage(mRecorder, Message(7));
+    mQueue->postTask([this] { mRecorder->seen.push_back(8); });
+    mQueue->postTask(nullptr);
+    EXPECT_EQ(TimerQueue::POLL_CALLBACK, mQueue->pollOnce(-1));
+    EXPECT_EQ(5u, mRecorder->seen.size());
+}
+
+TEST_F(TimerQueueTest, TakesTheLongestDelayWithoutOverflow) {
+    post(std::numeric_limits<nsecs_t>::max(), 1);
+    EXPECT_EQ(std::numeric_limits<nsecs_t>::max() - kStart, armedFor());
+    post(10, 2);
+    EXPECT_EQ((std::vector<int>{2}), seenAfter(1'000'000'000'000));
+}
+
+TEST_F(TimerQueueTest, RunsAllOfOneDeadlineInOnePoll) {
+    std::multiset<int> expected;
+    for (int i = 0; i < 50; ++i) {
+        post(100, i);
+        expected.insert(i);
+    }
+    const std::vector<int> seen = seenAfter(100);
+    EXPECT_EQ(expected, (std::multiset<int>{seen.begin(), seen.end()}));
+}
+
+TEST_F(TimerQueueTest, CancelledEntriesNeverRun) {
+    const uint64_t first = post(100, 1);
+    const uint64_t second = post(200, 2);
+    const uint64_t third = post(300, 3);
+    mQueue->cancelTask(0);
+    EXPECT_EQ(100, armedFor());
+    mQueue->cancelTask(second);
+    EXPECT_EQ(100, armedFor());
+    mQueue->cancelTask(first);
+    EXPECT_EQ(300, armedFor()) << "past both cancelled entries";
+    EXPECT_EQ((std::vector<int>{}), seenAfter(250));
+    mQueue->cancelTask(third);
+    EXPECT_EQ(-1, armedFor());
+    EXPECT_EQ((std::vector<int>{}), seenAfter(1'000));
+
+    // Cancelling what has run or never was does no harm to later entries.
+    mQueue->cancelTask(third);
+    mQueue->cancelTask(1'000'000);
+    post(10, 4);
+    EXPECT_EQ((std::vector<int>{4}), seenAfter(10));
+}
+
+TEST_F(TimerQueueTest, RemovesByHandlerAndByMessage) {
+    const sp<Recorder> other = sp<Recorder>::make();
+    for (const int what : {1, 2, 1, 3}) post(100 + what, what);
+    mQueue->sendMessageDelayed(50, other, Message(1));
+    mQueue->removeMessages(mRecorder, 1);
+    mQueue->removeMessages(mRecorder, 9);
+    EXPECT_EQ((std::vector<int>{2}), seenAfter(102));
+    EXPECT_EQ((std::vector<int>{1}), other->seen);
+
+    mQueue->sendMessageDelayed(50, other, Message(4));
+    mQueue->removeMessages(mRecorder);
+    EXPECT_EQ(102 + 50, armedFor());
+    EXPECT_EQ((std::vector<int>{}), seenAfter(1'000));
+    EXPECT_EQ((std::vector<int>{1, 4}), other->seen);
+}
+
+// A handler that posts and cancels while it runs, and whose destruction posts: were any of it
+// called with the queue's lock held, this would hang.
+TEST_F(TimerQueueTest, HandlersMayUseTheQueue) {
+    const auto taskOwning = [this] {
+        std::shared_ptr<void> postsWhenReleased(nullptr, [this](void*) {
+            mRecorder->seen.push_back(0);
+            mQueue->postTask(nullptr);
+        });
+        return [postsWhenReleased] {};
+    };
+    mQueue->cancelTask(mQueue->postTaskDelayed(10, taskOwning()));
+    EXPECT_EQ(1u, mRecorder->seen.size()) << "a cancelled front is released at once";
+
+    const uint64_t behind = mQueue->postTaskDelayed(20, taskOwning());
+    mQueue->postTaskDelayed(15, [this, behind] {
+        mQueue->cancelTask(behind);
+        post(0, 5);
+    });
+    EXPECT_EQ((std::vector<int>{0}), seenAfter(15));
+    EXPECT_EQ((std::vector<int>{5}), seenAfter(0));
+
+    mQueue->postTaskDelayed(10, taskOwning());
+    EXPECT_EQ((std::vector<int>{0}), seenAfter(10)) << "released after it ran";
+}
+
+TEST_F(TimerQueueTest, CollectedEntriesCanNoLongerBeCancelled) {
+    uint64_t second = 0;
+    mQueue->postTaskDelayed(10, [&] { mQueue->cancelTask(second); });
+    second = post(20, 2);
+    EXPECT_EQ((std::vector<int>{2}), seenAfter(20));
+}
+
+TEST_F(TimerQueueTest, WakeEndsOnePoll) {
+    mQueue->wake();
+    mQueue->wake();
+    EXPECT_EQ(TimerQueue::POLL_WAKE, mQueue->pollOnce(-1));
+    EXPECT_EQ(TimerQueue::POLL_TIMEOUT, mQueue->pollOnce(0)) << "wakes do not add up";
+
+    std::promise<int> result;
+    std::thread poller([&] { result.set_value(mQueue->pollOnce(-1)); });
+    mQueue->wake();
+    EXPECT_EQ(TimerQueue::POLL_WAKE, result.get_future().get());
+    poller.join();
+}
+
+TEST_F(TimerQueueTest, AnInterruptedPollCountsAsAWake) {
+    struct sigaction action {};
+    action.sa_handler = [](int) {};  // without SA_RESTART
+    ASSERT_EQ(0, sigaction(SIGUSR1, &action, nullptr));
+    std::atomic<int> result{0};
+    std::thread poller([&] { result = mQueue->pollOnce(-1); });
+    // The signal may come before the wait begins, so repeat it until it has ended one.
+    while (result == 0) {
+        pthread_kill(poller.native_handle(), SIGUSR1);
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(TimerQueue::POLL_WAKE, result);
+    poller.join();
+}
+
+TEST(TimerQueueFaults, IsInertWithoutDescriptors) {
+    const char* const kFailures[] = {"epoll_create1 failed: Too many open files",
+                                     "timerfd_create failed: Too many open files",
+                                     "eventfd failed: Too many open files"};
+    const int next = nextDescriptor();
+    for (int available = 0; available < 3; ++available) {
+        SCOPED_TRACE(available);
+        LogCapture log;
+        {
+            sp<TimerQueue> queue;
+            {
+                const ScopedDescriptorLimit limit(available);
+                queue = sp<TimerQueue>::make();
+            }
+            const sp<Recorder> recorder = sp<Recorder>::make();
+            EXPECT_FALSE(queue->isInitialized());
+            EXPECT_EQ(0u, queue->sendMessage(recorder, Message(1)));
+            EXPECT_EQ(0u, queue->sendMessageDelayed(5, recorder, Message(1)));
+            EXPECT_EQ(0u, queue->postTask([&] { recorder->seen.push_back(1); }));
+            queue->cancelTask(1);
+            queue->removeMessages(recorder);
+            queue->removeMessages(recorder, 1);
+            queue->wake();
+            EXPECT_EQ(TimerQueue::POLL_ERROR, queue->pollOnce(-1));
+            EXPECT_TRUE(recorder->seen.empty());
+        }
+        ASSERT_EQ(1u, log.lines().size());
+        EXPECT_EQ(kFailures[available], log.lines()[0].text);
+        EXPECT_EQ("Corvane.TimerQueue", log.lines()[0].tag);
+        EXPECT_EQ(next, nextDescriptor()) << "the descriptors opened before the failure stay open";
+    }
+    sp<TimerQueue>::make();
+    EXPECT_EQ(next, nextDescriptor());
+}
+
+// Eight threads post, cancel, remove and wake against a running consumer: every task either ran
+// once or was cancelled by the thread that posted it.
+TEST(TimerQueueThreads, RunsEveryTaskOnceUnderContention) {
+    constexpr int kThreads = 8;
+    constexpr int kTasks = 2'000;
+    const sp<TimerQueue> queue = sp<TimerQueue>::make();
+    std::atomic<bool> running{true};
+    std::thread consumer([&] { runTimerLoop(*queue, running, "Test"); });
+
+    std::atomic<int> ran{0};
+    std::atomic<int> lateRan{0};
+    std::vector<std::thread> posters;
+    for (int t = 0; t < kThreads; ++t) {
+        posters.emplace_back([&] {
+            const sp<Recorder> removed = sp<Recorder>::make();
+            for (int i = 0; i < kTasks; ++i) {
+                queue->postTaskDelayed(i % 3 * 1'000, [&] { ++ran; });
+                queue->cancelTask(queue->postTaskDelayed(60'000'000'000, [&] { ++lateRan; }));
+                if (i % 100 == 0) {
+                    queue->sendMessageDelayed(60'000'000'000, removed, Message(i));
+                    queue->removeMessages(removed);
+                    queue->wake();
+                }
+            }
+        });
+    }
+    for (std::thread& poster : posters) poster.join();
+
+    std::promise<void> done;
+    queue->postTaskDelayed(10'000, [&] { done.set_value(); });
+    done.get_future().wait();
+    running = false;
+    queue->wake();
+    consumer.join();
+    EXPECT_EQ(kThreads * kTasks, ran);
+    EXPECT_EQ(0, lateRan);
+}
+
+}  // namespace
+}  // namespace android
