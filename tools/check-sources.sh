@@ -5,7 +5,7 @@
 # Fails when Android.bp is not as bpfmt writes it, or lists other sources than CMake compiles.
 # usage: tools/check-sources.sh BUILD_DIR
 set -euo pipefail
-build=$1
+build=${1:?usage: tools/check-sources.sh BUILD_DIR}
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 if ! diff=$(bpfmt -d Android.bp 2>&1) || [ -n "$diff" ]; then

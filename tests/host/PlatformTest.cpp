@@ -179,7 +179,7 @@ std::vector<std::string> linesOf(const std::string& path) {
 TEST(TraceCapture, WritesFtraceText) {
     const std::string path = ::testing::TempDir() + "corvane_trace_" + std::to_string(getpid());
     EXPECT_EQ(0u, atrace_get_enabled_tags());
-    atrace_begin_body("before");
+    atrace_begin(ATRACE_TAG_GRAPHICS, "before");
     EXPECT_FALSE(startTrace("/no/such/folder/trace", ATRACE_TAG_GRAPHICS));
     EXPECT_EQ(0u, atrace_get_enabled_tags());
 
@@ -188,14 +188,14 @@ TEST(TraceCapture, WritesFtraceText) {
     EXPECT_EQ(static_cast<uint64_t>(ATRACE_TAG_GRAPHICS), atrace_get_enabled_tags());
     std::thread([] {
         pthread_setname_np(pthread_self(), "a thread");
-        atrace_begin_body("slice\nC|1|forged|1");
-        atrace_end_body();
-        atrace_async_begin_body("async", -3);
-        atrace_async_end_body("async", -3);
-        atrace_int64_body("counter", INT64_MIN);
+        atrace_begin(ATRACE_TAG_GRAPHICS, "slice\nC|1|forged|1");
+        atrace_end(ATRACE_TAG_GRAPHICS);
+        atrace_async_begin(ATRACE_TAG_GRAPHICS, "async", -3);
+        atrace_async_end(ATRACE_TAG_GRAPHICS, "async", -3);
+        atrace_int64(ATRACE_TAG_GRAPHICS, "counter", INT64_MIN);
     }).join();
     stopTrace();
-    atrace_begin_body("after");
+    atrace_begin(ATRACE_TAG_GRAPHICS, "after");
     EXPECT_EQ(0u, atrace_get_enabled_tags());
 
     std::vector<std::string> lines = linesOf(path);

@@ -90,6 +90,9 @@ void stopTrace() {
 
 }  // namespace corvane::host
 
+// The platform's header declares the bodies only inside its inline functions.
+extern "C" {
+
 void atrace_setup() {}
 void atrace_init() {}
 void atrace_update_tags() {}
@@ -116,10 +119,12 @@ void atrace_async_end_body(const char* name, int32_t cookie) {
     if (!isOff()) write(event('F', name) + "|" + std::to_string(cookie));
 }
 
+void atrace_int64_body(const char* name, int64_t value) {
+    if (!isOff()) write(event('C', name) + "|" + std::to_string(value));
+}
+
 void atrace_int_body(const char* name, int32_t value) {
     atrace_int64_body(name, value);
 }
 
-void atrace_int64_body(const char* name, int64_t value) {
-    if (!isOff()) write(event('C', name) + "|" + std::to_string(value));
-}
+}  // extern "C"
