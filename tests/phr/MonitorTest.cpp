@@ -1,0 +1,203 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include <android/log.h>
+
+#include "corvane/host/Threads.h"
+#include "phr/MonitorFixture.h"
+
+namespace android {
+namespace {
+
+class MonitorTest : public PhrMonitorTest {
+  protected:
+    void startDynamic(int fps) {
+        base::SetProperty("vendor.perf.phr.enable", "1");
+        start();
+        monitor.setVsyncInfo(kPeriod / 2, fps);
+        monitor.setQuickTouchStatus(kLayer, true);
+    }
+
+    // Frames of `periods` each; the display's period is half of kPeriod.
+    void addFrames(int count, double periods) {
+        for (int frame = 0; frame < count; ++frame) {
+            monitor.checkAndUpdateHeadroom(state.get(),
+                                           static_cast<nsecs_t>(kPeriod / 2 * periods));
+        }
+    }
+
+    int32_t heavyFrames() const {
+        Mutex::Autolock lock(state->mFieldsLock);
+        return state->heavyHeadroomFrameCount;
+    }
+};
+
+TEST_F(MonitorTest, FailedThreadStartLeavesItIdle) {
+    corvane::host::failThreadCreation(1);
+    EXPECT_FALSE(monitor.init());
+    const auto failures = log.matching("PHRMonitor thread creation failed");
+    ASSERT_EQ(failures.size(), 1u);
+    EXPECT_EQ(failures[0].priority, ANDROID_LOG_ERROR);
+    EXPECT_EQ(failures[0].tag, "Corvane.PHRMonitor");
+    monitor.onVsync(clock.now());
+    monitor.forceStop();
+    EXPECT_EQ(log.count("stopped"), 0u);
+    start();  // the next try may succeed
+    EXPECT_TRUE(monitor.init());
+}
+
+TEST_F(MonitorTest, StopsOnceAndMayStartAgain) {
+    start();
+    monitor.setQuickTouchStatus(kLayer, true);
+    monitor.forceStop();
+    monitor.forceStop();
+    EXPECT_EQ(log.count("PHRMonitor stopped"), 1u);
+    EXPECT_EQ(log.count("PHRMonitor thread exited"), 1u);
+    EXPECT_EQ(monitor.getLayerState(kLayer), nullptr);
+
+    ASSERT_TRUE(monitor.init());
+    const sp<LayerPHRState> other = addLayer(8, kRate);
+    monitor.setQuickTouchStatus(8, true);  // the focus is free again
+    EXPECT_TRUE(other->mQuickTouchActive);
+    monitor.onVsync(clock.now());
+    EXPECT_TRUE(clock.waitForSleepers(1));
+}
+
+TEST_F(MonitorTest, VsyncOfNobodyDoesNotWakeTheThread) {
+    start();
+    monitor.onVsync(clock.now());
+    monitor.setQuickTouchStatus(kLayer, true);
+    clock.advance(kMs);
+    monitor.onVsync(clock.now());
+    ASSERT_TRUE(clock.waitForSleepers(1));
+    EXPECT_EQ(clock.nextDeadline(), kStart + kMs + kPeriod - kHeadroom);
+}
+
+TEST_F(MonitorTest, UnknownLayersAreIgnored) {
+    start();
+    monitor.unregisterLayer(1);
+    monitor.updateHeadRoom(1, 1, 1);
+    monitor.onBufferIncrement(1, kPeriod, kStart, false);
+    monitor.onBufferDecrement(1, 1, kStart);
+    monitor.setQuickTouchStatus(1, true);
+    monitor.unblockBuffer(1);
+    monitor.setTargetFpsStatus(1, true, 60, 30);
+    monitor.resetAdaptivePhrState(nullptr);
+    EXPECT_FALSE(monitor.isTargetFpsSwitching(1));
+    monitor.setQuickTouchStatus(kLayer, true);  // nobody took the focus
+    EXPECT_TRUE(state->mQuickTouchActive);
+}
+
+TEST_F(MonitorTest, PeriodAndRateClassDeriveTheHeadroom) {
+    start();
+    EXPECT_EQ(state->mHeadroom, kHeadroom);
+    EXPECT_EQ(log.count("Layer 7 set headroom: 4000000"), 1u);
+    monitor.updateHeadRoom(kLayer, -1, 0.5f);
+    EXPECT_EQ(state->mHeadroom, kHeadroom);
+    monitor.setVsyncInfo(kPeriod, 120);  // the period decides whether anything is new
+    monitor.updateHeadRoom(kLayer, -1, -1);
+    EXPECT_EQ(state->mHeadroom, kHeadroom);
+    monitor.setVsyncInfo(kPeriod / 2, 61);
+    EXPECT_EQ(state->mHeadroom, kPeriod / 4);
+    log.clear();
+    monitor.updateHeadRoom(kLayer, 0.75f, 0);
+    EXPECT_EQ(state->mHeadroom, kPeriod / 4);
+    EXPECT_EQ(log.count("set headroom"), 0u);
+}
+
+TEST_F(MonitorTest, PresetHeadroomFollowsFrameTimes) {
+    start();
+    const struct {
+        nsecs_t frameTime;
+        nsecs_t headroom;
+    } frames[] = {
+            {kPeriod + 2 * kMs, 4 * kMs},
+            {kPeriod - 2 * kMs, 4 * kMs},
+            {kPeriod + 2 * kMs + 1, 5 * kMs},
+            {INT64_MAX, 6 * kMs},
+            {kPeriod - 2 * kMs - 1, 5 * kMs},
+            {INT64_MIN, 4 * kMs},
+            {0, 4 * kMs},
+    };
+    for (const auto& frame : frames) {
+        monitor.checkAndUpdateHeadroom(state.get(), frame.frameTime);
+        EXPECT_EQ(state->mHeadroom, frame.headroom) << frame.frameTime;
+    }
+}
+
+TEST_F(MonitorTest, HeavyWindowLetsTheHeadroomClimbForFiftyFrames) {
+    startDynamic(60);
+    const nsecs_t preset = state->mHeadroom;
+    addFrames(14, 2);
+    EXPECT_EQ(state->mHeadroom, preset);
+    addFrames(1, 1);  // fourteen heavy frames in the window
+    EXPECT_EQ(state->mHeadroom, preset + 2 * kMs);
+    EXPECT_EQ(heavyFrames(), 2);
+    addFrames(13, 1);  // the last heavy one leaves with the next frame
+    EXPECT_EQ(heavyFrames(), 2);
+    const nsecs_t ceiling = maxHeadroom();
+    addFrames(48, 1);
+    EXPECT_EQ(heavyFrames(), 50);
+    EXPECT_EQ(state->mHeadroom, ceiling);
+    addFrames(1, 1);  // every frame of the window took one period
+    EXPECT_EQ(heavyFrames(), 0);
+    EXPECT_EQ(state->mHeadroom, preset);
+    EXPECT_EQ(log.count("reset adaptive PHR state for layer 7, headroom="), 2u);
+    addFrames(14, 2);  // the window is empty
+    EXPECT_EQ(state->mHeadroom, preset);
+}
+
+TEST_F(MonitorTest, AfterTheClimbTheHeadroomSinksSlowly) {
+    startDynamic(60);
+    addFrames(15, 2);
+    addFrames(14, 1);
+    addFrames(48, 0.9);
+    addFrames(1, 0.5);  // not steady: no reset
+    EXPECT_EQ(heavyFrames(), 0);
+    const nsecs_t top = state->mHeadroom;
+    EXPECT_EQ(top, maxHeadroom());
+    addFrames(1, 1);
+    EXPECT_EQ(state->mHeadroom, top - kMs / 10);
+}
+
+TEST_F(MonitorTest, CeilingFollowsTheLoadAboveSixtyHertz) {
+    startDynamic(120);
+    constexpr nsecs_t kLow = static_cast<nsecs_t>(kPeriod / 2 * 1.3);
+    const nsecs_t high =
+            static_cast<nsecs_t>(FeatureManager::getInstance()->getDefaultMaxHeadroomRate(true) *
+                                 static_cast<float>(kPeriod / 2));
+    ASSERT_GT(high, kLow);
+    addFrames(14, 1);
+    addFrames(1, 2);  // heavy, but no overload
+    EXPECT_EQ(maxHeadroom(), kLow);
+    addFrames(14, 2);
+    EXPECT_EQ(maxHeadroom(), high);
+    // Heavy windows without overload: the raised ceiling stays for fifty frames.
+    for (int frame = 0, heldFrames = 0; heldFrames < 50; ++frame) {
+        addFrames(1, frame % 5 == 0 ? 2 : 1);
+        Mutex::Autolock lock(state->mFieldsLock);
+        if (state->mFrameWeightWindow.sum() >= 30) continue;
+        ++heldFrames;
+        ASSERT_EQ(state->mMaxHeadroom, high) << heldFrames;
+    }
+    addFrames(1, 1);
+    EXPECT_EQ(maxHeadroom(), kLow);
+}
+
+TEST_F(MonitorTest, EnablingQuickTouchStartsTheAdaptationAnew) {
+    startDynamic(60);
+    const nsecs_t preset = state->mHeadroom;
+    addFrames(20, 2);
+    EXPECT_GT(state->mHeadroom, preset);
+    monitor.setQuickTouchStatus(kLayer, true);  // nothing new
+    EXPECT_GT(state->mHeadroom, preset);
+    monitor.setQuickTouchStatus(kLayer, false);
+    monitor.setQuickTouchStatus(kLayer, true);
+    EXPECT_EQ(state->mHeadroom, preset);
+    EXPECT_EQ(heavyFrames(), 0);
+    EXPECT_EQ(log.count("Layer 7: enable PHR"), 2u);
+    EXPECT_EQ(log.count("Layer 7: disable PHR"), 1u);
+}
+
+}  // namespace
+}  // namespace android
