@@ -21,8 +21,8 @@ for seeds in fuzz/corpus/*/; do
     target=$(basename "$seeds")
     mkdir -p "$BUILD/corpus/$target" "$BUILD/crashes"
     echo "--- $target for $1 s"
-    "$BUILD/fuzz/$target" -max_total_time="$1" -timeout=10 -max_len=4096 -print_final_stats=1 \
-        -artifact_prefix="$BUILD/crashes/$target-" -verbosity=1 \
+    "$BUILD/fuzz/$target" -max_total_time="$1" -timeout=10 -max_len=4096 -verbosity=0 \
+        -print_final_stats=1 -artifact_prefix="$BUILD/crashes/$target-" \
         "$BUILD/corpus/$target" "$seeds"
 done
 echo "No fuzz target crashed."
