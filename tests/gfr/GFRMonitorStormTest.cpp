@@ -1,0 +1,99 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <map>
+#include <thread>
+#include <vector>
+
+#include "corvane/host/Devices.h"
+#include "gfr/GFRMonitor.h"
+
+namespace android {
+namespace {
+
+using corvane::host::BoostDevice;
+
+constexpr int kLayers = 3;
+constexpr int kFramesPerLayer = 100'000'000;  // room for frame numbers in a request's headroom
+
+// Frames begin and end on one thread per layer, in real time and with periods so short that checks
+// run all along, while others register, switch, tune, stop and start. A request's headroom tells
+// its layer and frame: hints leave under the monitor's lock, so none may follow one of a later
+// frame.
+TEST(GFRMonitorStorm, NoHintOutlivesItsFrame) {
+    BoostDevice::enable();
+    GFRMonitor monitor;
+    ASSERT_TRUE(monitor.init());
+    monitor.setVsyncInfo(20'000, 0);
+
+    std::atomic<bool> running{true};
+    std::vector<std::thread> threads;
+    for (int layer = 1; layer <= kLayers; ++layer) {
+        threads.emplace_back([&, layer] {
+            for (int32_t frame = 1; running; ++frame) {
+                const nsecs_t tag = layer * kFramesPerLayer + frame;
+                monitor.onQueueBegin(layer, systemTime(SYSTEM_TIME_MONOTONIC), tag, tag);
+                monitor.onQueueEnd(layer, systemTime(SYSTEM_TIME_MONOTONIC), 0.0f);
+                monitor.updateFrameDropWindow(layer, frame % 12);
+                if (frame % 4 == 0) std::this_thread::sleep_for(std::chrono::microseconds(50));
+            }
+        });
+    }
+    threads.emplace_back([&] {
+        GfrTunables tunables;
+        for (int i = 0; running; ++i) {
+            const int layer = 1 + i % kLayers;
+            tunables.dynamic = i % 2 != 0;
+            tunables.flag = i % 3;
+            monitor.registerLayer(layer, "storm", "com.example.storm");
+            monitor.setGFRActive(layer, true);
+            monitor.updateLayerTunables(layer, tunables);
+            std::this_thread::sleep_for(std::chrono::microseconds(100));
+            monitor.setGFRActive(layer, false);
+            monitor.setGFRActive(layer, true);
+            if (i % 5 == 0) monitor.unregisterLayer(layer);
+            monitor.setVsyncInfo(20'000 + i % 3, 0);
+        }
+    });
+    threads.emplace_back([&] {
+        while (running) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            monitor.forceStop();
+            EXPECT_TRUE(monitor.init());
+        }
+    });
+    EXPECT_TRUE(BoostDevice::waitForRequests(300));
+    running = false;
+    for (auto& thread : threads) thread.join();
+    monitor.forceStop();
+
+    std::map<int, int> newestFrame;
+    for (const auto& request : BoostDevice::requests()) {
+        const int layer = request.headroomNs / kFramesPerLayer;
+        const int frame = request.headroomNs % kFramesPerLayer;
+        EXPECT_GE(frame, newestFrame[layer]) << "layer " << layer << ", level " << request.level;
+        newestFrame[layer] = frame;
+    }
+}
+
+// Every check is due when its monitor goes.
+TEST(GFRMonitorStorm, DestructionWithChecksDue) {
+    for (int round = 0; round < 100; ++round) {
+        GFRMonitor monitor;
+        ASSERT_TRUE(monitor.init());
+        monitor.setVsyncInfo(1, 0);
+        for (int layer = 1; layer <= kLayers; ++layer) {
+            monitor.registerLayer(layer, "storm", "com.example.storm");
+            monitor.setGFRActive(layer, true);
+            monitor.onQueueBegin(layer, round, 0, 0);
+            monitor.onQueueEnd(layer, round, 0.0f);
+        }
+    }
+}
+
+}  // namespace
+}  // namespace android
