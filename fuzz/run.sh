@@ -12,17 +12,17 @@ if ! [[ "${1:-}" =~ ^[1-9][0-9]*$ ]]; then
     exit 2
 fi
 readonly BUILD=build-fuzz
+targets=$(ls fuzz/corpus)
 
 [ -f "$BUILD/build.ninja" ] || cmake --preset fuzz
-cmake --build "$BUILD"
+cmake --build "$BUILD" --target $targets
 
 export UBSAN_OPTIONS=print_stacktrace=1
-for seeds in fuzz/corpus/*/; do
-    target=$(basename "$seeds")
+for target in $targets; do
     mkdir -p "$BUILD/corpus/$target" "$BUILD/crashes"
     echo "--- $target for $1 s"
     "$BUILD/fuzz/$target" -max_total_time="$1" -timeout=10 -max_len=4096 -verbosity=0 \
         -print_final_stats=1 -artifact_prefix="$BUILD/crashes/$target-" \
-        "$BUILD/corpus/$target" "$seeds"
+        "$BUILD/corpus/$target" "fuzz/corpus/$target"
 done
 echo "No fuzz target crashed."
