@@ -206,6 +206,35 @@ TEST_F(MonitorTest, ACheckDiesWithItsRegistration) {
     EXPECT_TRUE(hints().empty());
 }
 
+// A check that the thread has already taken out of the queue can only be stopped by itself.
+TEST_F(MonitorTest, ADueCheckIsStillCalledOff) {
+    constexpr int kOthers = 40;
+    constexpr int kVictim = kOthers + 1;
+    constexpr int kLast = kOthers + 2;
+    const auto queue = [this](int layerId, nsecs_t time) {
+        monitor.onQueueBegin(layerId, clock.now(), 0, layerId);  // the headroom tells the layer
+        monitor.onQueueEnd(layerId, time, 0.0f);
+    };
+    for (int layer = 1; layer <= kLast; ++layer) addLayer(layer);
+    for (int round = 0; round < 200; ++round) {
+        BoostDevice::clear();
+        for (int layer = 1; layer <= kOthers; ++layer) queue(layer, clock.now());
+        queue(kVictim, clock.now() + 1);
+        queue(kLast, clock.now() + 2);
+        BoostDevice::clear();
+        clock.advance(13 * kMs + 1);  // one batch: all but the last
+        ASSERT_TRUE(BoostDevice::waitForRequests(1));
+        monitor.setGFRActive(kVictim, false);
+        const size_t before = hints().size();
+        monitor.setGFRActive(kVictim, true);
+        clock.advance(1);
+        while (hints().empty() || hints().back().headroomNs != kLast) std::this_thread::yield();
+
+        const std::vector<Hint> all = hints();
+        for (size_t i = before; i < all.size(); ++i) EXPECT_NE(kVictim, all[i].headroomNs);
+    }
+}
+
 TEST_F(MonitorTest, StopsAndStartsAgain) {
     queueFrame();
     monitor.forceStop();
