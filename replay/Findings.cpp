@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
+#include <map>
 #include <unordered_map>
 
 #include <android/log.h>
@@ -43,6 +44,10 @@ class Collector {
     void readCalls(const std::vector<host::PerfCall>& calls);
     void readTrace(const std::string& trace);
     void readBoosts(const std::vector<host::BoostRequest>& requests);
+    void readFences(const std::vector<host::FenceDeadline>& deadlines) {
+        mFindings.fences.told = mPlayed.fences;
+        mFindings.fences.sent = deadlines.size();
+    }
     Findings take() { return std::move(mFindings); }
 
   private:
@@ -88,6 +93,9 @@ void Collector::readLog(const std::vector<host::LogLine>& log) {
             const auto [entry, isNew] = index.emplace(line.text, mFindings.complaints.size());
             if (isNew) mFindings.complaints.emplace_back(line.text, 0);
             ++mFindings.complaints[entry->second].second;
+        }
+        if (startsWith(line.text, "[GPU JANK DETECTION] fence origin: ")) {
+            mFindings.fences.origins.push_back(line.text);
         }
         readRegistryLine(line.text, atNs);
         readFeatureLine(line.text, atNs);
@@ -207,6 +215,8 @@ void Collector::onBegin(const TraceEvent& event, Queueing& queueing) {
         queueing.held = true;
     } else if (event.name == "Pending for target fps") {
         queueing.pacedSinceNs = event.timeNs;
+    } else if (startsWith(event.name, "[GPU JANK DETECTION] skip IOCTL")) {
+        ++mFindings.fences.filtered;
     } else if (startsWith(event.name, "[GFR_BOOST] GFR_IOCTL ")) {
         DeviceTrace request{};
         int headroom = 0;
@@ -287,6 +297,7 @@ Findings findingsOf(const Recording& recording, const PlayResult& played,
     collector.readCalls(evidence.calls);
     collector.readTrace(evidence.trace);
     collector.readBoosts(evidence.boosts);
+    collector.readFences(evidence.deadlines);
     return collector.take();
 }
 

@@ -3,10 +3,10 @@
 
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -73,9 +73,21 @@ struct LayerFindings {
     }
 };
 
+// GPU fences that were told as unsignalled.
+struct FenceFindings {
+    size_t told = 0;
+    size_t sent = 0;      // deadlines that reached a sync file
+    size_t filtered = 0;  // the frame's GPU work had begun too recently
+    std::vector<std::string> origins;  // the library's own lines on where a layer's fences come from
+
+    // Of another origin, replaced by a later one, or of a layer that is not tracked.
+    size_t skipped() const { return told - std::min(told, sent + filtered); }
+};
+
 struct Findings {
     std::vector<LayerFindings> layers;  // one for each of the recording's
     std::vector<host::PerfCall> calls;  // with times from the start of the replay
+    FenceFindings fences;
     std::vector<Boost> unclaimedBoosts;  // whose layer the trace does not tell
     // Warnings and errors that the library logged, with how often.
     std::vector<std::pair<std::string, size_t>> complaints;
@@ -86,6 +98,7 @@ struct Evidence {
     std::vector<host::LogLine> log;
     std::vector<host::PerfCall> calls;
     std::vector<host::BoostRequest> boosts;
+    std::vector<host::FenceDeadline> deadlines;
     std::string trace;  // ftrace text
 };
 

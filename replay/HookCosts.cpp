@@ -21,6 +21,30 @@ const char* hookName(Hook hook) {
             return "corvaneTrackBufferDecrement";
         case Hook::kUnblockPendingBuffer:
             return "corvaneUnblockPendingBuffer";
+        case Hook::kNotifyGpuFenceUnsignaled:
+            return "corvaneNotifyGpuFenceUnsignaled";
+        case Hook::kTrackLatchUnsignaledGpuFence:
+            return "corvaneTrackLatchUnsignaledGpuFence";
+        case Hook::kFlushLatchUnsignaledGpuFences:
+            return "corvaneFlushLatchUnsignaledGpuFences";
+        case Hook::kSmartTouchEnabled:
+            return "corvaneSmartTouchEnabled";
+        case Hook::kIsTargetFpsActive:
+            return "corvaneIsTargetFpsActive";
+        case Hook::kAppInit:
+            return "aCorvaneAppInit";
+        case Hook::kAppSmartTouchActive:
+            return "aCorvaneSmartTouchActive";
+        case Hook::kAppQueueBuffer:
+            return "aCorvaneQueueBuffer";
+        case Hook::kAppSetTouchEvent:
+            return "aCorvaneSetTouchEvent";
+        case Hook::kAppSetVsyncTime:
+            return "aCorvaneSetVsyncTime";
+        case Hook::kAppFilterBuffer:
+            return "aCorvaneFilterBuffer";
+        case Hook::kAppConsumeInputNow:
+            return "aCorvaneConsumeInputNow";
         case Hook::kCount:
             break;
     }

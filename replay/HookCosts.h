@@ -20,6 +20,18 @@ enum class Hook : size_t {
     kTrackBufferIncrement,
     kTrackBufferDecrement,
     kUnblockPendingBuffer,
+    kNotifyGpuFenceUnsignaled,
+    kTrackLatchUnsignaledGpuFence,
+    kFlushLatchUnsignaledGpuFences,
+    kSmartTouchEnabled,
+    kIsTargetFpsActive,
+    kAppInit,
+    kAppSmartTouchActive,
+    kAppQueueBuffer,
+    kAppSetTouchEvent,
+    kAppSetVsyncTime,
+    kAppFilterBuffer,
+    kAppConsumeInputNow,
     kCount,
 };
 

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "replay/Recording.h"
 
@@ -21,6 +22,12 @@ class Hooks {
     virtual void trackBufferIncrement(const Layer& layer, const Process& process) = 0;
     // `pendingCount` buffers stay queued behind the one that is latched.
     virtual void trackBufferDecrement(const Layer& layer, int pendingCount, bool focused) = 0;
+    // The fence of a layer's frame is unsignalled at latch: told at once, or recorded until the
+    // flush. The descriptor stays the player's.
+    virtual int createFence(const std::string& timeline) = 0;
+    virtual void notifyGpuFenceUnsignaled(int fd, const Layer& layer) = 0;
+    virtual void trackLatchUnsignaledGpuFence(int fd, const Layer& layer) = 0;
+    virtual void flushLatchUnsignaledGpuFences() = 0;
 };
 
 }  // namespace corvane::replay

@@ -161,6 +161,25 @@ Json::Value serviceOf(const ReportSource& source) {
     return service;
 }
 
+Json::Value applicationOf(const AppResult& app) {
+    Json::Value value;
+    value["error"] = app.error;
+    value["frames"] = Json::UInt64(app.frames);
+    value["instantNs"] = list();
+    for (const int64_t atNs : app.instantNs) value["instantNs"].append(Json::Int64(atNs));
+    value["powerBoosts"] = list();
+    for (const int boost : app.powerBoosts) value["powerBoosts"].append(boost);
+    value["inputConsumed"] = Json::UInt64(app.inputConsumed);
+    value["inputHeld"] = Json::UInt64(app.inputHeld);
+    value["hooks"] = list();
+    for (const auto& [name, spread] : app.hooks) {
+        Json::Value hook = spreadOfNs(spread);
+        hook["name"] = name;
+        value["hooks"].append(std::move(hook));
+    }
+    return value;
+}
+
 }  // namespace
 
 std::string jsonReport(const ReportSource& source) {
@@ -191,6 +210,12 @@ std::string jsonReport(const ReportSource& source) {
         value["name"] = hookName(hook);
         root["hooks"].append(std::move(value));
     }
+    const FenceFindings& fences = source.findings.fences;
+    root["fences"]["told"] = Json::UInt64(fences.told);
+    root["fences"]["deadlinesSent"] = Json::UInt64(fences.sent);
+    root["fences"]["filtered"] = Json::UInt64(fences.filtered);
+    root["fences"]["skipped"] = Json::UInt64(fences.skipped());
+    root["application"] = source.application ? applicationOf(*source.application) : Json::Value();
     root["complaints"] = list();
     for (const auto& [text, count] : source.findings.complaints) {
         Json::Value value;

@@ -7,6 +7,7 @@
 #include <ui/Rect.h>
 
 #include "corvane/host/Binder.h"
+#include "corvane/host/Devices.h"
 
 namespace corvane::replay {
 namespace {
@@ -37,6 +38,22 @@ void LibraryHooks::trackBufferDecrement(const Layer& layer, int pendingCount, bo
     constexpr bool kVisible = true;
     corvaneTrackBufferDecrement(layer.name.c_str(), layer.id, pendingCount, &bounds, focused,
                                 kVisible);
+}
+
+int LibraryHooks::createFence(const std::string& timeline) {
+    return host::SyncFiles::create(timeline);
+}
+
+void LibraryHooks::notifyGpuFenceUnsignaled(int fd, const Layer& layer) {
+    corvaneNotifyGpuFenceUnsignaled(fd, layer.id);
+}
+
+void LibraryHooks::trackLatchUnsignaledGpuFence(int fd, const Layer& layer) {
+    corvaneTrackLatchUnsignaledGpuFence(fd, layer.id);
+}
+
+void LibraryHooks::flushLatchUnsignaledGpuFences() {
+    corvaneFlushLatchUnsignaledGpuFences();
 }
 
 }  // namespace corvane::replay

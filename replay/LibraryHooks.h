@@ -14,6 +14,10 @@ class LibraryHooks : public Hooks {
     void trackVsyncSignal() override;
     void trackBufferIncrement(const Layer& layer, const Process& process) override;
     void trackBufferDecrement(const Layer& layer, int pendingCount, bool focused) override;
+    int createFence(const std::string& timeline) override;
+    void notifyGpuFenceUnsignaled(int fd, const Layer& layer) override;
+    void trackLatchUnsignaledGpuFence(int fd, const Layer& layer) override;
+    void flushLatchUnsignaledGpuFences() override;
 };
 
 }  // namespace corvane::replay

@@ -4,55 +4,34 @@
 #include "replay/Player.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <string>
 #include <thread>
 #include <utility>
 
 #include <pthread.h>
-#include <sched.h>
-#include <sys/prctl.h>
-#include <sys/resource.h>
-#include <time.h>
+#include <unistd.h>
 
 #include <utils/Timers.h>
+
+#include "replay/Timeline.h"
 
 namespace corvane::replay {
 namespace {
 
-constexpr int64_t kNsPerSecond = 1'000'000'000;
 // All threads are ready and asleep before the first step is due.
 constexpr int64_t kLeadNs = 50'000'000;
 constexpr auto kProgressInterval = std::chrono::milliseconds(100);
-
-// Above the library's own threads, which run at 1: the compositor's clock must not wait for them.
-constexpr int kFifoPriority = 2;
-constexpr int kNice = -10;  // where real time is not allowed
 
 int64_t now() {
     return systemTime(SYSTEM_TIME_MONOTONIC);
 }
 
-void sleepUntil(int64_t deadlineNs) {
-    const timespec deadline{deadlineNs / kNsPerSecond, deadlineNs % kNsPerSecond};
-    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &deadline, nullptr) == EINTR) {
-    }
-}
-
-// Names the calling thread and lets it keep the timeline as exactly as the system allows.
-void enterTimelineThread(const std::string& name) {
-    pthread_setname_np(pthread_self(), name.c_str());
-    prctl(PR_SET_TIMERSLACK, 1UL);  // ns; the default of 50 us adds to every sleep
-    sched_param param{};
-    param.sched_priority = kFifoPriority;
-    if (sched_setscheduler(0, SCHED_FIFO, &param) != 0) setpriority(PRIO_PROCESS, 0, kNice);
-}
-
 }  // namespace
 
 Player::Player(const Recording& recording, Hooks& hooks, int repeat)
-      : mRecording(recording), mHooks(hooks), mRepeat(repeat), mDepth(recording.layers.size()) {
+      : mRecording(recording), mHooks(hooks), mRepeat(repeat), mDepth(recording.layers.size()),
+        mLatched(recording.layers.size()) {
     for (size_t i = 0; i < recording.processes.size(); ++i) {
         mProducers.emplace_back();
         mProducers.back().process = i;
@@ -63,10 +42,7 @@ Player::Player(const Recording& recording, Hooks& hooks, int repeat)
         mProducers[recording.layers[step.layer].process].steps.push_back(i);
     }
     // A trace does not tell the focus: it is taken to be where most frames come from.
-    mFocusedProcess = static_cast<size_t>(
-            std::max_element(mProducers.begin(), mProducers.end(),
-                             [](auto& a, auto& b) { return a.steps.size() < b.steps.size(); }) -
-            mProducers.begin());
+    mFocusedProcess = recording.busiestProcess();
 }
 
 PlayResult Player::play(const std::function<void(int64_t, int64_t)>& progress) {
@@ -75,6 +51,7 @@ PlayResult Player::play(const std::function<void(int64_t, int64_t)>& progress) {
     for (size_t i = 0; i < mDepth.size(); ++i) mDepth[i] = mRecording.layers[i].initialDepth;
     mBusyProducers = mProducers.size();
     mStartNs = now() + kLeadNs;
+    mOnStart(mStartNs);
 
     std::vector<std::thread> threads;
     threads.emplace_back([this] { runCompositor(); });
@@ -92,6 +69,7 @@ PlayResult Player::play(const std::function<void(int64_t, int64_t)>& progress) {
     result.startNs = mStartNs;
     result.durationNs = sinceStart(mEndNs);
     result.missedLatches = mMissedLatches;
+    result.fences = mToldFences;
     result.lateness = spreadOf(std::move(mVsyncLateness));
     result.costs.merge(mCompositorCosts);
     result.costs.merge(mActionCosts);
@@ -116,6 +94,7 @@ void Player::runCompositor() {
         playPass(mStartNs + pass * passNs());
     }
     drain(mStartNs + mRepeat * passNs());
+    flushFences();
     mEndNs = now();
     mFinished = true;
 }
@@ -142,12 +121,22 @@ void Player::playPass(int64_t passStartNs) {
     }
 }
 
-// Gives producers that are still held the vsyncs that let them go.
+// Gives producers that are still held the vsyncs that let them go, and their last buffers a latch.
 void Player::drain(int64_t fromNs) {
-    for (int64_t at = fromNs; mBusyProducers > 0; at += mRecording.vsyncPeriodNs) vsync(at);
+    const auto isLate = [&] {
+        for (size_t i = 0; i < mDepth.size(); ++i) {
+            if (mDepth[i] > mRecordedDepth[i]) return true;
+        }
+        return false;
+    };
+    for (int64_t at = fromNs; mBusyProducers > 0 || isLate(); at += mRecording.vsyncPeriodNs) {
+        vsync(at);
+        latchLate(mRecording.steps.size());
+    }
 }
 
 void Player::vsync(int64_t atNs) {
+    flushFences();
     sleepUntil(atNs);
     mVsyncLateness.push_back(now() - atNs);
     mCompositorCosts.measure(Hook::kTrackVsyncSignal, [&] { mHooks.trackVsyncSignal(); });
@@ -161,7 +150,43 @@ int Player::latch(size_t layer, int count) {
     mCompositorCosts.measure(Hook::kTrackBufferDecrement, [&] {
         mHooks.trackBufferDecrement(latched, pending, latched.process == mFocusedProcess);
     });
+    for (int i = 0; i < taken; ++i) {
+        ++mLatched[layer];
+        tellFences(layer);
+    }
     return taken;
+}
+
+void Player::tellFences(size_t layer) {
+    const size_t frame = mLatched[layer];
+    for (const auto& mark : mFences) {
+        if (mark.layer != layer || frame < mark.first || frame > mark.last ||
+            (frame - mark.first) % mark.every != 0) {
+            continue;
+        }
+        const int fd = mHooks.createFence(mark.timeline);
+        if (fd < 0) continue;
+        ++mToldFences;
+        const Layer& latched = mRecording.layers[layer];
+        if (mark.immediate) {
+            mCompositorCosts.measure(Hook::kNotifyGpuFenceUnsignaled,
+                                     [&] { mHooks.notifyGpuFenceUnsignaled(fd, latched); });
+            close(fd);
+        } else {
+            mCompositorCosts.measure(Hook::kTrackLatchUnsignaledGpuFence,
+                                     [&] { mHooks.trackLatchUnsignaledGpuFence(fd, latched); });
+            mOpenFences.push_back(fd);
+        }
+    }
+}
+
+// Recorded descriptors stay open until they are flushed.
+void Player::flushFences() {
+    if (mOpenFences.empty()) return;
+    mCompositorCosts.measure(Hook::kFlushLatchUnsignaledGpuFences,
+                             [&] { mHooks.flushLatchUnsignaledGpuFences(); });
+    for (const int fd : mOpenFences) close(fd);
+    mOpenFences.clear();
 }
 
 void Player::latchLate(size_t stepOfVsync) {
@@ -174,6 +199,7 @@ void Player::latchLate(size_t stepOfVsync) {
 }
 
 bool Player::isLatchedBeforeNextVsync(size_t stepOfVsync, size_t layer) const {
+    // A vsync behind the recording's last step has none.
     for (size_t i = stepOfVsync + 1; i < mRecording.steps.size(); ++i) {
         const Step& step = mRecording.steps[i];
         if (step.kind == Step::Kind::kVsync) return false;

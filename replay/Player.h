@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "replay/HookCosts.h"
@@ -19,6 +21,17 @@ namespace corvane::replay {
 struct TimedAction {
     int64_t atNs;
     std::function<void(HookCosts&)> run;
+};
+
+// Frames of a layer whose GPU fence is unsignalled at latch: of those that are latched, counted from
+// 1 over all passes, from `first` to `last` each one in `every`.
+struct UnsignaledFences {
+    size_t layer;
+    size_t first;
+    size_t last;
+    size_t every;
+    std::string timeline;
+    bool immediate;  // told at once; else recorded, and flushed with the others of its frame
 };
 
 // One buffer that was handed to the library. Times count from the start of the replay.
@@ -35,6 +48,7 @@ struct PlayResult {
     std::vector<PlayedFrame> frames;  // in the order of their calls
     size_t droppedFrames = 0;         // never drawn, since their producer was still held back
     size_t missedLatches = 0;  // buffers that a recorded latch took and this one did not find
+    size_t fences = 0;         // told as unsignalled
     Spread lateness;                  // of the vsync calls, behind the recorded times
 };
 
@@ -59,6 +73,10 @@ class Player {
 
     void setActions(std::vector<TimedAction> actions) { mActions = std::move(actions); }
 
+    void setFences(std::vector<UnsignaledFences> fences) { mFences = std::move(fences); }
+    // Called with systemTime of the first step before that comes.
+    void setOnStart(std::function<void(int64_t startNs)> onStart) { mOnStart = std::move(onStart); }
+
     // Blocks until all is played. `progress` is called several times a second on the calling thread
     // with the time played and the whole time.
     PlayResult play(const std::function<void(int64_t doneNs, int64_t totalNs)>& progress);
@@ -79,6 +97,8 @@ class Player {
     void drain(int64_t fromNs);
     void vsync(int64_t atNs);
     int latch(size_t layer, int count);  // returns how many buffers there were
+    void tellFences(size_t layer);
+    void flushFences();
     void latchLate(size_t stepOfVsync);
     bool isLatchedBeforeNextVsync(size_t stepOfVsync, size_t layer) const;
     void runProducer(Producer& producer);
@@ -90,6 +110,8 @@ class Player {
     const int mRepeat;
     std::vector<TimedAction> mActions;
     HookCosts mActionCosts;
+    std::vector<UnsignaledFences> mFences;
+    std::function<void(int64_t)> mOnStart = [](int64_t) {};
 
     size_t mFocusedProcess = 0;
     int64_t mStartNs = 0;
@@ -104,6 +126,9 @@ class Player {
     HookCosts mCompositorCosts;
     std::vector<int64_t> mVsyncLateness;
     size_t mMissedLatches = 0;
+    std::vector<size_t> mLatched;  // per layer, frames latched so far
+    std::vector<int> mOpenFences;  // recorded since the last flush
+    size_t mToldFences = 0;
     int64_t mEndNs = 0;
 };
 

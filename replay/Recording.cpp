@@ -42,6 +42,7 @@ struct Sample {
     int value;
 };
 
+// A call of an application to its buffer queue.
 struct Slice {
     int64_t beginNs;
     int64_t endNs;
@@ -102,9 +103,14 @@ class Builder {
     Counter mSfVsync{}, mAppVsync{};
     Counter* mVsync = nullptr;
 
-    // Per thread, the open slices' begin times; -1 for those that are not queueBuffer.
-    std::map<int, std::vector<int64_t>> mOpenSlices;
-    std::vector<Slice> mSlices;
+    enum class Call { kQueue, kDequeue, kOther };
+    struct OpenSlice {
+        Call call;
+        int64_t beginNs;
+    };
+    std::map<int, std::vector<OpenSlice>> mOpenSlices;  // per thread
+    std::vector<Slice> mQueueSlices;
+    std::vector<Slice> mDequeueSlices;
 
     std::vector<std::pair<Step, size_t>> mSteps;  // with their order in the text
     Recording mRecording;
@@ -117,7 +123,10 @@ void Builder::add(const TraceEvent& event) {
             addCounter(event);
             break;
         case TraceEvent::Kind::kBegin:
-            mOpenSlices[event.tid].push_back(event.name == "queueBuffer" ? event.timeNs : -1);
+            mOpenSlices[event.tid].push_back({event.name == "queueBuffer"     ? Call::kQueue
+                                              : event.name == "dequeueBuffer" ? Call::kDequeue
+                                                                              : Call::kOther,
+                                              event.timeNs});
             break;
         case TraceEvent::Kind::kEnd:
             closeSlice(event);
@@ -131,10 +140,11 @@ void Builder::add(const TraceEvent& event) {
 void Builder::closeSlice(const TraceEvent& event) {
     auto& open = mOpenSlices[event.tid];
     if (open.empty()) return;  // begun before the recording
-    const int64_t begin = open.back();
+    const auto [call, begin] = open.back();
     open.pop_back();
-    if (begin < 0 || event.timeNs < begin || event.timeNs - begin > kMaxSliceNs) return;
-    mSlices.push_back({begin, event.timeNs, event.pid});
+    if (event.timeNs < begin || event.timeNs - begin > kMaxSliceNs) return;
+    if (call == Call::kQueue) mQueueSlices.push_back({begin, event.timeNs, event.pid});
+    if (call == Call::kDequeue) mDequeueSlices.push_back({begin, event.timeNs, event.pid});
 }
 
 void Builder::addCounter(const TraceEvent& event) {
@@ -322,15 +332,15 @@ void Builder::assignIds() {
 // where that is not so for at least half of them.
 std::vector<int> Builder::producers() const {
     std::vector<std::map<int, size_t>> votes(mRecording.layers.size());
-    std::vector<bool> spent(mSlices.size());
+    std::vector<bool> spent(mQueueSlices.size());
     // The slice that began last before the step, if it reaches that far and `afterNs` further.
     const auto vote = [&](const Step& step, int64_t afterNs) {
         const auto next = std::upper_bound(
-                mSlices.begin(), mSlices.end(), step.timeNs,
+                mQueueSlices.begin(), mQueueSlices.end(), step.timeNs,
                 [](int64_t time, const Slice& slice) { return time < slice.beginNs; });
-        if (next == mSlices.begin()) return false;
+        if (next == mQueueSlices.begin()) return false;
         const auto slice = std::prev(next);
-        const auto index = static_cast<size_t>(slice - mSlices.begin());
+        const auto index = static_cast<size_t>(slice - mQueueSlices.begin());
         if (step.timeNs > slice->endNs + afterNs || (afterNs > 0 && spent[index])) return false;
         spent[index] = true;
         ++votes[step.layer][slice->pid];
@@ -357,15 +367,15 @@ std::vector<int> Builder::producers() const {
 
 void Builder::assignProcesses() {
     // The compositor queues to the display itself; those slices are no application's.
-    mSlices.erase(std::remove_if(mSlices.begin(), mSlices.end(),
+    mQueueSlices.erase(std::remove_if(mQueueSlices.begin(), mQueueSlices.end(),
                                  [&](const Slice& s) {
                                      return s.pid < 1 || s.pid == mVsync->pid;
                                  }),
-                  mSlices.end());
-    std::sort(mSlices.begin(), mSlices.end(),
+                  mQueueSlices.end());
+    std::sort(mQueueSlices.begin(), mQueueSlices.end(),
               [](const Slice& a, const Slice& b) { return a.beginNs < b.beginNs; });
     std::set<int> pids;
-    for (const auto& slice : mSlices) pids.insert(slice.pid);
+    for (const auto& slice : mQueueSlices) pids.insert(slice.pid);
 
     auto& processes = mRecording.processes;
     std::map<int, size_t> byPid;
@@ -379,9 +389,13 @@ void Builder::assignProcesses() {
         }
         const auto [entry, isNew] = byPid.emplace(pid, processes.size());
         if (isNew) {
-            processes.push_back({pid, kFirstUid + static_cast<uid_t>(processes.size())});
+            processes.push_back({pid, kFirstUid + static_cast<uid_t>(processes.size()), {}});
         }
         mRecording.layers[i].process = entry->second;
+    }
+    for (const auto& slice : mDequeueSlices) {
+        const auto entry = byPid.find(slice.pid);
+        if (entry != byPid.end()) processes[entry->second].dequeues.push_back(slice.endNs);
     }
 }
 
@@ -402,6 +416,16 @@ void Builder::measure() {
         previousVsync = step.timeNs;
     }
     mRecording.durationNs = mRecording.steps.back().timeNs;
+    for (auto& process : mRecording.processes) {
+        auto& times = process.dequeues;
+        for (auto& time : times) time -= start;
+        times.erase(std::remove_if(times.begin(), times.end(),
+                                   [&](int64_t time) {
+                                       return time < 0 || time > mRecording.durationNs;
+                                   }),
+                    times.end());
+        std::sort(times.begin(), times.end());
+    }
     const auto median = intervals.begin() + static_cast<std::ptrdiff_t>(intervals.size() / 2);
     std::nth_element(intervals.begin(), median, intervals.end());
     mRecording.vsyncPeriodNs = *median;
@@ -432,6 +456,19 @@ RecordingResult Builder::finish(const ParseStats& stats) {
 }
 
 }  // namespace
+
+std::optional<size_t> Recording::findLayer(std::string_view part) const {
+    for (size_t i = 0; i < layers.size(); ++i) {
+        if (layers[i].name.find(part) != std::string::npos) return i;
+    }
+    return std::nullopt;
+}
+
+size_t Recording::busiestProcess() const {
+    std::vector<size_t> queued(processes.size());
+    for (const auto& layer : layers) queued[layer.process] += layer.frames;
+    return static_cast<size_t>(std::max_element(queued.begin(), queued.end()) - queued.begin());
+}
 
 RecordingResult parseRecording(std::string_view text) {
     Builder builder;

@@ -19,6 +19,7 @@ namespace corvane::replay {
 struct Process {
     pid_t pid;
     uid_t uid;
+    std::vector<int64_t> dequeues;  // when it got a free buffer, where that is recorded
 };
 
 struct Layer {
@@ -55,6 +56,11 @@ struct Recording {
 
     // More layers than any phone shows at once; each may need a thread.
     static constexpr size_t kMaxLayers = 128;
+
+    // The first layer whose name contains `part`.
+    std::optional<size_t> findLayer(std::string_view part) const;
+    // The process that queues most frames.
+    size_t busiestProcess() const;
 };
 
 // Reads a recording from ftrace text. Without a result `error` says why, as the end of a sentence

@@ -3,8 +3,10 @@
 
 #pragma once
 
+#include <optional>
 #include <string>
 
+#include "replay/Application.h"
 #include "replay/Findings.h"
 #include "replay/Player.h"
 #include "replay/Recording.h"
@@ -20,6 +22,7 @@ struct ReportSource {
     const Recording& recording;
     const PlayResult& played;
     const Findings& findings;
+    std::optional<AppResult> application = std::nullopt;  // where touches were played
 };
 
 // For a person at a terminal: at most 100 columns, units at every number.

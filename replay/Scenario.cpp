@@ -85,8 +85,9 @@ class Node {
         }
         return value;
     }
-    void isTrue() const {
-        if (!mValue.isBool() || !mValue.asBool()) wrongType("true");
+    bool boolean() const {
+        if (!mValue.isBool()) wrongType("true or false");
+        return mValue.asBool();
     }
     // A key that the object cannot do without.
     void require(const char* key) const {
@@ -186,9 +187,42 @@ PropertyWrite propertyOf(const Node& node) {
     return property;
 }
 
-ScenarioEvent eventOf(const Node& node) {
+Touch touchOf(const Node& node) {
+    static const std::map<std::string, int> kActions = {
+            {"down", 0},        {"up", 1},        {"move", 2},  {"cancel", 3},
+            {"pointerDown", 5}, {"pointerUp", 6}, {"hover", 7},
+    };
+    const auto action = kActions.find(node.text());
+    if (action == kActions.end()) {
+        node.fail("must be one of down, up, move, cancel, pointerDown, pointerUp, hover");
+    }
+    return {action->second};
+}
+
+FenceMark fenceOf(const Node& node) {
+    constexpr int kMaxFrame = 1'000'000'000;
+    FenceMark mark;
+    const auto frame = [](const Node& n) { return static_cast<size_t>(n.integer(1, kMaxFrame)); };
+    node.object({
+            {"layer", [&](const Node& n) { mark.layer = n.text(); }},
+            {"first", [&](const Node& n) { mark.first = frame(n); }},
+            {"last", [&](const Node& n) { mark.last = frame(n); }},
+            {"every", [&](const Node& n) { mark.every = frame(n); }},
+            {"timeline", [&](const Node& n) { mark.timeline = n.text(); }},
+            {"immediate", [&](const Node& n) { mark.immediate = n.boolean(); }},
+    });
+    node.require("layer");
+    node.require("timeline");
+    return mark;
+}
+
+// One event, or with "count" and "everyMs" a row of the same.
+void addEvents(const Node& node, std::vector<ScenarioEvent>& events) {
+    constexpr int kMaxCount = 100'000;
     ScenarioEvent event;
     int kinds = 0;
+    int count = 1;
+    int64_t everyNs = 0;
     node.object({
             {"atMs",
              [&](const Node& n) {
@@ -204,16 +238,30 @@ ScenarioEvent eventOf(const Node& node) {
                  event.what = propertyOf(n);
                  ++kinds;
              }},
+            {"touch",
+             [&](const Node& n) {
+                 event.what = touchOf(n);
+                 ++kinds;
+             }},
+            {"count", [&](const Node& n) { count = n.integer(1, kMaxCount); }},
+            {"everyMs",
+             [&](const Node& n) {
+                 everyNs = static_cast<int64_t>(n.number(kMaxEventMs) * 1e6);
+             }},
             {"unblock",
              [&](const Node& n) {
-                 n.isTrue();
+                 if (!n.boolean()) n.fail("must be true");
                  event.what = Unblock{};
                  ++kinds;
              }},
     });
     node.require("atMs");
-    if (kinds != 1) node.fail("must hold exactly one of callback, property, unblock");
-    return event;
+    if (kinds != 1) node.fail("must hold exactly one of callback, property, touch, unblock");
+    if (count > 1) node.require("everyMs");
+    for (int i = 0; i < count; ++i) {
+        events.push_back(event);
+        event.atNs += everyNs;
+    }
 }
 
 Scenario scenarioOf(const Node& root, const std::string& fileName) {
@@ -239,8 +287,13 @@ Scenario scenarioOf(const Node& root, const std::string& fileName) {
              }},
             {"events",
              [&](const Node& n) {
-                 n.array([&](const Node& event) { scenario.events.push_back(eventOf(event)); });
+                 n.array([&](const Node& event) { addEvents(event, scenario.events); });
              }},
+            {"fences",
+             [&](const Node& n) {
+                 n.array([&](const Node& mark) { scenario.fences.push_back(fenceOf(mark)); });
+             }},
+            {"application", [&](const Node& n) { scenario.application = n.text(); }},
     });
     return scenario;
 }

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -31,9 +32,24 @@ struct PropertyWrite {
 // The compositor's smart touch lets held buffers go.
 struct Unblock {};
 
+// A finger, as the application's input path sees it.
+struct Touch {
+    int action = 0;  // the platform's motion-event action
+};
+
 struct ScenarioEvent {
     int64_t atNs = 0;  // from the start of the replay
-    std::variant<ServiceCallback, PropertyWrite, Unblock> what;
+    std::variant<ServiceCallback, PropertyWrite, Unblock, Touch> what;
+};
+
+// Frames whose GPU fence is unsignalled when they are latched.
+struct FenceMark {
+    std::string layer;  // part of the layer's name
+    size_t first = 1;   // the layer's latched frames, counted from 1 over all passes
+    size_t last = SIZE_MAX;
+    size_t every = 1;
+    std::string timeline;    // the fence's name
+    bool immediate = false;  // told at once, not with the frame's other fences
 };
 
 struct Game {
@@ -50,6 +66,8 @@ struct Scenario {
     std::vector<Game> games;
     std::vector<PropertyWrite> properties;  // written before the library starts
     std::vector<ScenarioEvent> events;
+    std::vector<FenceMark> fences;
+    std::string application;  // part of the name of the layer that is touched; empty: the busiest
 };
 
 // Without a scenario `error` is one sentence that names the place in the file.

@@ -25,6 +25,10 @@ constexpr double kNsPerSecond = 1e9;
 constexpr size_t kMaxEvents = 6;
 constexpr size_t kMaxSwitches = 6;
 constexpr size_t kMaxComplaints = 4;
+constexpr size_t kMaxSceneText = 260;  // the library sends at most 256 characters
+
+constexpr int kSceneEvent = 4194;
+constexpr int kModeEvent = 4196;
 
 __attribute__((format(printf, 1, 2))) std::string format(const char* pattern, ...) {
     char text[512];
@@ -247,12 +251,57 @@ std::string featuresPart(const ReportSource& source) {
     return text;
 }
 
+std::string fencesPart(const ReportSource& source) {
+    const FenceFindings& fences = source.findings.fences;
+    if (fences.told == 0) return "";
+    std::string text = "GPU fences\n";
+    text += format("  %zu unsignalled at latch: %s sent, %zu filtered (GPU work too recent), "
+                   "%zu skipped\n",
+                   fences.told, plural(fences.sent, "deadline").c_str(), fences.filtered,
+                   fences.skipped());
+    for (size_t i = 0; i < std::min(fences.origins.size(), kMaxEvents); ++i) {
+        text += "  " + shown(fences.origins[i], kWidth - 2) + "\n";
+    }
+    return text;
+}
+
+std::string scenesPart(const ReportSource& source) {
+    std::vector<const host::PerfCall*> reports;
+    for (const auto& call : source.findings.calls) {
+        if (call.entry == "perf_event" && call.number == kSceneEvent) reports.push_back(&call);
+    }
+    if (reports.empty()) return "";
+    std::string text = "Scene reports\n";
+    for (size_t i = 0; i < std::min(reports.size(), kMaxEvents); ++i) {
+        std::string json = reports[i]->package;
+        json.erase(json.find_last_not_of('\n') + 1);
+        text += "  " + seconds(reports[i]->timeNs) + "  " + shown(json, kMaxSceneText) + "\n";
+    }
+    if (reports.size() > kMaxEvents) text += format("  and %zu more\n", reports.size() - kMaxEvents);
+    return text;
+}
+
+std::string applicationPart(const ReportSource& source) {
+    if (!source.application) return "";
+    const AppResult& app = *source.application;
+    std::string text = "Touched application, in a process of its own\n";
+    if (!app.error.empty()) return text + "  failed: " + shown(app.error, kWidth - 10) + "\n";
+    text += "  " + plural(app.frames, "frame") + format(", %zu made instant", app.instantNs.size());
+    for (size_t i = 0; i < std::min(app.instantNs.size(), kMaxEvents); ++i) {
+        text += (i == 0 ? " at " : ", ") + seconds(app.instantNs[i]);
+    }
+    text += format("\n  %s requested; moves: %zu consumed at once, %zu held\n",
+                   plural(app.powerBoosts.size(), "power boost").c_str(), app.inputConsumed,
+                   app.inputHeld);
+    return text;
+}
+
 const char* meaningOf(const host::PerfCall& call) {
     static const std::map<std::pair<std::string, int>, const char*> kMeanings = {
             {{"perf_event", 4099}, "application resumes"},
             {{"perf_event", 4186}, "frame rescue"},
-            {{"perf_event", 4194}, "scene report"},
-            {{"perf_event", 4196}, "FPS mode"},
+            {{"perf_event", kSceneEvent}, "scene report"},
+            {{"perf_event", kModeEvent}, "FPS mode"},
             {{"perf_get_feedback", 5633}, "is it a game"},
             {{"perf_get_feedback_extn", 5633}, "game weight"},
             {{"perf_hint", 5633}, "game weight"},
@@ -266,7 +315,10 @@ const char* meaningOf(const host::PerfCall& call) {
 
 std::string detailOf(const host::PerfCall& call) {
     constexpr size_t kDetailWidth = 60;
-    if (call.entry == "perf_event" && call.number == 4196 && call.args.size() == 2) {
+    if (call.entry == "perf_event" && call.number == kSceneEvent) {
+        return "at " + seconds(call.timeNs);
+    }
+    if (call.entry == "perf_event" && call.number == kModeEvent && call.args.size() == 2) {
         return format("mode %d", call.args[1]) + " for " + shown(call.package, kDetailWidth) +
                 " at " + seconds(call.timeNs);
     }
@@ -324,6 +376,12 @@ std::string hooksPart(const ReportSource& source) {
         table.add({hookName(hook), std::to_string(spread.count), cost(spread.p50),
                    cost(spread.p99), cost(spread.max)});
     }
+    if (source.application) {
+        for (const auto& [name, spread] : source.application->hooks) {
+            table.add({name, std::to_string(spread.count), cost(spread.p50), cost(spread.p99),
+                       cost(spread.max)});
+        }
+    }
     return "Hooks (with debug log and trace on; time held back counts)\n" + table.text();
 }
 
@@ -345,7 +403,7 @@ std::string complaintsPart(const ReportSource& source) {
 
 std::string textReport(const ReportSource& source) {
     return recordingPart(source) + layersPart(source) + featuresPart(source) +
-            servicePart(source) + hooksPart(source) + complaintsPart(source);
+            fencesPart(source) + scenesPart(source) + applicationPart(source) + servicePart(source) + hooksPart(source) + complaintsPart(source);
 }
 
 }  // namespace corvane::replay

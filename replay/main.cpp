@@ -8,6 +8,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -26,6 +27,8 @@
 #include "corvane/host/LogCapture.h"
 #include "corvane/host/PerfService.h"
 #include "corvane/host/TraceCapture.h"
+#include "replay/AppProcess.h"
+#include "replay/Application.h"
 #include "replay/Findings.h"
 #include "replay/LibraryHooks.h"
 #include "replay/Options.h"
@@ -126,7 +129,7 @@ std::vector<TimedAction> actionsOf(const Scenario& scenario) {
             actions.push_back({event.atNs, [property](HookCosts&) {
                                    android::base::SetProperty(property->name, property->value);
                                }});
-        } else {
+        } else if (std::holds_alternative<Unblock>(what)) {
             actions.push_back({event.atNs, [](HookCosts& costs) {
                                    costs.measure(Hook::kUnblockPendingBuffer,
                                                  [] { corvaneUnblockPendingBuffer(); });
@@ -134,6 +137,46 @@ std::vector<TimedAction> actionsOf(const Scenario& scenario) {
         }
     }
     return actions;
+}
+
+size_t layerOf(const Recording& recording, const std::string& part) {
+    const auto layer = recording.findLayer(part);
+    if (!layer) throw Stop{kUnusable, "no layer of the recording is named like '" + part + "'"};
+    return *layer;
+}
+
+std::vector<UnsignaledFences> fencesOf(const Scenario& scenario, const Recording& recording) {
+    std::vector<UnsignaledFences> fences;
+    for (const auto& mark : scenario.fences) {
+        fences.push_back({layerOf(recording, mark.layer), mark.first, mark.last, mark.every,
+                          mark.timeline, mark.immediate});
+    }
+    return fences;
+}
+
+// The application that the scenario touches; null when it touches none.
+std::unique_ptr<AppProcess> startApplication(const Scenario& scenario, const Recording& recording,
+                                             const Player& player, int repeat) {
+    const bool touched = std::any_of(
+            scenario.events.begin(), scenario.events.end(),
+            [](const ScenarioEvent& event) { return std::holds_alternative<Touch>(event.what); });
+    if (!touched) return nullptr;
+    size_t layer = 0;
+    if (!scenario.application.empty()) {
+        layer = layerOf(recording, scenario.application);
+    } else {
+        while (recording.layers[layer].process != recording.busiestProcess()) ++layer;
+    }
+    const auto program =
+            std::filesystem::read_symlink("/proc/self/exe").parent_path() / "corvane-replay-app";
+    return std::make_unique<AppProcess>(
+            program.string(), planOf(recording, layer, repeat, player.passNs(), scenario));
+}
+
+// What a compositor asks the library for itself.
+void queryLibrary(HookCosts& costs) {
+    costs.measure(Hook::kSmartTouchEnabled, [] { corvaneSmartTouchEnabled(); });
+    costs.measure(Hook::kIsTargetFpsActive, [] { corvaneIsTargetFpsActive(); });
 }
 
 void showProgress(int64_t doneNs, int64_t totalNs) {
@@ -184,15 +227,23 @@ void run(const Options& options) {
     LibraryHooks hooks;
     Player player(recording, hooks, repeat);
     player.setActions(actionsOf(scenario));
+    player.setFences(fencesOf(scenario, recording));
+    const auto application = startApplication(scenario, recording, player, repeat);
+    if (application) {
+        player.setOnStart([&](int64_t startNs) { application->begin(startNs); });
+    }
+    queryLibrary(startCosts);
     PlayResult played = player.play(showProgress);
     endProgress();
+    queryLibrary(startCosts);
     played.costs.merge(startCosts);
 
     const Evidence evidence{log.lines(), host::PerfService::calls(), host::BoostDevice::requests(),
-                            trace.finish()};
+                            host::SyncFiles::deadlines(), trace.finish()};
     const Findings findings = findingsOf(recording, played, evidence);
-    const ReportSource source{file,   options.scenario, scenario.description, repeat, recording,
-                              played, findings};
+    ReportSource source{file,   options.scenario, scenario.description, repeat, recording,
+                        played, findings};
+    if (application) source.application = application->result();
     std::fputs(textReport(source).c_str(), stdout);
     if (!enabled) std::puts("The library is switched off (vendor.perf.corvane.enable).");
     if (json.is_open() && !(json << jsonReport(source)).flush()) {

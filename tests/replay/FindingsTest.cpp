@@ -22,7 +22,7 @@ constexpr int64_t kStartNs = 1'000'000 * kMs;  // the second 1000, where TraceTe
 class FindingsTest : public testing::Test {
   protected:
     FindingsTest() {
-        mRecording.processes = {{2000, 10000}};
+        mRecording.processes = {{2000, 10000, {}}};
         mRecording.vsyncPeriodNs = 16 * kMs;
         Layer layer;
         layer.name = "SurfaceView[com.a/com.a.X] layer 9, (1, 1) mode:7#5";

@@ -74,8 +74,12 @@ TEST(Scenario, IsReadWhole) {
         "events": [
             {"atMs": 1.5, "callback": {"hint": 4192, "arg1": 1, "arg2": -1, "values": [1, 2]}},
             {"atMs": 2, "property": {"name": "q", "value": ""}},
-            {"atMs": 0, "unblock": true}
-        ]})",
+            {"atMs": 0, "unblock": true},
+            {"atMs": 5, "touch": "move", "count": 3, "everyMs": 8}
+        ],
+        "application": "a.b",
+        "fences": [{"layer": "a.b", "first": 3, "every": 2, "timeline": "t", "immediate": true}]
+        })",
                                       "folder/scenario.json");
     ASSERT_TRUE(result.scenario) << result.error;
     const Scenario& scenario = *result.scenario;
@@ -102,11 +106,18 @@ TEST(Scenario, IsReadWhole) {
                 ADD_FAILURE() << "hint " << callback.hint;
         }
     }
-    ASSERT_EQ(scenario.events.size(), 3U);
+    ASSERT_EQ(scenario.events.size(), 6U);
     EXPECT_EQ(scenario.events[0].atNs, 1'500'000);
     EXPECT_EQ(std::get<ServiceCallback>(scenario.events[0].what).arg2, -1);
     EXPECT_EQ(std::get<PropertyWrite>(scenario.events[1].what).name, "q");
     EXPECT_TRUE(std::holds_alternative<Unblock>(scenario.events[2].what));
+    EXPECT_EQ(std::get<Touch>(scenario.events[5].what).action, 2);
+    EXPECT_EQ(scenario.events[5].atNs, 21'000'000);
+    EXPECT_EQ(scenario.application, "a.b");
+    ASSERT_EQ(scenario.fences.size(), 1U);
+    EXPECT_EQ(scenario.fences[0].first, 3U);
+    EXPECT_EQ(scenario.fences[0].last, SIZE_MAX);
+    EXPECT_TRUE(scenario.fences[0].immediate);
 }
 
 TEST(Scenario, MistakesNameTheKeyAndItsPlace) {
@@ -135,6 +146,10 @@ TEST(Scenario, MistakesNameTheKeyAndItsPlace) {
             {"{\"events\": [{\"atMs\": 1}]}", "events[0]: ", "exactly one"},
             {"{\"events\": [{\"unblock\": true}]}", "events[0]: ", "'atMs'"},
             {"{\"events\": [{\"atMs\": 1, \"unblock\": false}]}", "events[0].unblock: ", "true"},
+            {"{\"events\": [{\"atMs\": 1, \"touch\": \"slap\"}]}", "events[0].touch: ", "down"},
+            {"{\"events\": [{\"atMs\": 1, \"touch\": \"up\", \"count\": 2}]}", "events[0]: ",
+             "'everyMs'"},
+            {"{\"fences\": [{\"layer\": \"a\"}]}", "fences[0]: ", "'timeline'"},
             {"{\"events\": [{\"atMs\": 1e99, \"unblock\": true}]}", "events[0].atMs: ", "from 0"},
             {"{\"events\": [{\"atMs\": 1, \"callback\": {\"hint\": 1, \"values\": [1, []]}}]}",
              "events[0].callback.values[1]: ", "an integer"},

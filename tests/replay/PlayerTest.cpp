@@ -14,6 +14,9 @@
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <utils/Timers.h>
 
 namespace corvane::replay {
@@ -34,7 +37,7 @@ class RecordingOf {
     }
     RecordingOf& layer(int32_t id, int initialDepth = 0) {
         mLayer = mRecording.layers.size();
-        mRecording.processes.push_back({1000 + id, 10000U + static_cast<uid_t>(id)});
+        mRecording.processes.push_back({1000 + id, 10000U + static_cast<uid_t>(id), {}});
         Layer layer;
         layer.id = id;
         layer.process = mLayer;
@@ -90,6 +93,23 @@ class FakeHooks : public Hooks {
                (focused ? " focused" : ""));
     }
 
+    int createFence(const std::string& timeline) override {
+        record("create " + timeline);
+        return dup(STDERR_FILENO);
+    }
+    void notifyGpuFenceUnsignaled(int fd, const Layer& layer) override {
+        fence("now", fd, layer);
+    }
+    void trackLatchUnsignaledGpuFence(int fd, const Layer& layer) override {
+        mRecorded.push_back(fd);
+        fence("recorded", fd, layer);
+    }
+    void flushLatchUnsignaledGpuFences() override {
+        for (const int fd : mRecorded) EXPECT_NE(fcntl(fd, F_GETFD), -1) << "closed too early";
+        record("flush of " + std::to_string(mRecorded.size()));
+        mRecorded.clear();
+    }
+
     // Blocks until this many more vsyncs have come.
     void awaitVsyncs(int more) {
         std::unique_lock<std::mutex> lock(mMutex);
@@ -103,15 +123,21 @@ class FakeHooks : public Hooks {
         }
         return found;
     }
-    std::string sequence(const std::string& without) const {
+    // What the compositor's thread did beside vsyncs, in order.
+    std::string compositorsSequence() const {
         std::string text;
         for (const auto& call : mCalls) {
-            if (call.what.rfind(without, 0) != 0) text += call.what + "; ";
+            const bool wanted = call.what.rfind("vsync", 0) != 0 && call.what.rfind("queue", 0) != 0;
+            if (wanted) text += call.what + "; ";
         }
         return text;
     }
 
   private:
+    void fence(const std::string& how, int fd, const Layer& layer) {
+        EXPECT_NE(fcntl(fd, F_GETFD), -1);
+        record(how + " " + std::to_string(layer.id));
+    }
     void record(const std::string& what) {
         const std::lock_guard<std::mutex> lock(mMutex);
         if (what == "vsync") ++mVsyncs;
@@ -123,6 +149,7 @@ class FakeHooks : public Hooks {
     std::condition_variable mChanged;
     size_t mVsyncs = 0;
     std::vector<Call> mCalls;
+    std::vector<int> mRecorded;
 };
 
 void ignoreProgress(int64_t, int64_t) {}
@@ -171,20 +198,13 @@ TEST(Player, PlaysEveryPassOnTheThreadsOfACompositor) {
     EXPECT_EQ(player.passNs(), 40 * kMs);
 }
 
-TEST(Player, LatchesOnlyWhatIsQueued) {
-    // Two buffers wait when the recording begins: they are latched without ever being queued.
-    const Recording recording = RecordingOf(6)
-                                        .layer(1, 2)
-                                        .latch(1)
-                                        .latch(11)
-                                        .latch(21)
-                                        .queue(60)
-                                        .get();
+TEST(Player, LatchesBuffersThatWereQueuedBeforeTheRecording) {
+    const Recording recording = RecordingOf(3).layer(1, 2).latch(1).latch(11).queue(500).get();
     FakeHooks hooks;
     const PlayResult played = Player(recording, hooks, 1).play(ignoreProgress);
-    EXPECT_EQ(hooks.sequence("vsync"),
-              "period 10000000; latch 1/1 focused; latch 1/0 focused; queue 1; ");
-    EXPECT_EQ(played.missedLatches, 1U);
+    EXPECT_EQ(hooks.compositorsSequence(),
+              "period 10000000; latch 1/1 focused; latch 1/0 focused; ");
+    EXPECT_EQ(played.missedLatches, 0U);
 }
 
 TEST(Player, AHeldBufferIsLatchedAtAVsyncAfterItsRelease) {
@@ -192,7 +212,8 @@ TEST(Player, AHeldBufferIsLatchedAtAVsyncAfterItsRelease) {
     FakeHooks hooks;
     hooks.onQueue = [&](int32_t) { hooks.awaitVsyncs(3); };
     const PlayResult played = Player(recording, hooks, 1).play(ignoreProgress);
-    EXPECT_EQ(hooks.sequence("vsync"), "period 10000000; queue 1; latch 1/0 focused; ");
+    EXPECT_EQ(hooks.compositorsSequence(), "period 10000000; latch 1/0 focused; ");
+    EXPECT_GT(hooks.calls("latch")[0].timeNs, hooks.calls("queue")[0].timeNs);
     EXPECT_EQ(played.missedLatches, 1U);
     EXPECT_EQ(played.droppedFrames, 0U);
     ASSERT_EQ(played.frames.size(), 1U);
@@ -244,6 +265,24 @@ TEST(Player, RunsActionsInTimesOrderUpToTheEnd) {
     const PlayResult played = player.play(ignoreProgress);
     EXPECT_EQ(ran, (std::vector<int64_t>{10, 20, 30}));
     EXPECT_EQ(played.costs.spread(Hook::kUnblockPendingBuffer).count, 3U);
+}
+
+TEST(Player, TellsOfUnsignaledFencesAtLatch) {
+    RecordingOf builder(5);
+    builder.layer(1, 4);
+    for (int frame = 0; frame < 4; ++frame) builder.latch(5 + 10 * frame);
+    const Recording recording = builder.queue(40).get();
+    FakeHooks hooks;
+    Player player(recording, hooks, 1);
+    player.setFences({{0, 1, 3, 2, "gpu", false}, {0, 2, 2, 1, "now", true}});
+    const PlayResult played = player.play(ignoreProgress);
+    EXPECT_EQ(hooks.compositorsSequence(),
+              "period 10000000; "
+              "latch 1/3 focused; create gpu; recorded 1; flush of 1; "
+              "latch 1/2 focused; create now; now 1; "
+              "latch 1/1 focused; create gpu; recorded 1; flush of 1; "
+              "latch 1/0 focused; ");
+    EXPECT_EQ(played.fences, 3U);
 }
 
 TEST(HookCosts, SpreadsUseTheNearestRank) {

@@ -1,0 +1,39 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "replay/Timeline.h"
+
+#include <cerrno>
+
+#include <pthread.h>
+#include <sched.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <time.h>
+
+namespace corvane::replay {
+namespace {
+
+constexpr int64_t kNsPerSecond = 1'000'000'000;
+
+// Above the library's own threads, which run at 1: a replayed clock must not wait for them.
+constexpr int kFifoPriority = 2;
+constexpr int kNice = -10;  // where real time is not allowed
+
+}  // namespace
+
+void sleepUntil(int64_t deadlineNs) {
+    const timespec deadline{deadlineNs / kNsPerSecond, deadlineNs % kNsPerSecond};
+    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &deadline, nullptr) == EINTR) {
+    }
+}
+
+void enterTimelineThread(const std::string& name) {
+    pthread_setname_np(pthread_self(), name.c_str());
+    prctl(PR_SET_TIMERSLACK, 1UL);  // ns; the default of 50 us adds to every sleep
+    sched_param param{};
+    param.sched_priority = kFifoPriority;
+    if (sched_setscheduler(0, SCHED_FIFO, &param) != 0) setpriority(PRIO_PROCESS, 0, kNice);
+}
+
+}  // namespace corvane::replay
