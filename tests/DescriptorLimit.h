@@ -18,7 +18,8 @@ inline int nextDescriptor() {
 }
 
 // While it lives, the process can open only `count` more descriptors, provided that those open have
-// no gaps below the next.
+// no gaps below the next. UBSan opens a pipe when it first meets an object's type, so a test creates
+// one object of each type before it limits.
 class ScopedDescriptorLimit {
   public:
     explicit ScopedDescriptorLimit(int count) {

@@ -34,7 +34,7 @@ TEST(TimerThread, LoopRunsTasksUntilStoppedAndWoken) {
 
 TEST(TimerThread, LoopGoesOnWhenPollingFails) {
     LogCapture log;
-    sp<TimerQueue> queue;
+    sp<TimerQueue> queue = sp<TimerQueue>::make();
     {
         const ScopedDescriptorLimit limit(0);
         queue = sp<TimerQueue>::make();
