@@ -3,15 +3,170 @@
 
 #include <android/log.h>
 
+#include <cmath>
+
+#include "features/FeatureManager.h"
+#include "gfr/GFRMonitor.h"
+#include "layers/LayerInfo.h"
 #include "layers/LayerManager.h"
+#include "layers/LayerRules.h"
 #include "layers/LogTag.h"
+#include "perf/PerfProxy.h"
+#include "phr/PHRMonitor.h"
 
 namespace android {
+namespace {
 
-void LayerManager::onFeatureConfigChanged(Feature, const std::string&) {
-    if (!mInitialized.load()) {
+// Applications that came to share the screen need this long to settle.
+constexpr nsecs_t kConcurrencyReportDelay = 3'000'000'000;
+
+// A smaller change of a headroom rate is not worth restarting the adaptation.
+constexpr float kHeadroomRateTolerance = 0.01f;
+
+// Above this display rate the high-rate headroom applies.
+constexpr int32_t kMaxLowDisplayFps = 60;
+
+}  // namespace
+
+void LayerManager::onFeatureConfigChanged(Feature feature, const std::string& pkgName) {
+    if (!mInitialized) {
         __android_log_print(ANDROID_LOG_ERROR, kLayerLogTag, "LayerManager not initialized");
         return;
+    }
+    const FeatureManager* features = FeatureManager::getInstance();
+    switch (feature) {
+        case QUICK_TOUCH:
+            onHeadroomRatesChanged(pkgName);
+            break;
+        case FRAME_RESCUE:
+            onGfrTunablesChanged(pkgName);
+            break;
+        case TARGET_FPS:
+            onTargetFpsChanged(pkgName);
+            break;
+        case CPU_BIG_JANK: {
+            Mutex::Autolock lock(mLock);
+            mCpuBigJankThreshold = features->getCpuBigJankThresholdMs();
+            PerfProxy::VLOGD(kLayerLogTag,
+                             "OnFeatureConfigChanged - CPU_BIG_JANK: mCpuBigJankThreshold=%dms",
+                             mCpuBigJankThreshold);
+            break;
+        }
+        case ACTV_NON_GAME_RESUME: {
+            Mutex::Autolock lock(mLock);
+            mCheckedAliveApp = features->getCheckingAliveApp();
+            mAliveCheckMisses = 0;
+            PerfProxy::VLOGD(kLayerLogTag,
+                             "OnFeatureConfigChanged - ACTV_NON_GAME_RESUME: checkingAliveApp=%s",
+                             mCheckedAliveApp.c_str());
+            break;
+        }
+        case ACTV_IF_CONCURRENCY:
+            scheduleNotifyUserScene(kConcurrencyReportDelay);
+            PerfProxy::VLOGD(kLayerLogTag, "OnFeatureConfigChanged - ACTV_IF_CONCURRENCY");
+            break;
+        case ACTV_SWITCHING: {
+            const bool stable = features->isActvStable();
+            mActvStable = stable;
+            PerfProxy::VLOGD(kLayerLogTag,
+                             "OnFeatureConfigChanged - ACTV_SWITCHING: mActvStable=%s",
+                             stable ? "true" : "false");
+            break;
+        }
+        default:
+            __android_log_print(ANDROID_LOG_ERROR, kLayerLogTag, "Unknown feature");
+            break;
+    }
+}
+
+std::vector<sp<LayerInfo>> LayerManager::layersOfAppLocked(const std::string& pkgName) const {
+    std::vector<sp<LayerInfo>> selected;
+    if (pkgName.empty() && mLowLatencyPid < 1) return selected;
+    for (sp<LayerInfo>& layer : layersByIdLocked()) {
+        const bool concerned =
+                pkgName.empty() ? layer->mPid == mLowLatencyPid : layer->mPackageName == pkgName;
+        if (concerned) selected.push_back(std::move(layer));
+    }
+    return selected;
+}
+
+void LayerManager::onHeadroomRatesChanged(const std::string& pkgName) {
+    Mutex::Autolock lock(mLock);
+    PHRMonitor* phr = mPhrMonitor.load(std::memory_order_relaxed);
+    const bool highFps = mDisplayFpsMode > kMaxLowDisplayFps;
+    for (const sp<LayerInfo>& layer : layersOfAppLocked(pkgName)) {
+        if (!layer->mIsGame) continue;
+        const bool atMonitor = layer->mPhrRegistered && phr != nullptr;
+        const auto config = FeatureManager::getInstance()->getPhrConfig(layer->mPackageName, true);
+        layer->mQuickTouchActive = config.has_value();
+        if (config) {
+            const float change = highFps ? config->highFpsPhrMinRate - layer->highFpsPhrMinRate
+                                         : config->phrMinRate - layer->phrMinRate;
+            if (std::fabs(change) > kHeadroomRateTolerance) {
+                layer->phrMinRate = config->phrMinRate;
+                layer->highFpsPhrMinRate = config->highFpsPhrMinRate;
+                if (atMonitor) {
+                    phr->updateHeadRoom(layer->mId, layer->phrMinRate, layer->highFpsPhrMinRate);
+                }
+            }
+        } else if (atMonitor) {
+            phr->setQuickTouchStatus(layer->mId, false);
+        }
+        PerfProxy::VLOGD(kLayerLogTag,
+                         "OnFeatureConfigChanged - QUICK_TOUCH: set enabled=%d, phrMinRate=%.2f, "
+                         "highFpsPhrMinRate=%.2f, pkgName=%s",
+                         layer->mQuickTouchActive, layer->phrMinRate, layer->highFpsPhrMinRate,
+                         layer->mPackageName.c_str());
+    }
+}
+
+void LayerManager::onGfrTunablesChanged(const std::string& pkgName) {
+    if (mLayerCount == 0) return;
+    Mutex::Autolock lock(mLock);
+    bool logged = false;
+    for (const sp<LayerInfo>& layer : layersOfAppLocked(pkgName)) {
+        if (!mayRescueFrames(layer->mPackageName, layer->mSceneTag)) continue;
+        const bool atMonitor = layer->mGfrRegistered && mGfrMonitor != nullptr;
+        const auto tunables =
+                FeatureManager::getInstance()->getGFRTunables(layer->mPackageName, true);
+        if (layer->mGfrAllowed != tunables.has_value()) {
+            layer->mGfrAllowed = tunables.has_value();
+            layer->mGfrActive = false;
+            if (atMonitor) mGfrMonitor->setGFRActive(layer->mId, false);
+        }
+        if (tunables && atMonitor) mGfrMonitor->updateLayerTunables(layer->mId, *tunables);
+        if (!logged) {
+            PerfProxy::VLOGD(kLayerLogTag,
+                             "OnFeatureConfigChanged - FRAME_RESCUE: gfrEnabled=%d, pkgName=%s",
+                             layer->mGfrAllowed, layer->mPackageName.c_str());
+            logged = true;
+        }
+    }
+}
+
+void LayerManager::onTargetFpsChanged(const std::string& pkgName) {
+    Mutex::Autolock lock(mLock);
+    if (!mTargetFpsEnabled) return;
+    PHRMonitor* phr = mPhrMonitor.load(std::memory_order_relaxed);
+    bool logged = false;
+    for (const sp<LayerInfo>& layer : layersOfAppLocked(pkgName)) {
+        if (!layer->mIsGame) continue;
+        const auto config = FeatureManager::getInstance()->getTfpsConfig(layer->mPackageName, true);
+        const float targetFps = config ? config->targetFps : 0.0f;
+        if (targetFps != layer->mGfrQueueEndValue) {
+            layer->mGfrQueueEndValue = targetFps;
+            const bool pace = targetFps > 0.0f && layer->mFps > targetFps;
+            if (layer->mPhrRegistered && phr != nullptr && (layer->mGfrQueueEndValid || pace)) {
+                layer->mGfrQueueEndValid = pace;
+                phr->setTargetFpsStatus(layer->mId, pace, layer->mFps, targetFps);
+            }
+        }
+        if (!logged) {
+            PerfProxy::VLOGD(kLayerLogTag,
+                             "OnFeatureConfigChanged - TARGET_FPS: targetFps=%.2f, pkgName=%s",
+                             layer->mGfrQueueEndValue, layer->mPackageName.c_str());
+            logged = true;
+        }
     }
 }
 

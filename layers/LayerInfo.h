@@ -7,10 +7,11 @@
 #include <utils/LightRefBase.h>
 #include <utils/Timers.h>
 
-#include <atomic>
 #include <cstdint>
 #include <string>
 #include <vector>
+
+#include "timer/Relaxed.h"
 
 namespace android {
 
@@ -67,8 +68,8 @@ struct LayerInfo : public LightRefBase<LayerInfo> {
     nsecs_t mLastQueueTime = 0;  // start of the latest queue call
     nsecs_t mPrevQueueTime = 0;  // of the one before
     // End of the latest queue call, hold-back included. Written without the lock, by whichever
-    // binder thread left last; a reader needs only some recent value, hence relaxed.
-    std::atomic<nsecs_t> mLastQueueEndTime{0};
+    // binder thread left last; a reader needs only some recent value.
+    Relaxed<nsecs_t> mLastQueueEndTime{0};
     nsecs_t mFrameGap = 0;             // the application's own time between two queue calls
     int32_t mVsyncFrameCount = 0;      // buffers queued and not yet latched
     nsecs_t mVsyncAnchorTime = 0;      // latest latch: the phase from which vsyncs are predicted

@@ -9,13 +9,15 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
+#include <set>
 #include <string>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 #include "features/Feature.h"
 #include "layers/LayerCandidate.h"
+#include "timer/Relaxed.h"
 
 namespace android {
 
@@ -72,27 +74,148 @@ class LayerManager {
     // Smart touch wants held buffers to go.
     void unblockPendingBuffer() EXCLUDES(mLock);
 
+    // --- GPU jank (LayerGpuJank.cpp). Descriptors stay the caller's. ---
+
+    // The fence is unsignalled although its frame is due: tells the GPU driver at once.
+    void notifyGpuFenceUnsignaled(int fenceFd, int layerId) EXCLUDES(mLock);
+    // The frame was latched with this fence unsignalled; kept for the next flush, until which the
+    // descriptor must stay valid.
+    void trackLatchUnsignaledGpuFence(int fenceFd, int layerId) EXCLUDES(mLock);
+    void flushLatchUnsignaledGpuFences() EXCLUDES(mLock);
+
     // --- Registry (LayerRegistry.cpp) ---
 
     // The tracked layer, or null while it is a candidate or refused. Counts one buffer.
     sp<LayerInfo> getOrCreateLayer(const std::string& name, int layerId, int pid, int uid,
                                    nsecs_t now) EXCLUDES(mLock);
     sp<LayerInfo> getLayer(int layerId) EXCLUDES(mLock);
+    // Retires layers that stopped drawing and enforces the limit of tracked layers.
     void cleanupInactiveLayers(nsecs_t now) EXCLUDES(mLock);
+    // Forgets silent candidates and enforces their limit.
     void cleanupCandidates(nsecs_t now) EXCLUDES(mLock);
+
+    // --- Scene reports (LayerScenes.cpp) ---
+
+    // Ranks the visible applications, picks the low-latency one and reports the top ones to the
+    // performance service when they changed or a report was asked for. Calls the service.
+    void checkMultiLayer(nsecs_t now) EXCLUDES(mLock);
+    // Forces a report after `delay` nanoseconds, on the boost worker.
+    void scheduleNotifyUserScene(nsecs_t delay);
 
     // --- Configuration changes (LayerConfigChanges.cpp) ---
 
-    // A configuration or notification arrived from the service. An empty package means all.
+    // A configuration or notification arrived from the service. An empty package means the
+    // low-latency application.
     void onFeatureConfigChanged(Feature feature, const std::string& pkgName) EXCLUDES(mLock);
 
   private:
+    // Package of a user's latest promoted layer, for layers whose names do not tell.
+    struct AppInfo {
+        std::string packageName;
+        nsecs_t lastUsed;
+    };
+
+    // What the queue path needs of its layer once mLock is released.
+    struct QueuedFrame;
+
     LayerManager();
 
-    mutable Mutex mLock;
+    // LayerRegistry.cpp
+    void unregisterLayerLocked(LayerInfo& layer) REQUIRES(mLock);
+    sp<LayerInfo> promoteLocked(const std::string& name, int layerId, int pid, int uid,
+                                std::string packageName) REQUIRES(mLock);
+    void markInactiveLocked(LayerInfo& layer, nsecs_t now) REQUIRES(mLock);
+    // Where order matters, layers are walked by ascending id, so that results repeat.
+    std::vector<sp<LayerInfo>> layersByIdLocked() const REQUIRES(mLock);
 
-    std::atomic<bool> mInitialized{false};
-    std::atomic<bool> mSmartTouchEnable{false};  // smart touch or headroom control is wanted
+    // LayerAppInfo.cpp
+    // Remembers the package under the user and has the boost worker classify it.
+    void checkAppInfo(int layerId, const std::string& packageName, int uid, nsecs_t now)
+            EXCLUDES(mLock);
+    std::string cachedPackageLocked(const std::string& name, int uid, nsecs_t now) REQUIRES(mLock);
+    void classifyLayer(int layerId, const std::string& packageName) EXCLUDES(mLock);
+
+    // LayerEvents.cpp
+    QueuedFrame trackQueueLocked(LayerInfo& layer, nsecs_t now) REQUIRES(mLock);
+
+    // LayerFrameRates.cpp
+    void onFpsModeChangedLocked() REQUIRES(mLock);
+
+    // LayerFeatures.cpp
+    // Both create their monitor on first need. They run under mLock like all feature switching.
+    void initGFREnv() REQUIRES(mLock);
+    void initPHREnv() REQUIRES(mLock);
+    void loadFeatureConfigsLocked(LayerInfo* layer) REQUIRES(mLock);
+    void toggleFeaturesOnFpsLocked(LayerInfo& layer, bool on) REQUIRES(mLock);
+    void switchFeaturesOnLocked(LayerInfo& layer) REQUIRES(mLock);
+    void switchFeaturesOffLocked(LayerInfo& layer) REQUIRES(mLock);
+    void stopPacingBelowTargetLocked(LayerInfo& layer) REQUIRES(mLock);
+    void updateAliveCheckLocked(LayerInfo& layer) REQUIRES(mLock);
+    void setLowLatencyAppLocked(LayerInfo* layer) REQUIRES(mLock);
+
+    // LayerConfigChanges.cpp
+    void onHeadroomRatesChanged(const std::string& pkgName) EXCLUDES(mLock);
+    void onGfrTunablesChanged(const std::string& pkgName) EXCLUDES(mLock);
+    void onTargetFpsChanged(const std::string& pkgName) EXCLUDES(mLock);
+    // The layers that a change for this package concerns.
+    std::vector<sp<LayerInfo>> layersOfAppLocked(const std::string& pkgName) const REQUIRES(mLock);
+
+    // LayerScenes.cpp
+    void postSceneCheck();
+    // Marks a report as due and has the boost worker run `task`, which sends it. When there is no
+    // worker the mark is taken back, or the periodic check would wait for it forever.
+    void postSceneTask(nsecs_t delay, std::function<void()> task);
+
+    // LayerGpuJank.cpp
+    // False when the layer's fences are known not to be the GPU driver's.
+    bool checkAndCacheFenceOrigin(LayerInfo& layer, int fenceFd) EXCLUDES(mLock);
+
+    // Null until a layer needs the monitor. Monitors live as long as the process, so that a pointer
+    // once read stays good. onVsync() takes the second one without the lock.
+    GFRMonitor* mGfrMonitor GUARDED_BY(mLock) = nullptr;
+    std::atomic<PHRMonitor*> mPhrMonitor{nullptr};
+    Relaxed<bool> mInitialized{false};
+    int32_t mInitArg0 GUARDED_BY(mLock) = -1;
+    int32_t mInitArg1 GUARDED_BY(mLock) = -1;
+
+    mutable Mutex mLock;  // also guards every field of every LayerInfo
+
+    Relaxed<int32_t> mLayerCount{0};                                            // tracked layers
+    std::unordered_map<int32_t, LayerCandidate> mCandidates GUARDED_BY(mLock);  // by layer id
+    std::unordered_map<int32_t, sp<LayerInfo>> mLayers GUARDED_BY(mLock);       // by layer id
+    std::unordered_map<int32_t, AppInfo> mAppInfoMap GUARDED_BY(mLock);         // by uid
+    std::set<int32_t> mReportedUids GUARDED_BY(mLock);  // applications of the last scene report
+    int32_t mFocusedUid GUARDED_BY(mLock) = -1;
+
+    Relaxed<nsecs_t> mVsyncPeriod{0};              // as the compositor gave it: any value
+    Relaxed<int32_t> mDisplayFpsMode{-1};          // rate mode of that period; 0 = none known
+    std::atomic<nsecs_t> mLastPeriodicCleanup{0};  // time of the last one done from onVsync
+
+    bool mLayerLimitReached GUARDED_BY(mLock) = false;      // no promotions
+    bool mCandidateLimitReached GUARDED_BY(mLock) = false;  // no new candidates
+
+    // A scene report is due: forced by a change of focus or rate mode, or scheduled.
+    Relaxed<bool> mMultiLayerCheckPending{false};
+    // The master gate of buffer events.
+    Relaxed<bool> mTrackingEnabled{true};
+    // No activity switch is going on.
+    Relaxed<bool> mActvStable{true};
+
+    int32_t mCpuBigJankThreshold GUARDED_BY(mLock) = 0;  // ms; below 1 = off
+    float mGpuMinExecTimeMult GUARDED_BY(mLock) = 1.0f;  // in vsync periods
+    Relaxed<bool> mGpuJankDetect{false};
+    bool mGfrInited GUARDED_BY(mLock) = false;
+    bool mPhrInited GUARDED_BY(mLock) = false;
+    Relaxed<bool> mSmartTouchEnable{false};  // smart touch or headroom control is wanted
+    bool mTargetFpsEnabled GUARDED_BY(mLock) = false;
+    bool mTargetFpsCompensate GUARDED_BY(mLock) = true;
+
+    int32_t mMaxFpsMode GUARDED_BY(mLock) = -1;      // highest accepted mode of all layers
+    int32_t mFpsModeLayerId GUARDED_BY(mLock) = -1;  // the layer that holds it
+
+    int32_t mLowLatencyPid GUARDED_BY(mLock) = -1;
+    std::string mCheckedAliveApp GUARDED_BY(mLock);    // whose liveness is being checked
+    int32_t mAliveCheckMisses GUARDED_BY(mLock) = -1;  // FPS windows of others; -1 = no check
 };
 
 }  // namespace android

@@ -1,0 +1,203 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Candidates, promotion, limits, retirement and the application cache.
+
+#include "RegistryTest.h"
+
+namespace android {
+namespace {
+
+using corvane::host::PerfService;
+
+class LayerRegistryTest : public RegistryTest {
+  protected:
+    bool isCandidate(int id) const {
+        const std::string added = "Add new candidate layer: " + std::to_string(id) + " ";
+        return mLog.count(added) != 0;
+    }
+};
+
+TEST_F(LayerRegistryTest, PromotesWithTheIdentityOfTheProducer) {
+    draw({1}, 30);
+    EXPECT_EQ(manager().getLayer(1), nullptr) << "0.5 s are over with the next buffer";
+    EXPECT_EQ(mLog.count("Add new candidate layer: 1 [com.example.app1/Main#1]"), 1u);
+    draw({1}, 1);
+    const sp<LayerInfo> layer = manager().getLayer(1);
+    ASSERT_NE(layer, nullptr);
+    EXPECT_EQ(layer->mId, 1);
+    EXPECT_EQ(layer->mName, "com.example.app1/Main#1");
+    EXPECT_EQ(layer->mPackageName, "com.example.app1");
+    EXPECT_EQ(layer->mPid, 1'001);
+    EXPECT_EQ(layer->mUid, 10'001);
+    EXPECT_TRUE(layer->mActive);
+    EXPECT_EQ(mLog.count("Add new layer to full tracking: [com.example.app1/Main#1] layer 1"), 1u);
+
+    for (const int id : {0, -7}) {
+        draw({id}, 60);
+        EXPECT_EQ(manager().getLayer(id), nullptr);
+        EXPECT_FALSE(isCandidate(id));
+    }
+}
+
+TEST_F(LayerRegistryTest, LimitsCandidates) {
+    for (int id = 1; id <= 11; ++id) {
+        mClock.advance(kMs);
+        queue(id);
+    }
+    EXPECT_EQ(mLog.count("Force remove"), 0u) << "the eleventh is accepted";
+    queue(12);
+    EXPECT_EQ(mLog.count("Force remove candidate layer"), 2u);
+    EXPECT_EQ(mLog.count("Force remove candidate layer [1]"), 1u);
+    EXPECT_EQ(mLog.count("Force remove candidate layer [2]"), 1u);
+    EXPECT_EQ(mLog.count("Candidate layer count reached maximum tracking limit."), 1u);
+    queue(13);
+    EXPECT_FALSE(isCandidate(13));
+
+    // Six stay alive: still too many to reopen.
+    mClock.advance(1'000 * kMs);
+    for (int id = 7; id <= 12; ++id) queue(id);
+    mClock.advance(1'500 * kMs);
+    manager().cleanupCandidates(mClock.now());
+    queue(13);
+    EXPECT_FALSE(isCandidate(13));
+    for (int id = 8; id <= 12; ++id) queue(id);
+    mClock.advance(1'000 * kMs);
+    manager().cleanupCandidates(mClock.now());
+    EXPECT_EQ(mLog.count("Candidate layer count dropped back within the tracking limit."), 1u);
+    queue(13);
+    EXPECT_TRUE(isCandidate(13));
+}
+
+TEST_F(LayerRegistryTest, CandidatesAreForgottenAfterTwoSilentSeconds) {
+    queue(1);
+    mClock.advance(2'000'000'000);
+    manager().cleanupCandidates(mClock.now());
+    EXPECT_EQ(mLog.count("Remove candidate layer [1]"), 0u);
+    mClock.advance(1);
+    manager().cleanupCandidates(mClock.now());
+    EXPECT_EQ(mLog.count("Remove candidate layer [1]"), 1u);
+}
+
+TEST_F(LayerRegistryTest, FourLayersStayTracked) {
+    const std::vector<int> fast = {1, 2, 3, 4};
+    draw(fast, 100);
+    for (const int id : fast) ASSERT_NE(manager().getLayer(id), nullptr) << id;
+    ASSERT_EQ(manager().getLayer(4)->mFpsMode, 60);
+
+    // The fifth has no frame rate yet and is the one to go, whatever it does.
+    draw({1, 2, 3, 4, 5}, 40);
+    EXPECT_EQ(mLog.count("Add new layer to full tracking: [com.example.app5/Main#5]"), 1u);
+    EXPECT_EQ(manager().getLayer(5), nullptr);
+    for (const int id : fast) EXPECT_NE(manager().getLayer(id), nullptr) << id;
+}
+
+TEST_F(LayerRegistryTest, RevivesWithinTheGraceAndDropsAfterIt) {
+    track(1);
+    draw({1}, 70);
+    const sp<LayerInfo> layer = manager().getLayer(1);
+    ASSERT_EQ(layer->mFpsMode, 60);
+
+    mClock.advance(1'000'000'000);
+    manager().cleanupInactiveLayers(mClock.now());
+    EXPECT_TRUE(layer->mActive) << "not more than a second";
+    mClock.advance(1);
+    manager().cleanupInactiveLayers(mClock.now());
+    EXPECT_FALSE(layer->mActive);
+    EXPECT_EQ(layer->mRemoveDeadline, mClock.now() + 1'000'000'000);
+    draw({1}, 1);
+    EXPECT_TRUE(layer->mActive);
+    EXPECT_EQ(layer->mRemoveDeadline, 0);
+    EXPECT_EQ(layer->mFpsMode, 60);
+    EXPECT_EQ(manager().getLayer(1), layer);
+
+    mClock.advance(1'000'000'001);
+    manager().cleanupInactiveLayers(mClock.now());
+    mClock.advance(999'999'999);
+    manager().cleanupInactiveLayers(mClock.now());
+    EXPECT_NE(manager().getLayer(1), nullptr);
+    mClock.advance(1);
+    manager().cleanupInactiveLayers(mClock.now());
+    EXPECT_EQ(manager().getLayer(1), nullptr);
+    EXPECT_EQ(mLog.count("marked for removal (no frame update within 1s)"), 2u);
+    EXPECT_EQ(mLog.count("Unregistered layer 1: [com.example.app1/Main#1]"), 1u);
+    EXPECT_EQ(layer->mFpsMode, 60) << "our reference keeps the record";
+}
+
+TEST_F(LayerRegistryTest, VsyncsCleanUpEveryThreeSeconds) {
+    track(1);
+    manager().onVsync(mClock.now());
+    mClock.advance(3'000'000'000);
+    manager().onVsync(mClock.now());
+    EXPECT_EQ(mLog.count("marked for removal"), 0u);
+    mClock.advance(1);
+    manager().onVsync(mClock.now());
+    EXPECT_EQ(mLog.count("marked for removal"), 1u);
+    mClock.advance(3'000'000'001);
+    manager().onVsync(mClock.now());
+    EXPECT_EQ(manager().getLayer(1), nullptr);
+}
+
+TEST_F(LayerRegistryTest, TakesThePackageOfTheUser) {
+    track(1);
+    queue(7, "Splash#7", uidOf(1));
+    EXPECT_EQ(mLog.count("Layer [Splash#7] get pkg from AppInfo cache (uid=10001): "
+                         "com.example.app1"),
+              1u);
+    EXPECT_TRUE(isCandidate(7));
+    queue(8, "Splash#8", uidOf(8));
+    EXPECT_FALSE(isCandidate(8));
+
+    // The system user's layers have no common package.
+    for (int i = 0; i < 40; ++i) {
+        mClock.advance(k60Hz);
+        queue(9, "com.example.system/Main#9", 0);
+    }
+    ASSERT_NE(manager().getLayer(9), nullptr);
+    queue(10, "Splash#10", 0);
+    EXPECT_FALSE(isCandidate(10));
+}
+
+TEST_F(LayerRegistryTest, RemembersTenApplications) {
+    for (int id = 1; id <= 10; ++id) track(id);
+    EXPECT_EQ(mLog.count("Remove oldest app from mAppInfoMap"), 0u);
+    // A latch keeps an application young, if its layer is still tracked.
+    queue(1, "Splash#1", uidOf(1));
+    track(11);
+    EXPECT_EQ(mLog.count("Remove oldest app from mAppInfoMap: [com.example.app2]"), 1u)
+            << "the first one's package was asked for again";
+    track(10);
+    EXPECT_EQ(mLog.count("Remove oldest app from mAppInfoMap"), 1u) << "already known";
+}
+
+TEST_F(LayerRegistryTest, ClassifiesOnTheBoostWorker) {
+    PerfService::addGame(appOf(1), 7);
+    track(1);
+    ASSERT_TRUE(PerfService::waitForCalls("perf_get_feedback_extn", 5633, 1));
+    track(2);
+    ASSERT_TRUE(PerfService::waitForCalls("perf_get_feedback_extn", 5633, 2));
+    const auto calls = PerfService::calls("perf_get_feedback", 5633);
+    ASSERT_EQ(calls.size(), 2u);
+    EXPECT_EQ(calls[0].package, appOf(1));
+    EXPECT_EQ(calls[0].thread, "BP");
+    // The second classification began after the first was stored.
+    EXPECT_TRUE(manager().getLayer(1)->mIsGame);
+    EXPECT_EQ(manager().getLayer(1)->mGameWeight, 7);
+}
+
+TEST_F(LayerRegistryTest, StopsAndStartsAgain) {
+    track(1);
+    manager().stop();
+    EXPECT_EQ(manager().getLayer(1), nullptr);
+    manager().stop();
+    manager().init(false, 1, 2);
+    manager().init(false, 3, 4);
+    EXPECT_EQ(mLog.count("LayerManager initialized"), 2u);
+    queue(7, "Splash#7", uidOf(1));
+    EXPECT_FALSE(isCandidate(7)) << "applications are forgotten too";
+    track(1);
+    EXPECT_NE(manager().getLayer(1), nullptr);
+}
+
+}  // namespace
+}  // namespace android

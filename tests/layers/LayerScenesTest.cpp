@@ -1,0 +1,97 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+// When scenes are reported, and who gets low latency.
+
+#include "RegistryTest.h"
+#include "features/FeatureManager.h"
+
+namespace android {
+namespace {
+
+using corvane::host::PerfService;
+
+class LayerScenesTest : public RegistryTest {
+  protected:
+    // Lets the worker run what was posted until now.
+    size_t reportsAfter(size_t atLeast) {
+        EXPECT_TRUE(PerfService::waitForCalls("perf_event", 4194, atLeast));
+        return events(4194).size();
+    }
+};
+
+TEST_F(LayerScenesTest, ReportsChangesOnce) {
+    manager().checkMultiLayer(mClock.now());
+    EXPECT_TRUE(events(4194).empty()) << "nothing is visible, as before";
+    track(1);
+    track(2);
+    manager().checkMultiLayer(mClock.now());
+    manager().checkMultiLayer(mClock.now());
+    auto sent = events(4194);
+    ASSERT_EQ(sent.size(), 1u) << "unchanged";
+    EXPECT_EQ(sent[0].args, (std::vector<int>{101, 2}));
+    EXPECT_NE(sent[0].package.find(R"("pkg":"com.example.app1")"), std::string::npos);
+
+    latch(2, /*focused=*/false, /*visible=*/false);
+    manager().checkMultiLayer(mClock.now());
+    sent = events(4194);
+    ASSERT_EQ(sent.size(), 2u);
+    EXPECT_EQ(sent[1].args, (std::vector<int>{101, 1}));
+    latch(1, false, false);
+    manager().checkMultiLayer(mClock.now());
+    EXPECT_EQ(events(4194)[2].package, "{\"apps\":[]}\n");
+}
+
+TEST_F(LayerScenesTest, FocusAndModeChangesForceAReport) {
+    track(1);
+    latch(1, /*focused=*/true);
+    EXPECT_EQ(reportsAfter(1), 1u);
+    EXPECT_EQ(mLog.count("Focused app changed: uid 10001, [com.example.app1]"), 1u);
+    latch(1, true);
+    draw({1}, 61);
+    EXPECT_EQ(reportsAfter(2), 2u) << "mode 60";
+    EXPECT_NE(events(4194)[1].package.find(R"("M":60)"), std::string::npos);
+    manager().checkMultiLayer(mClock.now());
+    EXPECT_EQ(events(4194).size(), 2u);
+}
+
+TEST_F(LayerScenesTest, AScheduledReportComesOnceAndHoldsBackThePeriodicOne) {
+    track(1);
+    manager().onVsync(mClock.now());
+    manager().onFeatureConfigChanged(ACTV_IF_CONCURRENCY, "");
+    EXPECT_EQ(mLog.count("OnFeatureConfigChanged - ACTV_IF_CONCURRENCY"), 1u);
+    mClock.advance(2'900 * kMs);
+    draw({1}, 6, kMs);
+    EXPECT_TRUE(events(4194).empty());
+    mClock.advance(94 * kMs);
+    EXPECT_EQ(reportsAfter(1), 1u);
+
+    manager().scheduleNotifyUserScene(5'000 * kMs);
+    mClock.advance(1'000 * kMs);
+    draw({2}, 40);
+    manager().onVsync(mClock.now());
+    EXPECT_EQ(events(4194).size(), 1u) << "changed, but one is scheduled";
+}
+
+TEST_F(LayerScenesTest, TheFirstGameInRankGetsLowLatency) {
+    PerfService::addGame(appOf(1), 1);
+    PerfService::addGame(appOf(2), 1);
+    track(1);
+    track(2);
+    ASSERT_TRUE(PerfService::waitForCalls("perf_get_feedback_extn", 5633, 2));
+    // Both results are stored once the worker has come to something posted after them.
+    latch(1, true);
+    ASSERT_TRUE(mLog.waitFor("SetLowLatency true for pid=1001"));
+    latch(1, false);
+    latch(2, true);
+    ASSERT_TRUE(mLog.waitFor("SetLowLatency true for pid=1002"));
+    track(3);
+    latch(2, false);
+    latch(3, true);
+    ASSERT_TRUE(mLog.waitFor("SetLowLatency false for pid=1002")) << "the focused one is no game";
+    ASSERT_TRUE(PerfService::waitForCalls("perf_lock_acq", 0, 2));
+    EXPECT_EQ(PerfService::calls("perf_lock_acq", 0)[1].args[2], 1'002);
+}
+
+}  // namespace
+}  // namespace android

@@ -1,0 +1,71 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <android-base/properties.h>
+#include <gtest/gtest.h>
+#include <ui/Rect.h>
+
+#include <string>
+
+#include "corvane/host/Clock.h"
+#include "corvane/host/LogCapture.h"
+#include "corvane/host/PerfService.h"
+#include "layers/LayerInfo.h"
+#include "layers/LayerManager.h"
+
+namespace android {
+
+constexpr nsecs_t kMs = 1'000'000;
+constexpr nsecs_t k60Hz = 16'666'667;
+
+// The registry with a driven clock, a performance service and debug logging. Layer N belongs to
+// application "com.example.appN" with pid 1000 + N and uid 10000 + N.
+class RegistryTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        base::SetProperty("vendor.perf.corvane.debug", "1");
+        setProperties();
+        ASSERT_TRUE(corvane::host::PerfService::install());
+        manager().init(/*smartTouchEnable=*/true, 0, 0);
+    }
+
+    // Properties are read once, before the first layer.
+    virtual void setProperties() {}
+
+    static LayerManager& manager() { return *LayerManager::getInstance(); }
+    static std::string appOf(int id) { return "com.example.app" + std::to_string(id); }
+    static int uidOf(int id) { return 10'000 + id; }
+
+    void queue(int id) { queue(id, appOf(id) + "/Main#" + std::to_string(id), uidOf(id)); }
+    void queue(int id, const std::string& name, int uid) {
+        manager().onBufferIncrement(name, id, 1'000 + id, uid, 0, false, 0);
+    }
+    void latch(int id, bool focused = false, bool visible = true, int pending = 0) {
+        manager().onBufferDecrement(appOf(id), id, pending, Rect(0, 0, 1080, 2400), focused,
+                                    visible);
+    }
+    // One frame of each layer per interval, each latched at once.
+    void draw(const std::vector<int>& layers, int frames, nsecs_t interval = k60Hz) {
+        for (int i = 0; i < frames; ++i) {
+            mClock.advance(interval);
+            for (const int id : layers) {
+                queue(id);
+                latch(id);
+            }
+        }
+    }
+    void track(int id) {
+        for (int i = 0; i < 100 && manager().getLayer(id) == nullptr; ++i) draw({id}, 1);
+    }
+
+    static std::vector<corvane::host::PerfCall> events(int number) {
+        return corvane::host::PerfService::calls("perf_event", number);
+    }
+
+    corvane::host::DrivenClock mClock{1'000'000'000'000};
+    corvane::host::LogCapture mLog;
+};
+
+}  // namespace android
