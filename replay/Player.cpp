@@ -110,7 +110,7 @@ void Player::playPass(int64_t passStartNs) {
                 break;
             case Step::Kind::kVsync:
                 vsync(passStartNs + step.timeNs);
-                latchLate(i);
+                latchLate(i, passStartNs);
                 break;
             case Step::Kind::kLatch:
                 mRecordedDepth[step.layer] -= step.count;
@@ -131,7 +131,7 @@ void Player::drain(int64_t fromNs) {
     };
     for (int64_t at = fromNs; mBusyProducers > 0 || isLate(); at += mRecording.vsyncPeriodNs) {
         vsync(at);
-        latchLate(mRecording.steps.size());
+        latchLate(mRecording.steps.size(), fromNs);
     }
 }
 
@@ -189,23 +189,29 @@ void Player::flushFences() {
     mOpenFences.clear();
 }
 
-void Player::latchLate(size_t stepOfVsync) {
+void Player::latchLate(size_t stepOfVsync, int64_t passStartNs) {
     for (size_t layer = 0; layer < mDepth.size(); ++layer) {
-        if (mDepth[layer] > mRecordedDepth[layer] &&
-            !isLatchedBeforeNextVsync(stepOfVsync, layer)) {
+        // In this order: no buffer of the future is in a depth that was read before the time.
+        const int depth = mDepth[layer];
+        if (depth > mRecordedDepth[layer] &&
+            isLatchMissing(stepOfVsync, layer, depth, now() - passStartNs)) {
             latch(layer, 1);
         }
     }
 }
 
-bool Player::isLatchedBeforeNextVsync(size_t stepOfVsync, size_t layer) const {
-    // A vsync behind the recording's last step has none.
+// Whether more of the layer's buffers are queued than were recorded by now, and none is latched
+// before the next vsync.
+bool Player::isLatchMissing(size_t stepOfVsync, size_t layer, int depth, int64_t nowNs) const {
+    int recorded = mRecordedDepth[layer];
     for (size_t i = stepOfVsync + 1; i < mRecording.steps.size(); ++i) {
         const Step& step = mRecording.steps[i];
-        if (step.kind == Step::Kind::kVsync) return false;
-        if (step.kind == Step::Kind::kLatch && step.layer == layer) return true;
+        if (step.kind == Step::Kind::kVsync && step.timeNs > nowNs) break;
+        if (step.kind == Step::Kind::kVsync || step.layer != layer) continue;
+        if (step.kind == Step::Kind::kLatch) return false;
+        if (step.timeNs <= nowNs) ++recorded;
     }
-    return false;
+    return depth > recorded;
 }
 
 void Player::runProducer(Producer& producer) {

@@ -99,8 +99,8 @@ class Player {
     int latch(size_t layer, int count);  // returns how many buffers there were
     void tellFences(size_t layer);
     void flushFences();
-    void latchLate(size_t stepOfVsync);
-    bool isLatchedBeforeNextVsync(size_t stepOfVsync, size_t layer) const;
+    void latchLate(size_t stepOfVsync, int64_t passStartNs);
+    bool isLatchMissing(size_t stepOfVsync, size_t layer, int depth, int64_t nowNs) const;
     void runProducer(Producer& producer);
     void runActions();
     int64_t sinceStart(int64_t timeNs) const { return timeNs - mStartNs; }
