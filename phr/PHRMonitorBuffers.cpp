@@ -53,7 +53,7 @@ void PHRMonitor::trackQueueBuffer(LayerPHRState* state, bool instant, int64_t qu
         return;
     }
     const nsecs_t period = mVsyncPeriod;
-    if (!state->mQuickTouchActive || period < 1) return;
+    if (!state->mQuickTouchActive || period < 1 || !mRunning) return;
 
     TraceSection section("trackQueueBuffer");
     const int32_t pending = state->mPendingCount;

@@ -39,9 +39,15 @@ TEST_F(MonitorTest, FailedThreadStartLeavesItIdle) {
     ASSERT_EQ(failures.size(), 1u);
     EXPECT_EQ(failures[0].priority, ANDROID_LOG_ERROR);
     EXPECT_EQ(failures[0].tag, "Corvane.PHRMonitor");
+    monitor.setVsyncInfo(kPeriod, 60);
+    state = addLayer(kLayer, kRate);
+    monitor.setQuickTouchStatus(kLayer, true);
+    state->mLastLatchTime = kStart;
     monitor.onVsync(clock.now());
+    ASSERT_TRUE(returns(queue()));  // nobody would release it
     monitor.forceStop();
     EXPECT_EQ(log.count("stopped"), 0u);
+    monitor.unregisterLayer(kLayer);
     start();  // the next try may succeed
     EXPECT_TRUE(monitor.init());
 }
