@@ -1,0 +1,39 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "hooks/PropertyMonitor.h"
+
+#include <android-base/properties.h>
+#include <android/log.h>
+
+#include <chrono>
+#include <thread>
+
+#include "hooks/HookState.h"
+#include "layers/LayerManager.h"
+
+namespace android {
+
+void propertyMonitor(const std::string& name, void (*callback)(bool)) {
+    // Read here and not on the thread, which may start late: a flip after the return is never lost.
+    const bool initial = base::GetBoolProperty(name, false);
+    std::thread([name, callback, current = initial]() mutable {
+        while (true) {
+            const char* flipped = current ? "0" : "1";
+            if (!base::WaitForProperty(name, flipped, std::chrono::milliseconds::max())) continue;
+            current = !current;
+            callback(current);
+        }
+    }).detach();
+}
+
+void onSTPropChanged(bool value) {
+    sSmartTouch = value;
+    if (sSmartTouchTrace) {
+        __android_log_print(ANDROID_LOG_DEBUG, kHookLogTag, "[Prop Changed: ST: %d]", value);
+    }
+    // An application process gets here too; its registry is never initialised and only keeps this.
+    LayerManager::getInstance()->setSmartTouchEnable(sPhrEnabled || value);
+}
+
+}  // namespace android

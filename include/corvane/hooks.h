@@ -1,0 +1,81 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The functions through which a compositor enters libcorvane.
+//
+// Call corvaneInit() once, before the first frame. Until it has returned true, and for ever when
+// the master switch is off, every other function does nothing and every query is false. Unless its
+// comment says otherwise, a function may be called from any thread and any number at a time, does
+// not block, and ignores null pointers and layer ids below 1. Texts are copied before the function
+// returns and may hold any bytes.
+//
+// Times are nanoseconds of CLOCK_MONOTONIC.
+
+#pragma once
+
+#include <stdint.h>
+
+#define CORVANE_EXPORT __attribute__((visibility("default")))
+
+namespace android {
+class Rect;
+}  // namespace android
+
+extern "C" {
+
+// Reads the switches and properties, registers with the performance service and starts tracking.
+// True when the library is enabled. Once it has returned true, calls change nothing; a disabled
+// library looks at its master switch again on each. The two integers are kept as they are and have
+// no meaning to the library.
+CORVANE_EXPORT bool corvaneInit(int32_t arg0, int32_t arg1);
+
+// Whether smart touch is on now. It can change at run time.
+CORVANE_EXPORT bool corvaneSmartTouchEnabled();
+
+// The display's vsync period, in nanoseconds: before the first frame and whenever it changes. A
+// period that belongs to no known refresh rate is kept but not acted upon.
+CORVANE_EXPORT void corvaneSetVsyncPeriod(int64_t periodNs);
+
+// Releases the buffers that are held back, because a touch waits for the next frame. Ignored while
+// smart touch is off.
+CORVANE_EXPORT void corvaneUnblockPendingBuffer();
+
+// A layer queues a buffer. Call it on the binder thread that serves the queueing application: the
+// caller's pid and uid are taken as the producer's.
+//
+// BLOCKS that thread while headroom control or frame pacing holds the buffer back: at most two
+// vsync periods for headroom, less than a second for pacing. Hold no lock that the main thread
+// needs.
+//
+// `bufferFlag` is false for a buffer to be shown at once, which is never held back. `extra` and
+// `extraTime` are not used.
+CORVANE_EXPORT void corvaneTrackBufferIncrement(const char* layerName, int32_t layerId,
+                                                bool bufferFlag, uint32_t extra, int64_t extraTime);
+
+// A layer's buffer is latched. `pendingCount` buffers are queued and not yet latched behind it;
+// `bounds` is where the layer is on screen; `focused` and `visible` are its state.
+CORVANE_EXPORT void corvaneTrackBufferDecrement(const char* layerName, int32_t layerId,
+                                                int32_t pendingCount, const android::Rect* bounds,
+                                                bool focused, bool visible);
+
+// A vsync, on every one, as it happens.
+CORVANE_EXPORT void corvaneTrackVsyncSignal();
+
+// Whether a target frame rate is configured for any application.
+CORVANE_EXPORT bool corvaneIsTargetFpsActive();
+
+// The three below act only while GPU-jank detection is on. Descriptors are those of sync files;
+// they stay the caller's, and negative ones are ignored.
+
+// The GPU fence of a layer's frame is unsignalled although the frame is due: the GPU driver is told
+// at once.
+CORVANE_EXPORT void corvaneNotifyGpuFenceUnsignaled(int32_t fenceFd, int32_t layerId);
+
+// A frame was latched while its GPU fence was unsignalled. The descriptor must stay open until the
+// next flush; a later one for the same layer replaces it.
+CORVANE_EXPORT void corvaneTrackLatchUnsignaledGpuFence(int32_t fenceFd, int32_t layerId);
+
+// Tells the GPU driver of all fences recorded since the last flush.
+CORVANE_EXPORT void corvaneFlushLatchUnsignaledGpuFences();
+
+}  // extern "C"

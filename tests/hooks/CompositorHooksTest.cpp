@@ -1,0 +1,200 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The gates: initialisation, switches and arguments.
+
+#include <errno.h>
+
+#include <system_error>
+
+#include "HookTest.h"
+#include "corvane/host/Properties.h"
+#include "corvane/host/Threads.h"
+
+namespace corvane::host {
+namespace {
+
+constexpr char kSmartTouch[] = "debug.vendor.perf.smart_touch";
+constexpr char kSmartTouchTrace[] = "debug.vendor.perf.smart_touch.trace";
+
+class CompositorHooksTest : public HookTest {
+  protected:
+    // Calls everything but corvaneInit() with arguments that would act.
+    void callAll() {
+        const TestLayer layer = TestLayer::ofApp(1);
+        corvaneSetVsyncPeriod(k60Hz);
+        layer.queue();
+        layer.latch();
+        corvaneTrackVsyncSignal();
+        corvaneUnblockPendingBuffer();
+        corvaneNotifyGpuFenceUnsignaled(0, 1);
+        corvaneTrackLatchUnsignaledGpuFence(0, 1);
+        corvaneFlushLatchUnsignaledGpuFences();
+    }
+};
+
+TEST_F(CompositorHooksTest, NothingHappensBeforeInit) {
+    set(kSmartTouch, "1");
+    callAll();
+    EXPECT_FALSE(corvaneSmartTouchEnabled());
+    EXPECT_FALSE(corvaneIsTargetFpsActive());
+    EXPECT_TRUE(mLog.lines().empty());
+    EXPECT_TRUE(PerfService::calls().empty());
+}
+
+TEST_F(CompositorHooksTest, ADisabledLibraryLooksAgainOnEachInit) {
+    set("vendor.perf.corvane.enable", "0");
+    set(kSmartTouch, "1");
+    EXPECT_FALSE(corvaneInit(1, 2));
+    EXPECT_FALSE(corvaneInit(1, 2));
+    EXPECT_EQ(mLog.count("[Corvane Enable: 0]"), 2u);
+    callAll();
+    EXPECT_FALSE(corvaneSmartTouchEnabled()) << "nothing has read it";
+    EXPECT_EQ(mLog.count("candidate"), 0u);
+    EXPECT_EQ(mLog.count("vsync"), 0u);
+    EXPECT_FALSE(PerfService::hasCallback());
+}
+
+TEST_F(CompositorHooksTest, InitialisesOnce) {
+    set("vendor.perf.phr.enable", "1");
+    set(kSmartTouch, "true");
+    ASSERT_TRUE(corvaneInit(1, 2));
+    EXPECT_TRUE(corvaneSmartTouchEnabled());
+    EXPECT_EQ(PerfService::calls("perf_callback_register", 4).size(), 1u);
+    EXPECT_TRUE(PerfService::hasCallback());
+    std::vector<std::string> texts;
+    for (const LogLine& line : mLog.lines()) {
+        if (line.tag == "Corvane" && line.text[0] == '[') texts.push_back(line.text);
+    }
+    EXPECT_EQ(texts, (std::vector<std::string>{"[Corvane Enable: 1]", "[sf: ST:1]", "[PHR:1]"}));
+
+    const int traceReads = propertyReads(kSmartTouchTrace);
+    mLog.clear();
+    EXPECT_TRUE(corvaneInit(3, 4));
+    EXPECT_TRUE(mLog.matching("[").empty());
+    EXPECT_EQ(propertyReads(kSmartTouchTrace), traceReads);
+    EXPECT_EQ(PerfService::calls("perf_callback_register", 4).size(), 1u);
+}
+
+TEST_F(CompositorHooksTest, RacingInitsInitialiseOnce) {
+    std::atomic<int> enabled{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 16; ++i) {
+        threads.emplace_back([&] {
+            if (corvaneInit(0, 0)) ++enabled;
+            callAll();
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(enabled, 16);
+    EXPECT_EQ(mLog.count("[PHR:"), 1u);
+    EXPECT_EQ(mLog.count("LayerManager initialized"), 1u);
+    EXPECT_EQ(PerfService::calls("perf_callback_register", 4).size(), 1u);
+}
+
+TEST_F(CompositorHooksTest, AFailedInitMayBeRepeated) {
+    failThreadCreation(2);  // the boost worker's, then the property watcher's
+    EXPECT_THROW(corvaneInit(0, 0), std::system_error);
+    failThreadCreation(0);
+    EXPECT_EQ(mLog.count("BoostThread Creation Failed"), 1u);
+    EXPECT_TRUE(corvaneInit(0, 0));
+    const TestLayer layer = TestLayer::ofApp(1);
+    layer.queue();
+    EXPECT_EQ(mLog.count("Add new candidate layer: 1"), 1u);
+}
+
+TEST_F(CompositorHooksTest, SmartTouchFollowsItsProperty) {
+    set(kSmartTouchTrace, "1");
+    ASSERT_TRUE(corvaneInit(0, 0));
+    corvaneUnblockPendingBuffer();
+    EXPECT_EQ(mLog.count("Smart touch debug"), 0u);
+
+    set(kSmartTouch, "1");
+    ASSERT_TRUE(mLog.waitFor("[Prop Changed: ST: 1]"));
+    EXPECT_TRUE(corvaneSmartTouchEnabled());
+    corvaneUnblockPendingBuffer();
+    EXPECT_EQ(mLog.count("SurfaceFlinger: Smart touch debug: corvaneUnblockPendingBuffer"), 1u);
+
+    set(kSmartTouch, "false");  // only "0" switches it off
+    set(kSmartTouch, "0");
+    ASSERT_TRUE(mLog.waitFor("[Prop Changed: ST: 0]"));
+    EXPECT_FALSE(corvaneSmartTouchEnabled());
+    EXPECT_EQ(mLog.count("[Prop Changed"), 2u);
+}
+
+TEST_F(CompositorHooksTest, TargetFpsNeedsItsSwitch) {
+    ASSERT_TRUE(corvaneInit(0, 0));
+    EXPECT_TRUE(PerfService::push(4171, "com.example.app1", 3'000, 0, {}));
+    EXPECT_FALSE(corvaneIsTargetFpsActive());
+}
+
+TEST_F(CompositorHooksTest, TargetFpsIsActiveWhileConfigured) {
+    set("vendor.rdxe.enable.target_fps", "true");
+    ASSERT_TRUE(corvaneInit(0, 0));
+    EXPECT_FALSE(corvaneIsTargetFpsActive());
+    EXPECT_TRUE(PerfService::push(4171, "com.example.app1", 3'000, 0, {}));
+    EXPECT_TRUE(corvaneIsTargetFpsActive());
+    EXPECT_TRUE(PerfService::push(4171, "com.example.app1", 0, 0, {}));
+    EXPECT_FALSE(corvaneIsTargetFpsActive());
+}
+
+TEST_F(CompositorHooksTest, WorksWithoutTheService) {
+    ASSERT_TRUE(PerfService::install("missing-perf_get_prop"));
+    ASSERT_TRUE(corvaneInit(0, 0));
+    callAll();
+    EXPECT_TRUE(PerfService::calls().empty());
+}
+
+class DrivenCompositorHooksTest : public DrivenHookTest {};
+
+TEST_F(DrivenCompositorHooksTest, IgnoresArgumentsThatMeanNothing) {
+    set("vendor.perf.gpu_jank_detect.enable", "true");
+    ASSERT_TRUE(corvaneInit(0, 0));
+    const TestLayer layer = TestLayer::ofApp(1);
+    settle(layer);
+    ASSERT_EQ(mLog.count("Add new layer to full tracking: [" + layer.name + "] layer 1"), 1u);
+    mLog.clear();
+
+    const android::Rect bounds(0, 0, 1, 1);
+    corvaneTrackBufferIncrement(nullptr, 1, true, 0, 0);
+    corvaneTrackBufferDecrement(nullptr, 1, 0, &bounds, true, true);
+    corvaneTrackBufferDecrement("name", 1, 0, nullptr, true, true);
+    corvaneNotifyGpuFenceUnsignaled(5, 0);
+    corvaneNotifyGpuFenceUnsignaled(-1, 1);
+    corvaneTrackLatchUnsignaledGpuFence(5, -3);
+    corvaneTrackLatchUnsignaledGpuFence(-1, 1);
+    corvaneFlushLatchUnsignaledGpuFences();
+    EXPECT_TRUE(mLog.lines().empty()) << mLog.lines().front().text;
+
+    // Descriptor 0 is a descriptor, if no sync file here.
+    corvaneNotifyGpuFenceUnsignaled(0, 1);
+    corvaneTrackLatchUnsignaledGpuFence(0, 1);
+    EXPECT_EQ(mLog.count("SYNC_IOC_FILE_INFO failed, ret=-1, fd=0"), 2u);
+}
+
+TEST_F(DrivenCompositorHooksTest, FencesNeedTheirSwitch) {
+    ASSERT_TRUE(corvaneInit(0, 0));
+    settle(TestLayer::ofApp(1));
+    corvaneNotifyGpuFenceUnsignaled(0, 1);
+    corvaneTrackLatchUnsignaledGpuFence(0, 1);
+    EXPECT_EQ(mLog.count("[GPU JANK DETECTION]"), 0u);
+}
+
+TEST_F(DrivenCompositorHooksTest, HostileNamesAreOnlyTexts) {
+    ASSERT_TRUE(corvaneInit(0, 0));
+    TestLayer layer = TestLayer::ofApp(1);
+    const std::string names[] = {"%s%n%999999d/x#1", std::string(200'000, 'a') + "/x#1",
+                                 "SurfaceView[" + std::string(20'000, '[') + "#1",
+                                 "\xff\xfe\"\\\x01/x#1", ""};
+    for (const std::string& name : names) {
+        layer.name = name;
+        settle(layer);
+        layer.latch(true, 0, true);
+        ++layer.id;
+        ++layer.uid;
+    }
+    ASSERT_TRUE(PerfService::waitForCalls("perf_event", 4194, 1));
+}
+
+}  // namespace
+}  // namespace corvane::host

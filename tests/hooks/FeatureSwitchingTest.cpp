@@ -1,0 +1,339 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Frame rescue, headroom control and pacing switch on and off by themselves, layer by layer.
+
+#include "HookTest.h"
+#include "corvane/host/Threads.h"
+
+namespace corvane::host {
+namespace {
+
+class FeatureSwitchingTest : public DrivenHookTest {
+  protected:
+    static constexpr int kTargetFpsHint = 4171;
+    static constexpr int kHeadroomHint = 4187;
+    static constexpr int kGfrHint = 4189;
+    static constexpr int kActivityHint = 4192;
+
+    void SetUp() override {
+        DrivenHookTest::SetUp();
+        set("vendor.perf.phr.enable", "1");
+        set("vendor.rdxe.enable.target_fps", "true");
+    }
+    void init() {
+        ASSERT_TRUE(corvaneInit(0, 0));
+        corvaneSetVsyncPeriod(k60Hz);
+    }
+    void rescue(const std::string& package, const std::string& tunables = "golden=0.8") {
+        ASSERT_TRUE(PerfService::push(kGfrHint, package + ":" + tunables, 0, 0, {1}));
+    }
+    void noRescue(const std::string& package) {
+        ASSERT_TRUE(PerfService::push(kGfrHint, package + ":", 0, 0, {0}));
+    }
+    void headroom(const std::string& package, int percent, int highFpsPercent = 120) {
+        ASSERT_TRUE(
+                PerfService::push(kHeadroomHint, package, 0, 0, {0, percent, 0, highFpsPercent}));
+    }
+    void pace(const std::string& package, int fps) {
+        ASSERT_TRUE(PerfService::push(kTargetFpsHint, package, fps * 100, 0, {}));
+    }
+    // Draws until tracked, lets the layer become known as a game, and draws until its rate is
+    // accepted: the wait for the worker spoils the first window.
+    void settleGame(const TestLayer& game) {
+        PerfService::addGame(game.package, 1);
+        mNextFrame = mClock.now();
+        draw(game, 33);
+        awaitWorker();
+        draw(game, 130);
+    }
+    // A queue that stays two deep makes headroom control worthwhile.
+    void fillQueue() {
+        for (int i = 0; i < 40; ++i) {
+            mNextFrame = std::max(mNextFrame + k60Hz, mClock.now() + 1);
+            mClock.advanceTo(mNextFrame);
+            queue(mApp);
+            mApp.latch(true, 2);
+        }
+        ASSERT_EQ(mLog.count("Layer 1: enable PHR"), 1u);
+    }
+    // Waits until the worker has done all that was posted so far: classifications in order, the
+    // next of which begins when the one before has been stored.
+    void awaitWorker() {
+        TestLayer probe = TestLayer::ofApp(90 + mProbes++);
+        const size_t asked = PerfService::calls("perf_get_feedback", 5633).size();
+        for (int i = 0; i < 33; ++i) {
+            mClock.advance(k60Hz);
+            probe.queue();
+        }
+        ASSERT_TRUE(PerfService::waitForCalls("perf_get_feedback", 5633, asked + 1));
+        mNextFrame = mClock.now();
+    }
+
+    const TestLayer mApp = TestLayer::ofApp(1);
+    int mProbes = 0;
+};
+
+TEST_F(FeatureSwitchingTest, RescueSwitchesWithRateAndVisibility) {
+    init();
+    rescue(mApp.package);
+    settle(mApp);
+    EXPECT_EQ(mLog.count("GFRMonitor initialized"), 1u);
+    EXPECT_EQ(mLog.count("GFR: Registered layer 1 [" + mApp.name + "]"), 1u);
+    EXPECT_EQ(mLog.count("Layer 1 enable GFR"), 1u);
+    EXPECT_EQ(mLog.count("PHR: Registered"), 0u) << "nothing asks for headroom or pacing";
+
+    draw(mApp, 70, k60Hz, /*visible=*/false);
+    EXPECT_EQ(mLog.count("Layer 1 disable GFR"), 1u);
+    draw(mApp, 70);
+    EXPECT_EQ(mLog.count("Layer 1 enable GFR"), 2u);
+    draw(mApp, 70, 2 * k60Hz);
+    EXPECT_EQ(mLog.count("Layer 1 disable GFR"), 2u) << "30 fps on a 60 Hz display";
+    draw(mApp, 130);
+    EXPECT_EQ(mLog.count("Layer 1 enable GFR"), 3u);
+    EXPECT_EQ(mLog.count("GFR: Registered layer"), 1u);
+
+    // Silent for more than a second: switched off at once, unregistered a second later.
+    for (int i = 0; i < 4; ++i) {
+        corvaneTrackVsyncSignal();
+        mClock.advance(3 * kSecond + 1);
+    }
+    EXPECT_EQ(mLog.count("Layer 1 disable GFR"), 3u);
+    EXPECT_EQ(mLog.count("GFR: Unregistered layer 1"), 1u);
+}
+
+TEST_F(FeatureSwitchingTest, RescueFollowsItsConfiguration) {
+    init();
+    settle(mApp);
+    EXPECT_EQ(mLog.count("GFR"), 0u);
+    rescue(mApp.package);
+    EXPECT_EQ(mLog.count("OnFeatureConfigChanged - FRAME_RESCUE: gfrEnabled=1, pkgName=" +
+                         mApp.package),
+              1u);
+    EXPECT_EQ(mLog.count("Layer 1 enable GFR"), 0u) << "with the next window";
+    draw(mApp, 61);
+    EXPECT_EQ(mLog.count("Layer 1 enable GFR"), 1u);
+
+    rescue(mApp.package, "golden=0.5");
+    EXPECT_EQ(mLog.count("updateLayerTunables layer 1: dynamic=0 lowerBoost=0 golden=0.50vsync"),
+              1u);
+    EXPECT_EQ(mLog.count("Layer 1 disable GFR"), 0u);
+    noRescue(mApp.package);
+    EXPECT_EQ(mLog.count("Layer 1 disable GFR"), 1u);
+    draw(mApp, 61);
+    EXPECT_EQ(mLog.count("Layer 1 enable GFR"), 1u);
+    rescue("com.example.other");
+    draw(mApp, 61);
+    EXPECT_EQ(mLog.count("Layer 1 enable GFR"), 1u);
+}
+
+TEST_F(FeatureSwitchingTest, OfTheMiniGameHostOnlyItsGamesAreRescued) {
+    init();
+    rescue("com.tencent.mm");
+    const TestLayer host = {1, "com.tencent.mm", "com.tencent.mm/com.tencent.mm.LauncherUI#1", 5,
+                            10'005};
+    const TestLayer game = {2, "com.tencent.mm",
+                            "SurfaceView[com.tencent.mm/com.tencent.mm.AppBrandUI]#2", 5, 10'005};
+    settle(host);
+    settle(game);
+    EXPECT_EQ(mLog.count("GFR: Registered layer 1"), 0u);
+    EXPECT_EQ(mLog.count("GFR: Registered layer 2"), 1u);
+    rescue("com.tencent.mm", "golden=0.5");
+    EXPECT_EQ(mLog.count("updateLayerTunables layer"), 1u);
+}
+
+TEST_F(FeatureSwitchingTest, HeadroomIsForGames) {
+    init();
+    headroom("", 80);
+    settle(mApp);
+    EXPECT_EQ(mLog.count("PHRMonitor initialized"), 0u);
+    const TestLayer game = TestLayer::ofApp(2);
+    settleGame(game);
+    EXPECT_EQ(mLog.count("PHR: Registered layer 2 [" + game.name + "]"), 1u);
+    EXPECT_EQ(mLog.count("PHR: Registered layer 1"), 0u);
+}
+
+TEST_F(FeatureSwitchingTest, HeadroomFollowsItsConfiguration) {
+    init();
+    headroom(mApp.package, 80);
+    settleGame(mApp);
+    ASSERT_EQ(mLog.count("PHR: Registered layer 1"), 1u);
+    const size_t set = mLog.count("Layer 1 set headroom");
+
+    headroom(mApp.package, 81);
+    EXPECT_EQ(mLog.count("Layer 1 set headroom"), set) << "0.01 is no change";
+    headroom(mApp.package, 81, 150);
+    EXPECT_EQ(mLog.count("Layer 1 set headroom"), set) << "nor is the other refresh class";
+    headroom(mApp.package, 50);
+    EXPECT_EQ(mLog.count("Layer 1 set headroom"), set + 1);
+    EXPECT_EQ(mLog.count("OnFeatureConfigChanged - QUICK_TOUCH: set enabled=1, phrMinRate=0.50, "
+                         "highFpsPhrMinRate=1.20, pkgName=" +
+                         mApp.package),
+              1u);
+
+    // Losing the rates ends what is going on.
+    fillQueue();
+    headroom(mApp.package, 0, 0);
+    EXPECT_EQ(mLog.count("Layer 1: disable PHR"), 1u);
+}
+
+TEST_F(FeatureSwitchingTest, ATouchReleasesAHeldBufferUnlessActivitiesSwitch) {
+    set("debug.vendor.perf.smart_touch", "1");
+    init();
+    headroom(mApp.package, 80);
+    settleGame(mApp);
+    fillQueue();
+
+    mClock.advance(kMs);
+    const int64_t queued = mClock.now();
+    std::atomic<bool> released{false};
+    std::thread producer([&] {
+        mApp.queue();
+        released = true;
+    });
+    ASSERT_TRUE(mClock.waitForSleepers(1));
+    ASSERT_TRUE(PerfService::push(kActivityHint, "", 2, 1, {}));
+    corvaneUnblockPendingBuffer();
+    EXPECT_FALSE(released);
+    ASSERT_TRUE(PerfService::push(kActivityHint, "", 2, 0, {}));
+    corvaneUnblockPendingBuffer();
+    producer.join();
+    EXPECT_EQ(mClock.now(), queued) << "no time-out was needed";
+}
+
+TEST_F(FeatureSwitchingTest, ConfigurationMayComeAfterTheLayer) {
+    init();
+    settleGame(mApp);
+    EXPECT_EQ(mLog.count("PHR: Registered layer 1"), 0u);
+    headroom(mApp.package, 80);
+    draw(mApp, 61);
+    EXPECT_EQ(mLog.count("PHR: Registered layer 1"), 1u);
+}
+
+TEST_F(FeatureSwitchingTest, PacesDownToTheTarget) {
+    init();
+    pace(mApp.package, 30);
+    settle(mApp);
+    ASSERT_EQ(mLog.count("Layer 1: enable target fps: 30"), 1u);
+    const int64_t begin = mClock.now();
+    draw(mApp, 60);
+    EXPECT_NEAR(static_cast<double>(mClock.now() - begin), 60.0 / 30 * kSecond, 0.1 * kSecond);
+    EXPECT_EQ(mLog.count("disable target fps"), 0u) << "29 fps and more is what was asked for";
+
+    // Slower than 28: pacing would only add delay.
+    draw(mApp, 60, 40 * kMs);
+    EXPECT_EQ(mLog.count("Layer 1: disable target fps"), 1u);
+    draw(mApp, 100);
+    EXPECT_EQ(mLog.count("Layer 1: enable target fps: 30"), 2u);
+}
+
+TEST_F(FeatureSwitchingTest, PacingFollowsItsConfiguration) {
+    init();
+    settleGame(mApp);
+    pace(mApp.package, 45);
+    draw(mApp, 61);
+    ASSERT_EQ(mLog.count("Layer 1: enable target fps: 45"), 1u);
+    pace(mApp.package, 45);
+    EXPECT_EQ(mLog.count("enable target fps"), 1u);
+    EXPECT_EQ(mLog.count("OnFeatureConfigChanged - TARGET_FPS: targetFps=45.00, pkgName=" +
+                         mApp.package),
+              2u);
+    pace(mApp.package, 30);
+    EXPECT_EQ(mLog.count("Layer 1: enable target fps: 30"), 1u);
+    pace(mApp.package, 0);
+    EXPECT_EQ(mLog.count("Layer 1: disable target fps"), 1u);
+}
+
+TEST_F(FeatureSwitchingTest, ASmoothSwitchIsNotInterrupted) {
+    set("vendor.rdxe.target_fps.switch_time", "1000");  // frames
+    init();
+    pace(mApp.package, 50);
+    settle(mApp);
+    ASSERT_EQ(mLog.count("Layer 1: enable target fps: 50"), 1u);
+    draw(mApp, 130, 40 * kMs);
+    EXPECT_EQ(mLog.count("disable target fps"), 0u);
+}
+
+TEST_F(FeatureSwitchingTest, WithoutCompensationPacingStays) {
+    set("vendor.rdxe.target_fps.compensate", "false");
+    init();
+    pace(mApp.package, 50);
+    settle(mApp);
+    ASSERT_EQ(mLog.count("Layer 1: enable target fps: 50"), 1u);
+    draw(mApp, 130, 40 * kMs);
+    EXPECT_EQ(mLog.count("disable target fps"), 0u);
+}
+
+TEST_F(FeatureSwitchingTest, MonitorsAreTriedAgain) {
+    init();
+    rescue(mApp.package);
+    pace(mApp.package, 30);
+    failThreadCreation(2);
+    settle(mApp);
+    EXPECT_EQ(mLog.count("Failed to initialize GFRMonitor"), 1u);
+    EXPECT_EQ(mLog.count("Failed to initialize PHRMonitor"), 1u);
+    draw(mApp, 61);
+    EXPECT_EQ(mLog.count("GFRMonitor initialized"), 1u);
+    EXPECT_EQ(mLog.count("PHRMonitor initialized"), 1u);
+    EXPECT_EQ(mLog.count("Layer 1 enable GFR"), 1u);
+}
+
+TEST_F(FeatureSwitchingTest, RescuesALateFrame) {
+    init();
+    rescue(mApp.package);
+    settle(mApp);
+    ASSERT_EQ(mLog.count("Layer 1 enable GFR"), 1u);
+    PerfService::clearCalls();
+    // The frame after this one stays away; every level's check falls due.
+    draw(mApp, 1);
+    mClock.advance(4 * k60Hz);
+    ASSERT_TRUE(PerfService::waitForCalls("perf_event", 4186, 1));
+    EXPECT_EQ(PerfService::calls("perf_event", 4186)[0].package, mApp.package);
+    EXPECT_EQ(PerfService::calls("perf_event", 4186)[0].args[0], 1);
+    const size_t boosts = PerfService::calls("perf_event", 4186).size();
+    mNextFrame = mClock.now();
+    draw(mApp, 1);
+    ASSERT_TRUE(PerfService::waitForCalls("perf_event", 4186, boosts + 1));
+    EXPECT_EQ(PerfService::calls("perf_event", 4186).back().args[0], 0) << "released";
+}
+
+TEST_F(FeatureSwitchingTest, ResumesAnApplicationThatIsStillDrawing) {
+    init();
+    settle(mApp);
+    ASSERT_TRUE(PerfService::push(kActivityHint, mApp.package, 0, 0, {}));
+    EXPECT_EQ(mLog.count("OnFeatureConfigChanged - ACTV_NON_GAME_RESUME: checkingAliveApp=" +
+                         mApp.package),
+              1u);
+    draw(mApp, 3 * 61);
+    EXPECT_EQ(PerfService::calls("perf_event", 4099).size(), 0u);
+    draw(mApp, 61);
+    ASSERT_EQ(PerfService::calls("perf_event", 4099).size(), 1u);
+    EXPECT_EQ(PerfService::calls("perf_event", 4099)[0].package, mApp.package);
+    draw(mApp, 5 * 61);
+    EXPECT_EQ(PerfService::calls("perf_event", 4099).size(), 1u) << "once";
+}
+
+TEST_F(FeatureSwitchingTest, GivesUpOnAnApplicationThatOthersOutdraw) {
+    init();
+    settle(mApp);
+    ASSERT_TRUE(PerfService::push(kActivityHint, "com.example.gone", 0, 0, {}));
+    draw(mApp, 2 * 61);
+    EXPECT_EQ(mLog.count("The checked app is no longer alive. Cancel check"), 0u);
+    draw(mApp, 61);
+    EXPECT_EQ(mLog.count("The checked app is no longer alive. Cancel check"), 1u);
+    draw(mApp, 4 * 61);
+    EXPECT_EQ(mLog.count("The checked app"), 1u);
+}
+
+TEST_F(FeatureSwitchingTest, NoticesActivitySwitches) {
+    init();
+    for (const int unstable : {1, 0}) {
+        ASSERT_TRUE(PerfService::push(kActivityHint, "", 2, unstable, {}));
+        EXPECT_EQ(mLog.count(std::string("OnFeatureConfigChanged - ACTV_SWITCHING: mActvStable=") +
+                             (unstable ? "false" : "true")),
+                  1u);
+    }
+}
+
+}  // namespace
+}  // namespace corvane::host
