@@ -9,6 +9,7 @@
 #include <chrono>
 #include <thread>
 
+#include "hooks/GameTracker.h"
 #include "hooks/HookState.h"
 #include "layers/LayerManager.h"
 
@@ -34,6 +35,14 @@ void onSTPropChanged(bool value) {
     }
     // An application process gets here too; its registry is never initialised and only keeps this.
     LayerManager::getInstance()->setSmartTouchEnable(sPhrEnabled || value);
+}
+
+void onSTMPropChanged(bool value) {
+    sSmartTouchMove = value;
+    if (value) createInGameTracker();
+    if (sSmartTouchTrace) {
+        __android_log_print(ANDROID_LOG_DEBUG, kHookLogTag, "[Prop Changed: STM: %d]", value);
+    }
 }
 
 }  // namespace android

@@ -17,4 +17,7 @@ void propertyMonitor(const std::string& name, void (*callback)(bool));
 // Smart touch was switched.
 void onSTPropChanged(bool value);
 
+// Smart touch's decisions on moves were switched, in an application's process.
+void onSTMPropChanged(bool value);
+
 }  // namespace android

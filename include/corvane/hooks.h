@@ -1,13 +1,11 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The functions through which a compositor enters libcorvane.
+// The functions through which a compositor and applications enter libcorvane.
 //
-// Call corvaneInit() once, before the first frame. Until it has returned true, and for ever when
-// the master switch is off, every other function does nothing and every query is false. Unless its
-// comment says otherwise, a function may be called from any thread and any number at a time, does
-// not block, and ignores null pointers and layer ids below 1. Texts are copied before the function
-// returns and may hold any bytes.
+// Unless its comment says otherwise, a function may be called from any thread and any number at a
+// time, does not block, and ignores null pointers and layer ids below 1. Texts are copied before the
+// function returns and may hold any bytes.
 //
 // Times are nanoseconds of CLOCK_MONOTONIC.
 
@@ -22,6 +20,11 @@ class Rect;
 }  // namespace android
 
 extern "C" {
+
+// --- The compositor ---
+//
+// Call corvaneInit() once, before the first frame. Until it has returned true, and for ever when
+// the master switch is off, every other function does nothing and every query is false.
 
 // Reads the switches and properties, registers with the performance service and starts tracking.
 // True when the library is enabled. Once it has returned true, calls change nothing; a disabled
@@ -77,5 +80,39 @@ CORVANE_EXPORT void corvaneTrackLatchUnsignaledGpuFence(int32_t fenceFd, int32_t
 
 // Tells the GPU driver of all fences recorded since the last flush.
 CORVANE_EXPORT void corvaneFlushLatchUnsignaledGpuFences();
+
+// --- An application's process: smart touch ---
+//
+// Call aCorvaneAppInit() once, before the first frame. The input thread reports touches and asks
+// when to consume moves, the render thread reports and filters buffers. None of these takes a lock.
+
+// Reads the smart-touch properties and watches them from then on. A second call reads them again
+// and starts the measurement of the game's rhythm anew.
+CORVANE_EXPORT void aCorvaneAppInit();
+
+// Whether aCorvaneAppInit() was called.
+CORVANE_EXPORT bool aCorvaneSmartTouchActive();
+
+// A buffer is queued. With `markOnly` only the begin of that work is marked: a buffer queued more
+// than 1 ms after its mark counts as one that did not wait for a free buffer.
+CORVANE_EXPORT void aCorvaneQueueBuffer(bool markOnly);
+
+// A touch, by its motion-event action code: 0 down, 1 up, 2 move, 5 pointer down, 6 pointer up,
+// 7 hover move. The first down or up after 300 ms asks the compositor for a power boost.
+CORVANE_EXPORT void aCorvaneSetTouchEvent(int32_t action);
+
+// The time of the latest vsync.
+CORVANE_EXPORT void aCorvaneSetVsyncTime(int64_t vsyncTime);
+
+// Looks at a buffer before it is queued. One whose present time the application chose itself
+// (`*isAutoTimestamp` false) is left alone. Otherwise bit 0x20 of the flags is cleared, and the first
+// buffer after a touch becomes an instant one where it can: `*isAutoTimestamp` turns false and
+// `*desiredPresentTime` a time just past. Null for any argument: ignored.
+CORVANE_EXPORT void aCorvaneFilterBuffer(bool* isAutoTimestamp, int64_t* desiredPresentTime,
+                                         uint32_t* bufferFlags);
+
+// Whether pending move input is consumed now (true) or held for later in the frame (false).
+// `*consumeNow` is left as it is while the library has no opinion.
+CORVANE_EXPORT void aCorvaneConsumeInputNow(bool* consumeNow);
 
 }  // extern "C"

@@ -34,7 +34,11 @@ std::set<std::string> definedSymbols() {
 
 TEST(ExportsTest, ExactlyTheHooks) {
     EXPECT_EQ(definedSymbols(),
-              (std::set<std::string>{"corvaneFlushLatchUnsignaledGpuFences", "corvaneInit",
+              (std::set<std::string>{"aCorvaneAppInit", "aCorvaneConsumeInputNow",
+                                     "aCorvaneFilterBuffer", "aCorvaneQueueBuffer",
+                                     "aCorvaneSetTouchEvent", "aCorvaneSetVsyncTime",
+                                     "aCorvaneSmartTouchActive",
+                                     "corvaneFlushLatchUnsignaledGpuFences", "corvaneInit",
                                      "corvaneIsTargetFpsActive", "corvaneNotifyGpuFenceUnsignaled",
                                      "corvaneSetVsyncPeriod", "corvaneSmartTouchEnabled",
                                      "corvaneTrackBufferDecrement", "corvaneTrackBufferIncrement",

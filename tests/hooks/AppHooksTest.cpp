@@ -1,0 +1,383 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Smart touch in an application's process, through the exports.
+
+#include <android-base/properties.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdint>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "corvane/hooks.h"
+#include "corvane/host/Binder.h"
+#include "corvane/host/Clock.h"
+#include "corvane/host/LogCapture.h"
+#include "corvane/host/Threads.h"
+#include "corvane/host/TraceCapture.h"
+
+namespace corvane::host {
+namespace {
+
+constexpr int64_t kMs = 1'000'000;
+constexpr int64_t kSecond = 1'000'000'000;
+constexpr int64_t kStart = 1'000 * kSecond;
+constexpr int64_t kFrame = kSecond / 50;     // between the frames of the games here
+constexpr int64_t kInterval = kSecond / 60;  // what is measured: 50 a second are of mode 60
+
+constexpr char kTouch[] = "debug.vendor.perf.smart_touch";
+constexpr char kMove[] = "debug.vendor.perf.smart_touch.move";
+constexpr char kTrace[] = "debug.vendor.perf.smart_touch.trace";
+
+enum Action { DOWN, UP, MOVE, CANCEL, OUTSIDE, POINTER_DOWN, POINTER_UP, HOVER_MOVE };
+
+constexpr uint32_t kTimedFlag = 0x20;
+
+// A buffer on its way to the queue.
+struct Buffer {
+    bool isAuto = true;
+    int64_t presentTime = -1;
+    uint32_t flags = 0xff;
+
+    bool filter() {
+        aCorvaneFilterBuffer(&isAuto, &presentTime, &flags);
+        return isInstant();
+    }
+    bool isInstant() const { return !isAuto; }
+};
+
+// The library's answer, or `standing` when it has none.
+bool consumes(bool standing) {
+    bool consume = standing;
+    aCorvaneConsumeInputNow(&consume);
+    return consume;
+}
+
+class AppHooksTest : public ::testing::Test {
+  protected:
+    static void set(const char* property, const char* value) {
+        ASSERT_TRUE(android::base::SetProperty(property, value));
+    }
+    void init(bool touch, bool move) {
+        if (touch) set(kTouch, "1");
+        if (move) set(kMove, "1");
+        set(kTrace, "1");
+        aCorvaneAppInit();
+    }
+    // A frame that was `work` in the making.
+    void queue(int64_t work) {
+        aCorvaneQueueBuffer(true);
+        mClock.advance(work);
+        aCorvaneQueueBuffer(false);
+    }
+    // A second of frames, after which the frame interval is known.
+    void measureFrames(int64_t work = 2 * kMs) {
+        for (int i = 0; i <= 50; ++i) {
+            queue(work);
+            mClock.advance(kFrame - work);
+        }
+    }
+
+    DrivenClock mClock{kStart};
+    LogCapture mLog;
+};
+
+TEST_F(AppHooksTest, NothingHappensBeforeInit) {
+    set(kTouch, "1");
+    set(kMove, "1");
+    EXPECT_FALSE(aCorvaneSmartTouchActive());
+    aCorvaneSetTouchEvent(DOWN);
+    queue(2 * kMs);
+    Buffer buffer;
+    EXPECT_FALSE(buffer.filter());
+    EXPECT_EQ(0xffu, buffer.flags);
+    EXPECT_TRUE(consumes(true));
+    EXPECT_FALSE(consumes(false));
+    EXPECT_TRUE(powerBoosts().empty());
+}
+
+TEST_F(AppHooksTest, InitReadsTheSwitches) {
+    init(true, false);
+    EXPECT_TRUE(aCorvaneSmartTouchActive());
+    EXPECT_EQ(1u, mLog.count("[App: ST:1, STM:0, STD:1]"));
+    set(kTrace, "0");
+    aCorvaneAppInit();
+    EXPECT_EQ(1u, mLog.count("[App: "));
+}
+
+TEST_F(AppHooksTest, InitSurvivesWithoutWatchers) {
+    failThreadCreation(2);
+    init(true, false);
+    failThreadCreation(0);
+    aCorvaneSetTouchEvent(DOWN);
+    EXPECT_EQ(1u, powerBoosts().size());
+}
+
+TEST_F(AppHooksTest, ATouchAfterAPauseAsksForABoost) {
+    init(true, false);
+    const struct {
+        int64_t pause;
+        int action;
+        size_t boosts;
+    } steps[] = {
+            {0, DOWN, 1},
+            {250 * kMs, UP, 1},
+            {300 * kMs, DOWN, 1},
+            {300 * kMs + 1, UP, 2},
+            {kSecond, POINTER_DOWN, 3},
+            {kSecond, POINTER_UP, 4},
+            {kSecond, MOVE, 4},
+            {0, HOVER_MOVE, 4},
+            {0, CANCEL, 4},
+            {0, OUTSIDE, 4},
+            {0, 8, 4},
+            {0, -1, 4},
+            {0, INT32_MAX, 4},
+            {0, DOWN, 5},
+    };
+    for (const auto& step : steps) {
+        mClock.advance(step.pause);
+        aCorvaneSetTouchEvent(step.action);
+        EXPECT_EQ(std::vector<int32_t>(step.boosts, 110), powerBoosts()) << step.action;
+    }
+}
+
+TEST_F(AppHooksTest, EitherSwitchTurnsTouchesOn) {
+    init(false, false);
+    aCorvaneSetTouchEvent(DOWN);
+    EXPECT_TRUE(powerBoosts().empty());
+    set(kMove, "1");
+    ASSERT_TRUE(mLog.waitFor("[Prop Changed: STM: 1]"));
+    aCorvaneSetTouchEvent(DOWN);
+    EXPECT_EQ(1u, powerBoosts().size());
+    // But no frame is made instant by moves alone.
+    queue(2 * kMs);
+    EXPECT_FALSE(Buffer{}.filter());
+}
+
+TEST_F(AppHooksTest, TheFirstFrameAfterATouchIsInstant) {
+    init(true, false);
+    const struct {
+        const char* name;
+        bool touched;
+        int64_t work;
+        bool isAuto;
+        bool instant;
+        uint32_t flags;
+    } cases[] = {
+            {"no touch", false, 2 * kMs, true, false, 0xdf},
+            {"own present time", true, 2 * kMs, false, true, 0xff},
+            {"served now", false, 2 * kMs, true, true, 0xdf},
+            {"only once", false, 2 * kMs, true, false, 0xdf},
+            {"no headroom", true, kMs, true, false, 0xdf},
+            {"served by that frame", false, 2 * kMs, true, false, 0xdf},
+            {"just enough headroom", true, kMs + 1, true, true, 0xdf},
+    };
+    for (const auto& c : cases) {
+        mClock.advance(kSecond);
+        if (c.touched) aCorvaneSetTouchEvent(DOWN);
+        queue(c.work);
+        Buffer buffer;
+        buffer.isAuto = c.isAuto;
+        EXPECT_EQ(c.instant, buffer.filter()) << c.name;
+        EXPECT_EQ(c.flags, buffer.flags) << c.name;
+        const bool becameInstant = c.instant && c.isAuto;
+        EXPECT_EQ(becameInstant ? mClock.now() - 5 * kMs : -1, buffer.presentTime) << c.name;
+    }
+    EXPECT_EQ(2u, mLog.count("set desiredPresentTime for this frame."));
+}
+
+TEST_F(AppHooksTest, FlagsAreClearedWithSmartTouchOff) {
+    init(false, false);
+    Buffer buffer;
+    buffer.filter();
+    EXPECT_EQ(0xffu & ~kTimedFlag, buffer.flags);
+}
+
+TEST_F(AppHooksTest, NullPointersAreIgnored) {
+    init(true, true);
+    aCorvaneSetTouchEvent(DOWN);
+    queue(2 * kMs);
+    Buffer buffer;
+    aCorvaneFilterBuffer(nullptr, &buffer.presentTime, &buffer.flags);
+    aCorvaneFilterBuffer(&buffer.isAuto, nullptr, &buffer.flags);
+    aCorvaneFilterBuffer(&buffer.isAuto, &buffer.presentTime, nullptr);
+    EXPECT_FALSE(buffer.isInstant());
+    EXPECT_EQ(0xffu, buffer.flags);
+    EXPECT_TRUE(buffer.filter()) << "the touch is still pending";
+    aCorvaneSetTouchEvent(MOVE);
+    aCorvaneConsumeInputNow(nullptr);
+}
+
+TEST_F(AppHooksTest, MovesAreConsumedBeforeVsyncWhenFramesHaveNoHeadroom) {
+    init(false, true);
+    aCorvaneSetTouchEvent(MOVE);
+    EXPECT_TRUE(consumes(false)) << "the frame interval is not known: the first move";
+    measureFrames(/*work=*/0);
+    // Latest: the interval less the touch interval, 10 ms at first, and half a millisecond.
+    constexpr int64_t kLatest = kInterval - 10 * kMs - kMs / 2;
+
+    EXPECT_TRUE(consumes(false)) << "first move after a pause";
+    EXPECT_FALSE(consumes(false)) << "no vsync known: left as it is";
+    EXPECT_TRUE(consumes(true));
+    aCorvaneSetVsyncTime(mClock.now());
+    EXPECT_TRUE(consumes(false)) << "nothing consumed for a vsync yet";
+    EXPECT_FALSE(consumes(true));
+    mClock.advance(kLatest);
+    EXPECT_FALSE(consumes(true));
+    mClock.advance(1);
+    EXPECT_TRUE(consumes(false));
+    aCorvaneSetVsyncTime(mClock.now());
+    EXPECT_FALSE(consumes(true));
+
+    aCorvaneSetTouchEvent(UP);
+    EXPECT_TRUE(consumes(true)) << "not moving: left as it is";
+    EXPECT_FALSE(consumes(false));
+}
+
+TEST_F(AppHooksTest, MovesAreHeldUpToOneFrameWhenFramesHaveHeadroom) {
+    init(false, true);
+    measureFrames();
+    aCorvaneSetTouchEvent(HOVER_MOVE);
+    EXPECT_TRUE(consumes(false)) << "first move after a pause";
+    queue(2 * kMs);
+    EXPECT_FALSE(consumes(true));
+    mClock.advance(kInterval - 10 * kMs - kMs / 2);
+    EXPECT_FALSE(consumes(true));
+    mClock.advance(1);
+    EXPECT_TRUE(consumes(false));
+
+    // Buffers that keep coming hold the input for one interval, and no longer.
+    queue(2 * kMs);
+    EXPECT_FALSE(consumes(true));
+    for (int64_t held = 0; held < kInterval - 5 * kMs; held += 5 * kMs) {
+        mClock.advance(3 * kMs);
+        queue(2 * kMs);
+        EXPECT_FALSE(consumes(true)) << held;
+    }
+    mClock.advance(3 * kMs);
+    queue(2 * kMs);
+    EXPECT_TRUE(consumes(false));
+    EXPECT_FALSE(consumes(true));
+}
+
+TEST_F(AppHooksTest, FastMovesLeaveLessTimeToHoldThem) {
+    init(false, true);
+    measureFrames();
+    // Moves every 2 ms bring the mean of 10 ms down to 6 and then 4.66 ms.
+    aCorvaneSetTouchEvent(MOVE);
+    for (int i = 0; i < 2; ++i) {
+        mClock.advance(2 * kMs);
+        aCorvaneSetTouchEvent(MOVE);
+    }
+    EXPECT_TRUE(consumes(false));
+    queue(2 * kMs);
+    mClock.advance(kInterval - 4'666'666 - kMs / 2);
+    EXPECT_FALSE(consumes(true));
+    mClock.advance(1);
+    EXPECT_TRUE(consumes(false));
+}
+
+TEST_F(AppHooksTest, SwitchesFollowTheirProperties) {
+    init(false, false);
+    set(kTouch, "1");
+    ASSERT_TRUE(mLog.waitFor("[Prop Changed: ST: 1]"));
+    set(kTouch, "true");  // the watcher knows "0" and "1" only
+    set(kTouch, "0");
+    ASSERT_TRUE(mLog.waitFor("[Prop Changed: ST: 0]"));
+    EXPECT_EQ(2u, mLog.count("[Prop Changed: ST:"));
+    aCorvaneSetTouchEvent(DOWN);
+    EXPECT_TRUE(powerBoosts().empty());
+}
+
+TEST_F(AppHooksTest, TheTrackerOutlivesItsSwitch) {
+    init(false, true);
+    measureFrames();
+    set(kMove, "0");
+    ASSERT_TRUE(mLog.waitFor("[Prop Changed: STM: 0]"));
+    aCorvaneSetTouchEvent(MOVE);
+    EXPECT_FALSE(consumes(false));
+    EXPECT_TRUE(consumes(true));
+    set(kMove, "1");
+    ASSERT_TRUE(mLog.waitFor("[Prop Changed: STM: 1]"));
+    aCorvaneSetTouchEvent(MOVE);
+    EXPECT_TRUE(consumes(false));
+    queue(2 * kMs);
+    EXPECT_FALSE(consumes(true)) << "the interval measured before still counts";
+
+    aCorvaneAppInit();  // measures anew
+    EXPECT_TRUE(consumes(false));
+}
+
+TEST_F(AppHooksTest, EachStepHasItsSlice) {
+    const std::string path = ::testing::TempDir() + "app_hooks_" + std::to_string(getpid());
+    ASSERT_TRUE(startTrace(path, ~uint64_t{0}));
+    init(true, true);
+    queue(2 * kMs);
+    aCorvaneSetTouchEvent(DOWN);
+    aCorvaneSetTouchEvent(UP);
+    Buffer{}.filter();
+    aCorvaneSetTouchEvent(DOWN);
+    aCorvaneSetTouchEvent(MOVE);
+    aCorvaneSetTouchEvent(CANCEL);
+    aCorvaneSetVsyncTime(INT64_MIN);
+    aCorvaneSetTouchEvent(HOVER_MOVE);
+    consumes(false);
+    set(kTrace, "0");
+    aCorvaneAppInit();
+    queue(2 * kMs);
+    stopTrace();
+
+    std::vector<std::string> slices;
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line);) {
+        const size_t begin = line.find("B|");
+        if (begin != std::string::npos)
+            slices.push_back(line.substr(line.find('|', begin + 2) + 1));
+    }
+    unlink(path.c_str());
+    EXPECT_EQ((std::vector<std::string>{"aCorvaneQueueBuffer", "aCorvaneQueueBuffer",
+                                        "EVENT_ACTION_DOWN", "EVENT_ACTION_UP",
+                                        "aCorvaneInstantBuffer true", "skip this DOWN event.",
+                                        "EVENT_ACTION_MOVE", "Unknown", "EVENT_ACTION_MOVE",
+                                        "aCorvaneConsumeInputNow",
+                                        "vsync: -1, vsyncTs: -9223372036854775808, touch: 10000000",
+                                        "consume first MOVE"}),
+              slices);
+}
+
+// Watchers, a restarting application and both of its threads at once.
+TEST(AppHooksStress, SwitchesFlipWhileHooksRun) {
+    ASSERT_TRUE(android::base::SetProperty(kMove, "1"));
+    aCorvaneAppInit();
+    std::atomic<bool> running{true};
+    std::thread render([&] {
+        for (int64_t i = 0; running; ++i) {
+            aCorvaneSetVsyncTime(i);
+            aCorvaneQueueBuffer(i % 2 == 0);
+            Buffer{}.filter();
+        }
+    });
+    std::thread input([&] {
+        for (int i = 0; running; ++i) {
+            aCorvaneSetTouchEvent(i % 9);
+            consumes(i % 2 == 0);
+        }
+    });
+    for (int i = 0; i < 300; ++i) {
+        EXPECT_TRUE(android::base::SetProperty(kMove, i % 2 == 0 ? "0" : "1"));
+        EXPECT_TRUE(android::base::SetProperty(kTouch, i % 3 == 0 ? "0" : "1"));
+        if (i % 50 == 0) aCorvaneAppInit();
+    }
+    running = false;
+    render.join();
+    input.join();
+}
+
+}  // namespace
+}  // namespace corvane::host
