@@ -77,6 +77,7 @@ class Collector {
     const PlayResult& mPlayed;
     std::unordered_map<int, size_t> mById;
     std::vector<std::vector<int64_t>> mCallTimes;  // per layer, of its buffers, ascending
+    int mHeadroomOffId = 0;  // the layer whose headroom control was switched off last
     std::vector<int64_t> mVsyncs;
     struct DeviceTrace {
         int level, freqMHz, id;
@@ -134,6 +135,11 @@ void Collector::readFeatureLine(const std::string& text, int64_t atNs) {
         addSwitch(id, FeatureKind::kTargetFps, {atNs, false});
     } else if (std::sscanf(text.c_str(), "Layer %d: %31[a-z] PH%c", &id, word, &rest) == 3) {
         addSwitch(id, FeatureKind::kHeadroom, {atNs, std::string_view(word) == "enable"});
+    } else if (text == "Disable QuickTouch due to jank") {
+        // Says no layer, but follows the switch that it explains.
+        auto* found = layer(mHeadroomOffId);
+        if (found == nullptr) return;
+        found->switches[static_cast<size_t>(FeatureKind::kHeadroom)].back().becauseOfJank = true;
     } else if (std::sscanf(text.c_str(), "Layer %d %31[a-z] GF%c", &id, word, &rest) == 3) {
         addSwitch(id, FeatureKind::kFrameRescue, {atNs, std::string_view(word) == "enable"});
     }
@@ -148,6 +154,7 @@ void Collector::addSwitch(int id, FeatureKind kind, FeatureSwitch change) {
     const double wasTarget = switches.empty() ? 0.0 : switches.back().targetFps;
     if (change.on == wasOn && change.targetFps == wasTarget) return;
     switches.push_back(change);
+    if (kind == FeatureKind::kHeadroom && !change.on) mHeadroomOffId = id;
 }
 
 void Collector::readCalls(const std::vector<host::PerfCall>& calls) {

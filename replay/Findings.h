@@ -36,7 +36,8 @@ enum class FeatureKind : size_t { kHeadroom, kTargetFps, kFrameRescue, kCount };
 struct FeatureSwitch {
     int64_t atNs;
     bool on;
-    double targetFps = 0.0;  // of kTargetFps switched on
+    double targetFps = 0.0;      // of kTargetFps switched on
+    bool becauseOfJank = false;  // of kHeadroom switched off
 };
 
 // One buffer that the library held back.

@@ -40,6 +40,7 @@ Json::Value switchesOf(const std::vector<FeatureSwitch>& switches) {
         value["atNs"] = Json::Int64(change.atNs);
         value["on"] = change.on;
         if (change.targetFps > 0.0) value["targetFps"] = change.targetFps;
+        if (change.becauseOfJank) value["becauseOfJank"] = true;
         values.append(std::move(value));
     }
     return values;

@@ -23,6 +23,7 @@ struct ReportSource {
     const PlayResult& played;
     const Findings& findings;
     std::optional<AppResult> application = std::nullopt;  // where touches were played
+    bool terminal = false;                                // the text goes to one
 };
 
 // For a person at a terminal: at most 100 columns, units at every number.

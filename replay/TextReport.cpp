@@ -25,6 +25,7 @@ constexpr double kNsPerSecond = 1e9;
 constexpr size_t kMaxEvents = 6;
 constexpr size_t kMaxSwitches = 6;
 constexpr size_t kMaxComplaints = 4;
+constexpr size_t kMaxFrames = 2;
 constexpr size_t kMaxSceneText = 260;  // the library sends at most 256 characters
 
 constexpr int kSceneEvent = 4194;
@@ -54,6 +55,11 @@ std::string cost(int64_t ns) {
 
 std::string plural(size_t count, const char* noun) {
     return format("%zu %s%s", count, noun, count == 1 ? "" : "s");
+}
+
+// Stands out on a terminal; no blank lines, so that a report fits its screen.
+std::string heading(const ReportSource& source, const std::string& text) {
+    return source.terminal ? "\x1b[1m" + text + "\x1b[0m\n" : text + "\n";
 }
 
 // Names are chosen by applications: no control characters reach the terminal, and a long name loses
@@ -104,8 +110,10 @@ std::string recordingPart(const ReportSource& source) {
     const Recording& recording = source.recording;
     const PlayResult& played = source.played;
     const double hz = kNsPerSecond / static_cast<double>(recording.vsyncPeriodNs);
-    std::string text = "Recording  " +
-            shown(std::filesystem::path(source.recordingFile).filename(), kWidth - 11) + "\n";
+    const auto fileName = [](const std::string& path) {
+        return shown(std::filesystem::path(path).filename(), kWidth - 11);
+    };
+    std::string text = heading(source, "Recording  " + fileName(source.recordingFile));
     text += "  " + seconds(recording.durationNs) + ", vsync period " +
             millis(recording.vsyncPeriodNs) + format(" (%.1f Hz), ", hz) +
             plural(recording.layers.size(), "layer") + ", " + plural(recording.frames, "frame") +
@@ -123,8 +131,7 @@ std::string recordingPart(const ReportSource& source) {
                 plural(played.missedLatches, "buffer") + " not there at the recorded latch\n";
     }
     if (!source.scenarioFile.empty()) {
-        text += "Scenario   " +
-                shown(std::filesystem::path(source.scenarioFile).filename(), kWidth - 11) + "\n";
+        text += heading(source, "Scenario   " + fileName(source.scenarioFile));
         if (!source.scenarioDescription.empty()) {
             text += "  " + shown(source.scenarioDescription, kWidth - 2) + "\n";
         }
@@ -153,7 +160,7 @@ std::string layersPart(const ReportSource& source) {
                    found.promotedNs ? seconds(*found.promotedNs) : "never", fps, mode,
                    shown(layer.name, kNameWidth)});
     }
-    std::string text = "Layers\n" + table.text();
+    std::string text = heading(source, "Layers") + table.text();
     for (size_t i = 0; i < source.recording.layers.size(); ++i) {
         const LayerFindings& found = source.findings.layers[i];
         if (found.modes.empty()) continue;
@@ -174,6 +181,7 @@ std::string switchesText(const std::vector<FeatureSwitch>& switches) {
         if (i > 0) text += ", ";
         text += (switches[i].on ? "on " : "off ") + seconds(switches[i].atNs);
         if (switches[i].targetFps > 0.0) text += format(" (%.0f fps)", switches[i].targetFps);
+        if (switches[i].becauseOfJank) text += " (jank)";
     }
     return text;
 }
@@ -202,28 +210,65 @@ void addTargetFps(Table& table, const LayerFindings& found) {
                        spreadText(spreadOf(found.pacedNs))});
 }
 
-// Boosts by level and frequency, each with the frame that asked for the first of them.
+// "500" or "871-1612", from ascending values.
+std::string rangeText(const std::vector<int>& values) {
+    if (values.front() == values.back()) return std::to_string(values.front());
+    return format("%d-%d", values.front(), values.back());
+}
+
+std::string boostsOfLevel(int level, const std::vector<const Boost*>& boosts) {
+    std::vector<int> freqs;
+    std::vector<int64_t> delays;
+    for (const Boost* boost : boosts) {
+        freqs.push_back(boost->freqMHz);
+        if (boost->frame > 0) delays.push_back(boost->sinceQueueNs);
+    }
+    std::sort(freqs.begin(), freqs.end());
+    std::string text =
+            format("level %d: %zux %s MHz", level, boosts.size(), rangeText(freqs).c_str());
+    if (delays.empty()) return text;
+    return text + ", " + millis(spreadOf(delays).p50) + " p50 after queueing" +
+            format(", first for frame %zu at ", boosts.front()->frame) +
+            seconds(boosts.front()->atNs);
+}
+
+// The frames whose rescue went furthest, with the frequency of each stage.
+std::string furthestFrames(const std::vector<Boost>& boosts) {
+    std::map<size_t, std::vector<const Boost*>> frames;
+    size_t furthest = 0;
+    for (const auto& boost : boosts) {
+        if (boost.level == 0 || boost.frame == 0) continue;
+        auto& stages = frames[boost.frame];
+        stages.push_back(&boost);
+        furthest = std::max(furthest, stages.size());
+    }
+    std::string text;
+    size_t count = 0;
+    for (const auto& [frame, stages] : frames) {
+        if (stages.size() != furthest || ++count > kMaxFrames) continue;
+        text += text.empty() ? "furthest: " : "; ";
+        text += format("frame %zu ", frame);
+        for (const Boost* stage : stages) {
+            text += (stage == stages.front() ? "" : ", ") + std::to_string(stage->freqMHz);
+        }
+        text += " MHz";
+    }
+    if (count > kMaxFrames) text += format("; %zu more", count - kMaxFrames);
+    return text;
+}
+
 void addBoosts(Table& table, const std::vector<Boost>& boosts) {
-    std::map<std::pair<int, int>, std::pair<size_t, const Boost*>> kinds;
+    std::map<int, std::vector<const Boost*>> levels;
     size_t releases = 0;
     for (const auto& boost : boosts) {
-        if (boost.level == 0) {
-            ++releases;
-            continue;
-        }
-        auto& kind = kinds[{boost.level, boost.freqMHz}];
-        if (kind.first++ == 0) kind.second = &boost;
+        if (boost.level == 0) ++releases;
+        if (boost.level != 0) levels[boost.level].push_back(&boost);
     }
-    for (const auto& [kind, entry] : kinds) {
-        const auto& [count, first] = entry;
-        std::string text = format("level %d, %4d MHz: %s", kind.first, kind.second,
-                                  plural(count, "boost").c_str());
-        if (first->frame > 0) {
-            text += format(", first for frame %zu at ", first->frame) + seconds(first->atNs) +
-                    ", " + millis(first->sinceQueueNs) + " after its queueing";
-        }
-        table.add({"", text});
+    for (const auto& [level, ofLevel] : levels) {
+        table.add({"", boostsOfLevel(level, ofLevel)});
     }
+    const std::string furthest = furthestFrames(boosts);
+    if (!furthest.empty()) table.add({"", furthest});
     if (!boosts.empty()) table.add({"", plural(releases, "release")});
 }
 
@@ -240,13 +285,14 @@ std::string featuresPart(const ReportSource& source) {
         }
         const std::string rows = table.text();
         if (rows.empty()) continue;
-        text += format("Features of layer %d, ", source.recording.layers[i].id) +
-                shown(found.package, kWidth / 2) + "\n" + rows;
+        text += heading(source, format("Features of layer %d, ", source.recording.layers[i].id) +
+                                        shown(found.package, kWidth / 2)) +
+                rows;
     }
     if (!source.findings.unclaimedBoosts.empty()) {
         Table table("ll");
         addBoosts(table, source.findings.unclaimedBoosts);
-        text += "Boosts through the performance service\n" + table.text();
+        text += heading(source, "Frame rescue of no known layer") + table.text();
     }
     return text;
 }
@@ -254,7 +300,7 @@ std::string featuresPart(const ReportSource& source) {
 std::string fencesPart(const ReportSource& source) {
     const FenceFindings& fences = source.findings.fences;
     if (fences.told == 0) return "";
-    std::string text = "GPU fences\n";
+    std::string text = heading(source, "GPU fences");
     text += format("  %zu unsignalled at latch: %s sent, %zu filtered (GPU work too recent), "
                    "%zu skipped\n",
                    fences.told, plural(fences.sent, "deadline").c_str(), fences.filtered,
@@ -271,7 +317,7 @@ std::string scenesPart(const ReportSource& source) {
         if (call.entry == "perf_event" && call.number == kSceneEvent) reports.push_back(&call);
     }
     if (reports.empty()) return "";
-    std::string text = "Scene reports\n";
+    std::string text = heading(source, "Scene reports");
     for (size_t i = 0; i < std::min(reports.size(), kMaxEvents); ++i) {
         std::string json = reports[i]->package;
         json.erase(json.find_last_not_of('\n') + 1);
@@ -284,7 +330,7 @@ std::string scenesPart(const ReportSource& source) {
 std::string applicationPart(const ReportSource& source) {
     if (!source.application) return "";
     const AppResult& app = *source.application;
-    std::string text = "Touched application, in a process of its own\n";
+    std::string text = heading(source, "Touched application, in a process of its own");
     if (!app.error.empty()) return text + "  failed: " + shown(app.error, kWidth - 10) + "\n";
     text += "  " + plural(app.frames, "frame") + format(", %zu made instant", app.instantNs.size());
     for (size_t i = 0; i < std::min(app.instantNs.size(), kMaxEvents); ++i) {
@@ -363,7 +409,8 @@ std::string servicePart(const ReportSource& source) {
                    detail});
     }
     const std::string rows = table.text();
-    return "Calls that reached the performance service\n" + (rows.empty() ? "  none\n" : rows);
+    return heading(source, "Calls that reached the performance service") +
+            (rows.empty() ? "  none\n" : rows);
 }
 
 std::string hooksPart(const ReportSource& source) {
@@ -382,13 +429,14 @@ std::string hooksPart(const ReportSource& source) {
                        cost(spread.max)});
         }
     }
-    return "Hooks (with debug log and trace on; time held back counts)\n" + table.text();
+    return heading(source, "Hooks (with debug log and trace on; time held back counts)") +
+            table.text();
 }
 
 std::string complaintsPart(const ReportSource& source) {
     const auto& complaints = source.findings.complaints;
     if (complaints.empty()) return "";
-    std::string text = "Warnings and errors of the library\n";
+    std::string text = heading(source, "Warnings and errors of the library");
     for (size_t i = 0; i < std::min(complaints.size(), kMaxComplaints); ++i) {
         const auto& [line, count] = complaints[i];
         text += format("  %zux  ", count) + shown(line, kWidth - 10) + "\n";

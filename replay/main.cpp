@@ -244,6 +244,7 @@ void run(const Options& options) {
     ReportSource source{file,   options.scenario, scenario.description, repeat, recording,
                         played, findings};
     if (application) source.application = application->result();
+    source.terminal = isatty(STDOUT_FILENO);
     std::fputs(textReport(source).c_str(), stdout);
     if (!enabled) std::puts("The library is switched off (vendor.perf.corvane.enable).");
     if (json.is_open() && !(json << jsonReport(source)).flush()) {

@@ -79,6 +79,7 @@ TEST_F(FindingsTest, TellsOnlySwitchesThatChangeSomething) {
     log(1, "Layer 5: enable PHR");
     log(2, "Layer 5: enable PHR");
     log(3, "Layer 5: disable PHR");
+    log(3, "Disable QuickTouch due to jank");
     log(4, "Layer 6: enable target fps: 30.000000");
     log(5, "Layer 6: enable target fps: 45.000000");
     log(6, "Layer 6: disable target fps");
@@ -89,6 +90,7 @@ TEST_F(FindingsTest, TellsOnlySwitchesThatChangeSomething) {
     ASSERT_EQ(headroom.size(), 2U);
     EXPECT_EQ(headroom[0].atNs, 1 * kMs);
     EXPECT_FALSE(headroom[1].on);
+    EXPECT_TRUE(headroom[1].becauseOfJank);
     const auto& target = findings.layers[1].of(FeatureKind::kTargetFps);
     ASSERT_EQ(target.size(), 3U);
     EXPECT_EQ(target[1].targetFps, 45.0);
