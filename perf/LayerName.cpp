@@ -75,9 +75,11 @@ bool isDigits(std::string_view text, const NameGrammar& grammar) {
 std::optional<std::string_view> matchSurfaceViewName(std::string_view name) {
     const auto scanned = scanSurfaceViewName(name);
     if (!scanned || name.size() > kMaxMatchedLength) return scanned;
+    // One digit of the counter is enough: with all of them, the matcher would try every stretch of
+    // them as the group's and as the rest's first.
+    const char* const counter = name.data() + name.rfind('#') + 1;
     std::cmatch match;
-    if (!std::regex_match(name.data(), name.data() + name.size(), match,
-                          NameGrammar::get().surfaceView)) {
+    if (!std::regex_match(name.data(), counter + 1, match, NameGrammar::get().surfaceView)) {
         return std::nullopt;
     }
     return name.substr(static_cast<size_t>(match.position(1)),

@@ -2,11 +2,13 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include <android/log.h>
+#include <cutils/trace.h>
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <fstream>
 #include <future>
 #include <set>
 #include <string>
@@ -20,6 +22,7 @@
 #include "corvane/host/LogCapture.h"
 #include "corvane/host/PerfService.h"
 #include "corvane/host/Threads.h"
+#include "corvane/host/TraceCapture.h"
 #include "perf/PerfProxy.h"
 
 namespace android {
@@ -88,6 +91,26 @@ TEST_F(BoostTest, AnEmptyPackageIsANullOne) {
     drainWorker();
     ASSERT_EQ(1u, hintEvents().size());
     EXPECT_FALSE(hintEvents()[0].hasPackage);
+}
+
+TEST_F(BoostTest, AHintToTheServiceIsOneSlice) {
+    const std::string path = ::testing::TempDir() + "corvane_hint_" + std::to_string(getpid());
+    PerfProxy::setDebuggable(true, false);
+    ASSERT_TRUE(corvane::host::startTrace(path, ATRACE_TAG_GRAPHICS));
+    proxy()->frameHint(5, 7, 9, "pkg", 0);
+    drainWorker();
+    corvane::host::stopTrace();
+
+    std::vector<std::string> marks;
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line);) {
+        const size_t mark = line.rfind("tracing_mark_write: ");
+        if (mark != std::string::npos) marks.push_back(line.substr(line.rfind('|') + 1));
+    }
+    unlink(path.c_str());
+    ASSERT_EQ(4u, marks.size()) << "two slices, one within the other";
+    EXPECT_EQ("frame hint", marks[0]);
+    EXPECT_EQ("Boost hint: 5, [id: 9]", marks[1]);
 }
 
 TEST_F(BoostTest, DeviceMessages) {

@@ -92,9 +92,23 @@ TEST(ServiceBinding, DefaultPropertyTextsAreCutAndPadded) {
 
 struct Variant {
     const char* name;
-    std::vector<std::string> reached;
+    size_t required;  // how many of the required entry points are reached, in order of resolving
+    bool version;
+    bool extension;
+    bool callback;
     const char* message;  // the one line logged, or nullptr
-    bool hasWorker;
+
+    bool hasWorker() const { return callback; }  // the last to be resolved
+
+    std::vector<std::string> reached() const {
+        std::vector<std::string> entries = {"perf_get_prop", "perf_get_feedback", "perf_hint",
+                                            "perf_event",    "perf_lock_acq",     "perf_lock_rel"};
+        entries.resize(required);
+        if (version) entries.push_back("get_perf_hal_ver");
+        if (extension) entries.push_back("perf_get_feedback_extn");
+        if (callback) entries.push_back("perf_callback_register");
+        return entries;
+    }
 };
 
 void PrintTo(const Variant& variant, std::ostream* out) {
@@ -113,66 +127,35 @@ TEST_P(BindingVariants, ResolvesUpToTheFirstMissingSymbol) {
     } else {
         ASSERT_EQ(1u, log.lines().size());
         EXPECT_EQ(0u, log.lines()[0].text.find(GetParam().message)) << log.lines()[0].text;
-        const bool optional = GetParam().hasWorker;
-        EXPECT_EQ(optional ? ANDROID_LOG_DEBUG : ANDROID_LOG_ERROR, log.lines()[0].priority);
+        EXPECT_EQ(GetParam().hasWorker() ? ANDROID_LOG_DEBUG : ANDROID_LOG_ERROR,
+                  log.lines()[0].priority);
     }
-    EXPECT_EQ(GetParam().hasWorker, hasWorker(proxy));
-    EXPECT_EQ(GetParam().reached, reachedEntries(proxy));
+    EXPECT_EQ(GetParam().hasWorker(), hasWorker(proxy));
+    EXPECT_EQ(GetParam().reached(), reachedEntries(proxy));
 }
 
+// clang-format off
 const Variant kVariants[] = {
-        {"full",
-         {"perf_get_prop", "perf_get_feedback", "perf_hint", "perf_event", "perf_lock_acq",
-          "perf_lock_rel", "get_perf_hal_ver", "perf_get_feedback_extn", "perf_callback_register"},
-         nullptr,
-         true},
-        {"version-2.3",
-         {"perf_get_prop", "perf_get_feedback", "perf_hint", "perf_event", "perf_lock_acq",
-          "perf_lock_rel", "get_perf_hal_ver", "perf_get_feedback_extn", "perf_callback_register"},
-         nullptr,
-         true},
-        {"version-2.2",
-         {"perf_get_prop", "perf_get_feedback", "perf_hint", "perf_event", "perf_lock_acq",
-          "perf_lock_rel", "get_perf_hal_ver", "perf_callback_register"},
-         nullptr,
-         true},
-        {"version-none",
-         {"perf_get_prop", "perf_get_feedback", "perf_hint", "perf_event", "perf_lock_acq",
-          "perf_lock_rel", "perf_callback_register"},
-         "Unable to find get_perf_hal_ver function.\n",
-         true},
-        {"missing-perf_get_feedback_extn",
-         {"perf_get_prop", "perf_get_feedback", "perf_hint", "perf_event", "perf_lock_acq",
-          "perf_lock_rel", "get_perf_hal_ver", "perf_callback_register"},
-         nullptr,
-         true},
-        {"missing-perf_get_prop", {}, "Unable to find perf_get_prop function.\n", false},
-        {"missing-perf_get_feedback",
-         {"perf_get_prop"},
-         "Unable to find perf_get_feedback function.\n",
-         false},
-        {"missing-perf_hint",
-         {"perf_get_prop", "perf_get_feedback"},
-         "Unable to find perf_hint function.\n",
-         false},
-        {"missing-perf_event",
-         {"perf_get_prop", "perf_get_feedback", "perf_hint"},
-         "Unable to find perf_event function.\n",
-         false},
-        {"missing-perf_lock_acq",
-         {"perf_get_prop", "perf_get_feedback", "perf_hint", "perf_event"},
-         "Unable to find perf_lock_acq function.\n",
-         false},
-        {"missing-perf_lock_rel",
-         {"perf_get_prop", "perf_get_feedback", "perf_hint", "perf_event", "perf_lock_acq"},
-         "Unable to find perf_lock_rel function.\n",
-         false},
-        {"missing-perf_callback_register",
-         {"perf_get_prop", "perf_get_feedback", "perf_hint", "perf_event", "perf_lock_acq",
-          "perf_lock_rel", "get_perf_hal_ver", "perf_get_feedback_extn"},
-         "Unable to find perf_callback_register function. Err = ",
-         false},
+        {"full", 6, true, true, true, nullptr},
+        {"version-2.3", 6, true, true, true, nullptr},
+        {"version-2.2", 6, true, false, true, nullptr},
+        {"version-none", 6, false, false, true, "Unable to find get_perf_hal_ver function.\n"},
+        {"missing-perf_get_feedback_extn", 6, true, false, true, nullptr},
+        {"missing-perf_get_prop", 0, false, false, false,
+         "Unable to find perf_get_prop function.\n"},
+        {"missing-perf_get_feedback", 1, false, false, false,
+         "Unable to find perf_get_feedback function.\n"},
+        {"missing-perf_hint", 2, false, false, false, "Unable to find perf_hint function.\n"},
+        {"missing-perf_event", 3, false, false, false, "Unable to find perf_event function.\n"},
+        {"missing-perf_lock_acq", 4, false, false, false,
+         "Unable to find perf_lock_acq function.\n"},
+        {"missing-perf_lock_rel", 5, false, false, false,
+         "Unable to find perf_lock_rel function.\n"},
+        {"missing-perf_callback_register", 6, true, true, false,
+         "Unable to find perf_callback_register function. Err = "},
 };
+// clang-format on
+
 INSTANTIATE_TEST_SUITE_P(ServiceBinding, BindingVariants, ::testing::ValuesIn(kVariants),
                          [](const auto& info) {
                              std::string name;
