@@ -41,6 +41,16 @@ Player::Player(const Recording& recording, Hooks& hooks, int repeat)
         if (step.kind != Step::Kind::kQueue) continue;
         mProducers[recording.layers[step.layer].process].steps.push_back(i);
     }
+    for (auto& producer : mProducers) {
+        const size_t count = producer.steps.size();
+        producer.toNext.resize(count);
+        std::vector<size_t> nextOf(recording.layers.size());
+        for (size_t i = 2 * count; i-- > 0;) {  // twice around: the last one's next is the first
+            const size_t layer = recording.steps[producer.steps[i % count]].layer;
+            if (i < count) producer.toNext[i] = nextOf[layer] - i;
+            nextOf[layer] = i;
+        }
+    }
     // A trace does not tell the focus: it is taken to be where most frames come from.
     mFocusedProcess = recording.busiestProcess();
 }
@@ -228,9 +238,8 @@ void Player::runProducer(Producer& producer) {
     int64_t freeNs = 0;  // when the library let the producer go, apart from the machine's delays
     for (size_t i = 0; i < total; ++i) {
         const Step& step = stepAt(i);
-        const bool nextIsDue = i + 1 < total && stepAt(i + 1).layer == step.layer &&
-                freeNs >= dueAt(i + 1);
-        if (nextIsDue && freeNs > dueAt(i)) {
+        const size_t next = i + producer.toNext[i % count];
+        if (next < total && freeNs > dueAt(i) && freeNs >= dueAt(next)) {
             ++producer.dropped;
             continue;
         }

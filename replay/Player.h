@@ -87,6 +87,7 @@ class Player {
     struct Producer {
         size_t process;
         std::vector<size_t> steps;  // its queue steps, indices into the recording's
+        std::vector<size_t> toNext;  // from each, how many steps on the layer queues again
         HookCosts costs;
         std::vector<PlayedFrame> frames;
         size_t dropped = 0;

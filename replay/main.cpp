@@ -10,13 +10,12 @@
 #include <fstream>
 #include <memory>
 #include <optional>
-#include <sstream>
 #include <string>
-#include <system_error>
 #include <utility>
 #include <variant>
 #include <vector>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <android-base/properties.h>
@@ -51,26 +50,26 @@ struct Stop {
 };
 
 std::string readFile(const std::string& path) {
-    std::error_code error;
-    if (std::filesystem::is_directory(path, error)) {
-        throw Stop{kUnusable, "cannot read " + path + ": it is a folder"};
+    const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "rbe"), std::fclose);
+    std::string text;
+    char buffer[65536];
+    while (file && !std::feof(file.get()) && !std::ferror(file.get())) {
+        text.append(buffer, std::fread(buffer, 1, sizeof(buffer), file.get()));
     }
-    std::ifstream file(path, std::ios::binary);
-    std::stringstream text;
-    if (file && (file.peek() == std::ifstream::traits_type::eof() || text << file.rdbuf())) {
-        return text.str();
-    }
+    if (file && !std::ferror(file.get())) return text;
     throw Stop{kUnusable, "cannot read " + path + ": " + std::strerror(errno)};
 }
 
-// The library's trace, which the findings are drawn from: the user's file, or one that goes away.
+// The library's trace, which the findings are drawn from: the user's file, or one without a name,
+// which goes away with the process however that ends.
 class TraceFile {
   public:
-    explicit TraceFile(std::string path) : mPath(std::move(path)), mKept(!mPath.empty()) {
-        if (!mKept) {
-            mPath = (std::filesystem::temp_directory_path() / "corvane-replay-XXXXXX").string();
-            const int fd = mkstemp(mPath.data());
-            if (fd >= 0) close(fd);
+    explicit TraceFile(std::string path) : mPath(std::move(path)) {
+        if (mPath.empty()) {
+            std::string name = std::filesystem::temp_directory_path() / "corvane-replay-XXXXXX";
+            mFd = mkostemp(name.data(), O_CLOEXEC);
+            if (mFd >= 0) unlink(name.c_str());
+            mPath = "/proc/self/fd/" + std::to_string(mFd);
         }
         if (!host::startTrace(mPath, ATRACE_TAG_GRAPHICS)) {
             throw Stop{kUnusable, "cannot write the trace " + mPath + ": " + std::strerror(errno)};
@@ -78,8 +77,7 @@ class TraceFile {
     }
     ~TraceFile() {
         host::stopTrace();
-        std::error_code ignored;
-        if (!mKept) std::filesystem::remove(mPath, ignored);
+        if (mFd >= 0) close(mFd);
     }
     TraceFile(const TraceFile&) = delete;
     TraceFile& operator=(const TraceFile&) = delete;
@@ -91,7 +89,7 @@ class TraceFile {
 
   private:
     std::string mPath;
-    const bool mKept;
+    int mFd = -1;
 };
 
 void deliver(const ServiceCallback& callback) {

@@ -68,7 +68,7 @@ TEST_F(Program, EndsWithOneSentenceWhenTheInputIsNotUsable) {
         const char* says;
     } kCases[] = {
             {path("none.txt"), "No such file"},
-            {mFolder.string(), "folder"},
+            {mFolder.string(), "directory"},
             {write("empty.txt", ""), "not a trace"},
             {write("rubbish.txt", std::string("\0\xff[1] \n", 7)), "not a trace"},
             {write("no-layers.txt", noLayers.str()), "no layers"},
