@@ -139,10 +139,11 @@ TEST_F(CompositorHooksTest, TargetFpsIsActiveWhileConfigured) {
 }
 
 TEST_F(CompositorHooksTest, WorksWithoutTheService) {
-    ASSERT_TRUE(PerfService::install("missing-perf_get_prop"));
+    ASSERT_TRUE(PerfService::install("missing-perf_get_prop"));  // the first that is looked for
     ASSERT_TRUE(corvaneInit(0, 0));
     callAll();
     EXPECT_TRUE(PerfService::calls().empty());
+    EXPECT_EQ(mLog.count("Unable to find perf_get_prop function."), 1u);
 }
 
 class DrivenCompositorHooksTest : public DrivenHookTest {};
@@ -195,6 +196,36 @@ TEST_F(DrivenCompositorHooksTest, HostileNamesAreOnlyTexts) {
     }
     ASSERT_TRUE(PerfService::waitForCalls("perf_event", 4194, 1));
 }
+
+// Builds of the service's client library that lack something; tracking goes on with each.
+class FaultyServiceTest : public DrivenHookTest,
+                          public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(FaultyServiceTest, TracksAllTheSame) {
+    ASSERT_TRUE(PerfService::install(GetParam()));
+    ASSERT_TRUE(corvaneInit(0, 0));
+    corvaneSetVsyncPeriod(k60Hz);
+    corvaneTrackVsyncSignal();
+    const TestLayer layer = TestLayer::ofApp(1);
+    settle(layer);
+    layer.latch(true, 0, /*focused=*/true);
+    EXPECT_EQ(mLog.count("Add new layer to full tracking"), 1u);
+    EXPECT_EQ(mLog.count("Stable FPS shift detected for layer 1: 60.00 (mode -> 60)"), 1u);
+
+    // Without a worker nobody takes the forced report; the periodic one must still come.
+    mNextFrame = mClock.now();
+    draw(layer, 200);
+    corvaneTrackVsyncSignal();
+    EXPECT_TRUE(mLog.waitFor("CheckMultiLayer: 1, "));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, FaultyServiceTest,
+                         ::testing::Values("missing-perf_get_feedback", "missing-perf_hint",
+                                           "missing-perf_event", "missing-perf_lock_acq",
+                                           "missing-perf_lock_rel", "missing-get_perf_hal_ver",
+                                           "missing-perf_get_feedback_extn",
+                                           "missing-perf_callback_register", "version-2.2",
+                                           "version-2.3", "version-none"));
 
 }  // namespace
 }  // namespace corvane::host

@@ -284,17 +284,18 @@ TEST_F(FeatureSwitchingTest, RescuesALateFrame) {
     settle(mApp);
     ASSERT_EQ(mLog.count("Layer 1 enable GFR"), 1u);
     PerfService::clearCalls();
-    // The frame after this one stays away; every level's check falls due.
+    // The frame after this one stays away until every level's check has found it late.
     draw(mApp, 1);
-    mClock.advance(4 * k60Hz);
-    ASSERT_TRUE(PerfService::waitForCalls("perf_event", 4186, 1));
-    EXPECT_EQ(PerfService::calls("perf_event", 4186)[0].package, mApp.package);
-    EXPECT_EQ(PerfService::calls("perf_event", 4186)[0].args[0], 1);
-    const size_t boosts = PerfService::calls("perf_event", 4186).size();
+    ASSERT_TRUE(advanceUntil([] { return PerfService::calls("perf_event", 4186).size() == 3; }));
     mNextFrame = mClock.now();
     draw(mApp, 1);
-    ASSERT_TRUE(PerfService::waitForCalls("perf_event", 4186, boosts + 1));
-    EXPECT_EQ(PerfService::calls("perf_event", 4186).back().args[0], 0) << "released";
+    ASSERT_TRUE(PerfService::waitForCalls("perf_event", 4186, 4));
+    std::vector<int> levels;
+    for (const PerfCall& call : PerfService::calls("perf_event", 4186)) {
+        EXPECT_EQ(call.package, mApp.package);
+        levels.push_back(call.args[0]);
+    }
+    EXPECT_EQ(levels, (std::vector<int>{1, 2, 3, 0})) << "the next frame releases the boost";
 }
 
 TEST_F(FeatureSwitchingTest, ResumesAnApplicationThatIsStillDrawing) {

@@ -8,6 +8,8 @@
 #include <ui/Rect.h>
 
 #include <atomic>
+#include <chrono>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -65,6 +67,18 @@ class HookTest : public ::testing::Test {
 // The same on a clock that moves only as frames are drawn.
 class DrivenHookTest : public HookTest {
   protected:
+    // Moves time on to whatever is waited for until the condition holds; false when that has not
+    // happened within ten real seconds.
+    bool advanceUntil(const std::function<bool()>& condition) {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (!condition()) {
+            if (std::chrono::steady_clock::now() > end) return false;
+            const int64_t deadline = mClock.nextDeadline();
+            if (deadline > mClock.now()) mClock.advanceTo(deadline);
+            std::this_thread::yield();
+        }
+        return true;
+    }
     // A frame is queued on a thread of its own, since the library may hold it back; while it does,
     // time moves on to whatever is waited for. Returns for how long it was held.
     int64_t queue(const TestLayer& layer) {
@@ -75,6 +89,7 @@ class DrivenHookTest : public HookTest {
             done = true;
         });
         while (!done) {
+            // A check of frame rescue that is due later must not hurry the frame.
             const int64_t deadline = mClock.sleepers() > 0 ? mClock.nextDeadline() : -1;
             if (deadline > mClock.now()) mClock.advanceTo(deadline);
             std::this_thread::yield();
