@@ -3,7 +3,12 @@
 
 // Candidates, promotion, limits, retirement and the application cache.
 
+#include <atomic>
+#include <thread>
+#include <vector>
+
 #include "RegistryTest.h"
+#include "features/FeatureManager.h"
 
 namespace android {
 namespace {
@@ -197,6 +202,64 @@ TEST_F(LayerRegistryTest, StopsAndStartsAgain) {
     EXPECT_FALSE(isCandidate(7)) << "applications are forgotten too";
     track(1);
     EXPECT_NE(manager().getLayer(1), nullptr);
+}
+
+// Rescue for every layer, and the headroom monitor without any pacing: the target is out of reach.
+class MonitorLifecycleTest : public RegistryTest {
+  protected:
+    void setProperties() override { base::SetProperty("vendor.rdxe.enable.target_fps", "true"); }
+    void SetUp() override {
+        RegistryTest::SetUp();
+        manager().setVsyncPeriod(k60Hz);
+        for (int id = 1; id <= 3; ++id) {
+            FeatureManager::getInstance()->setCallbackHintValue(4189, appOf(id) + ":golden=0.8", 0,
+                                                                0, {1});
+            FeatureManager::getInstance()->setCallbackHintValue(4171, appOf(id), 10'000, 0, {});
+        }
+    }
+};
+
+TEST_F(MonitorLifecycleTest, MonitorsStartAgainAfterAStop) {
+    for (size_t round = 1; round <= 2; ++round) {
+        draw({1}, 100);
+        EXPECT_EQ(mLog.count("GFRMonitor initialized"), round);
+        EXPECT_EQ(mLog.count("PHRMonitor initialized"), round);
+        EXPECT_EQ(mLog.count("GFR: Registered layer 1"), round);
+        EXPECT_EQ(mLog.count("PHR: Registered layer 1"), round);
+        manager().stop();
+        EXPECT_EQ(mLog.count("GFRMonitor stopped"), round);
+        EXPECT_EQ(mLog.count("PHRMonitor stopped"), round);
+        draw({2}, 100);
+        EXPECT_EQ(mLog.count("GFRMonitor initialized"), round) << "nobody would stop it";
+        manager().init(true, 0, 0);
+    }
+}
+
+TEST_F(MonitorLifecycleTest, StopsUnderLoad) {
+    std::atomic<bool> running{true};
+    std::vector<std::thread> producers;
+    for (int id = 1; id <= 3; ++id) {
+        producers.emplace_back([&, id] {
+            while (running) {
+                queue(id);
+                latch(id, id == 1);
+                manager().onVsync(mClock.now());
+                mClock.advance(k60Hz / 3);
+                std::this_thread::yield();
+            }
+        });
+    }
+    for (int round = 0; round < 20; ++round) {
+        const size_t before = mLog.count("PHR: Registered layer");
+        ASSERT_TRUE(mLog.waitFor("PHR: Registered layer", before + 1));
+        manager().stop();
+        manager().init(true, 0, 0);
+    }
+    running = false;
+    for (std::thread& producer : producers) producer.join();
+    manager().stop();
+    EXPECT_EQ(mLog.count("GFRMonitor initialized"), mLog.count("GFRMonitor stopped"));
+    EXPECT_EQ(mLog.count("PHRMonitor initialized"), mLog.count("PHRMonitor stopped"));
 }
 
 }  // namespace
