@@ -3,15 +3,15 @@
 
 #include "replay/AppProcess.h"
 
-#include <cerrno>
-#include <csignal>
-#include <cstring>
-
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
 
 extern char** environ;
 
@@ -73,8 +73,7 @@ bool AppProcess::send(const std::string& line) const {
     std::string text = line + "\n";
     size_t sent = 0;
     while (sent < text.size()) {
-        const ssize_t count =
-                ::send(mSocket, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
+        const ssize_t count = ::send(mSocket, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
         if (count < 0 && errno == EINTR) continue;
         if (count <= 0) return false;
         sent += static_cast<size_t>(count);

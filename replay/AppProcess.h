@@ -3,10 +3,10 @@
 
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <string>
-
-#include <sys/types.h>
 
 #include "replay/Application.h"
 

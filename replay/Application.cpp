@@ -3,11 +3,11 @@
 
 #include "replay/Application.h"
 
+#include <json/json.h>
+
 #include <algorithm>
 #include <memory>
 #include <variant>
-
-#include <json/json.h>
 
 namespace corvane::replay {
 namespace {

@@ -3,13 +3,13 @@
 
 #include "replay/Findings.h"
 
+#include <android/log.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
 #include <map>
 #include <unordered_map>
-
-#include <android/log.h>
 
 #include "replay/FtraceParser.h"
 
@@ -265,8 +265,7 @@ void Collector::readBoosts(const std::vector<host::BoostRequest>& requests) {
             id = match->id;
             traced = std::next(match);
         }
-        const Boost boost =
-                boostOf(id, sinceStart(request.timeNs), request.level, request.freqMHz);
+        const Boost boost = boostOf(id, sinceStart(request.timeNs), request.level, request.freqMHz);
         if (auto* found = layer(id)) {
             found->boosts.push_back(boost);
         } else {

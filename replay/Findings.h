@@ -52,7 +52,7 @@ struct Boost {
     int64_t atNs;
     int level;
     int freqMHz;
-    size_t frame;         // the layer's latest buffer by then, counted from 1; 0 for none
+    size_t frame;          // the layer's latest buffer by then, counted from 1; 0 for none
     int64_t sinceQueueNs;  // from that buffer's call
 };
 
@@ -79,7 +79,7 @@ struct FenceFindings {
     size_t told = 0;
     size_t sent = 0;      // deadlines that reached a sync file
     size_t filtered = 0;  // the frame's GPU work had begun too recently
-    std::vector<std::string> origins;  // the library's own lines on where a layer's fences come from
+    std::vector<std::string> origins;  // the library's lines on where fences come from
 
     // Of another origin, replaced by a later one, or of a layer that is not tracked.
     size_t skipped() const { return told - std::min(told, sent + filtered); }

@@ -112,7 +112,8 @@ bool parseBehindCpu(std::string_view text, Header& header) {
     auto time = takeTime(text);
     if (!time) {  // the flags column, which some kernels do not print
         size_t length = 0;
-        while (length < text.size() && length <= kMaxFlagsLength && !isBlank(text[length])) ++length;
+        while (length < text.size() && length <= kMaxFlagsLength && !isBlank(text[length]))
+            ++length;
         if (length > kMaxFlagsLength) return false;
         text.remove_prefix(length);
         skipBlanks(text);
@@ -129,8 +130,8 @@ bool parseBehindCpu(std::string_view text, Header& header) {
     return true;
 }
 
-// Tasks choose their names, so the CPU column is the first "[digits]" behind which a line goes on as
-// ftrace lines do.
+// Tasks choose their names, so the CPU column is the first "[digits]" behind which a line goes on
+// as ftrace lines do.
 std::optional<Header> parseHeader(std::string_view line) {
     for (size_t open = line.find('['); open != std::string_view::npos;
          open = line.find('[', open + 1)) {
@@ -187,9 +188,7 @@ Marker parseMarker(std::string_view text, TraceEvent& event) {
         event.name = text;
         return Marker::kEvent;
     }
-    event.kind = type == 'C'   ? Kind::kCounter
-                 : type == 'S' ? Kind::kAsyncBegin
-                               : Kind::kAsyncEnd;
+    event.kind = type == 'C' ? Kind::kCounter : type == 'S' ? Kind::kAsyncBegin : Kind::kAsyncEnd;
     return parseNamedValue(text, event) ? Marker::kEvent : Marker::kDamaged;
 }
 

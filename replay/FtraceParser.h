@@ -32,8 +32,8 @@ struct ParseStats {
 // it, with or without the TGID column, and hands every atrace marker to `sink` in the text's order.
 //
 // The text may be anything at all. A line that is not well-formed is counted and skipped; a
-// well-formed line of another event (a scheduler switch, say) is skipped and not counted as damaged.
-// One pass over the text; no allocation.
+// well-formed line of another event (a scheduler switch, say) is skipped and not counted as
+// damaged. One pass over the text; no allocation.
 ParseStats parseFtrace(std::string_view text, const std::function<void(const TraceEvent&)>& sink);
 
 }  // namespace corvane::replay

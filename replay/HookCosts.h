@@ -3,12 +3,12 @@
 
 #pragma once
 
+#include <utils/Timers.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
-
-#include <utils/Timers.h>
 
 namespace corvane::replay {
 
@@ -37,7 +37,8 @@ enum class Hook : size_t {
 
 const char* hookName(Hook hook);
 
-// Median, 99th percentile and maximum of a set of values, by the nearest-rank rule; all 0 when empty.
+// Median, 99th percentile and maximum of a set of values, by the nearest-rank rule; all 0 when
+// empty.
 struct Spread {
     size_t count = 0;
     int64_t p50 = 0;
@@ -46,8 +47,8 @@ struct Spread {
 };
 Spread spreadOf(std::vector<int64_t> values);
 
-// What each hook call cost, waits inside the hook included. Not synchronised: every thread fills one
-// of its own, and they are merged when the threads have ended.
+// What each hook call cost, waits inside the hook included. Not synchronised: every thread fills
+// one of its own, and they are merged when the threads have ended.
 class HookCosts {
   public:
     // Runs `call` and books its cost to `hook`; returns the cost in ns.

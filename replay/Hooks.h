@@ -10,8 +10,9 @@
 
 namespace corvane::replay {
 
-// What the player calls: the library's compositor hooks, or those of a test. The calls come from the
-// threads that the compositor would use: vsync and latch from one, queueing from one per process.
+// What the player calls: the library's compositor hooks, or those of a test. The calls come from
+// the threads that the compositor would use: vsync and latch from one, queueing from one per
+// process.
 class Hooks {
   public:
     virtual ~Hooks() = default;

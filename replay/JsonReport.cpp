@@ -1,10 +1,10 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
+#include <json/json.h>
+
 #include <map>
 #include <utility>
-
-#include <json/json.h>
 
 #include "replay/Report.h"
 

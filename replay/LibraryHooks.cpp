@@ -28,7 +28,8 @@ void LibraryHooks::trackVsyncSignal() {
 
 void LibraryHooks::trackBufferIncrement(const Layer& layer, const Process& process) {
     const host::ScopedBinderCaller caller(process.pid, process.uid);
-    // True is an ordinary buffer: the library takes it for one to be shown at once when it is false.
+    // True is an ordinary buffer: the library takes it for one to be shown at once when it is
+    // false.
     constexpr bool kOrdinary = true;
     corvaneTrackBufferIncrement(layer.name.c_str(), layer.id, kOrdinary, 0, 0);
 }

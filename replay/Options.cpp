@@ -37,7 +37,7 @@ constexpr const char* kSeeHelp = " (--help lists the options)";
 bool parseRepeat(std::string_view text, int& repeat) {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), repeat);
     return error == std::errc() && end == text.data() + text.size() && repeat >= 1 &&
-            repeat <= kMaxRepeat;
+           repeat <= kMaxRepeat;
 }
 
 }  // namespace
@@ -56,8 +56,8 @@ OptionsResult parseOptions(int argc, const char* const* argv) {
         const std::string argument = argv[i];
         if (onlyFiles || argument.empty() || argument[0] != '-') {
             if (!options.recording.empty()) {
-                return {std::nullopt, "more than one recording: '" + options.recording +
-                                              "' and '" + argument + "'"};
+                return {std::nullopt, "more than one recording: '" + options.recording + "' and '" +
+                                              argument + "'"};
             }
             if (argument.empty()) return {std::nullopt, "the recording's name is empty"};
             options.recording = argument;
@@ -90,9 +90,8 @@ OptionsResult parseOptions(int argc, const char* const* argv) {
         if (file != nullptr) {
             *file = value;
         } else if (!parseRepeat(value, options.repeat)) {
-            return {std::nullopt,
-                    "--repeat needs a number from 1 to " + std::to_string(kMaxRepeat) + ", not '" +
-                            value + "'"};
+            return {std::nullopt, "--repeat needs a number from 1 to " +
+                                          std::to_string(kMaxRepeat) + ", not '" + value + "'"};
         }
     }
     if (options.scenario.empty() && options.recording.empty()) options.scenario = defaultScenario;

@@ -3,16 +3,15 @@
 
 #include "replay/Player.h"
 
+#include <pthread.h>
+#include <unistd.h>
+#include <utils/Timers.h>
+
 #include <algorithm>
 #include <chrono>
 #include <string>
 #include <thread>
 #include <utility>
-
-#include <pthread.h>
-#include <unistd.h>
-
-#include <utils/Timers.h>
 
 #include "replay/Timeline.h"
 
@@ -30,7 +29,10 @@ int64_t now() {
 }  // namespace
 
 Player::Player(const Recording& recording, Hooks& hooks, int repeat)
-      : mRecording(recording), mHooks(hooks), mRepeat(repeat), mDepth(recording.layers.size()),
+      : mRecording(recording),
+        mHooks(hooks),
+        mRepeat(repeat),
+        mDepth(recording.layers.size()),
         mLatched(recording.layers.size()) {
     for (size_t i = 0; i < recording.processes.size(); ++i) {
         mProducers.emplace_back();

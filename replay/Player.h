@@ -23,8 +23,8 @@ struct TimedAction {
     std::function<void(HookCosts&)> run;
 };
 
-// Frames of a layer whose GPU fence is unsignalled at latch: of those that are latched, counted from
-// 1 over all passes, from `first` to `last` each one in `every`.
+// Frames of a layer whose GPU fence is unsignalled at latch: of those that are latched, counted
+// from 1 over all passes, from `first` to `last` each one in `every`.
 struct UnsignaledFences {
     size_t layer;
     size_t first;
@@ -49,11 +49,12 @@ struct PlayResult {
     size_t droppedFrames = 0;         // never drawn, since their producer was still held back
     size_t missedLatches = 0;  // buffers that a recorded latch took and this one did not find
     size_t fences = 0;         // told as unsignalled
-    Spread lateness;                  // of the vsync calls, behind the recorded times
+    Spread lateness;           // of the vsync calls, behind the recorded times
 };
 
 // Plays a recording's compositor in real time: vsyncs and latches on one thread, each producing
-// process's buffers on a thread of its own, every call at its recorded time by an absolute deadline.
+// process's buffers on a thread of its own, every call at its recorded time by an absolute
+// deadline.
 //
 // The library may hold a producer back inside the hook. Then the replay goes on as a phone would:
 //  - The producer is late: a buffer is queued at its recorded time, or when the producer is free.
@@ -86,7 +87,7 @@ class Player {
   private:
     struct Producer {
         size_t process;
-        std::vector<size_t> steps;  // its queue steps, indices into the recording's
+        std::vector<size_t> steps;   // its queue steps, indices into the recording's
         std::vector<size_t> toNext;  // from each, how many steps on the layer queues again
         HookCosts costs;
         std::vector<PlayedFrame> frames;
@@ -119,7 +120,8 @@ class Player {
     std::vector<Producer> mProducers;
     std::atomic<size_t> mBusyProducers{0};
     std::atomic<bool> mFinished{false};
-    // Per layer, the buffers queued and not latched: raised by producers, lowered by the compositor.
+    // Per layer, the buffers queued and not latched: raised by producers, lowered by the
+    // compositor.
     std::vector<std::atomic<int>> mDepth;
 
     // Of the compositor's thread.

@@ -189,16 +189,15 @@ bool Builder::chooseVsync() {
 // Of the counters with a layer's form, those of the process that writes the vsyncs; any, where a
 // trace has none of that process. Of two for one layer, the prefixed one.
 void Builder::chooseCounters() {
-    const bool ofCompositor = std::any_of(mCounters.begin(), mCounters.end(), [&](const auto& c) {
-        return c.pid == mVsync->pid;
-    });
+    const bool ofCompositor = std::any_of(mCounters.begin(), mCounters.end(),
+                                          [&](const auto& c) { return c.pid == mVsync->pid; });
     std::set<std::pair<int, std::string_view>> prefixed;
     for (const auto& counter : mCounters) {
         if (counter.prefixed) prefixed.emplace(counter.pid, counter.name);
     }
     for (auto& counter : mCounters) {
         counter.used = (!ofCompositor || counter.pid == mVsync->pid) &&
-                (counter.prefixed || prefixed.count({counter.pid, counter.name}) == 0);
+                       (counter.prefixed || prefixed.count({counter.pid, counter.name}) == 0);
     }
 }
 
@@ -289,9 +288,8 @@ void Builder::limitLayers() {
     if (layers.size() <= Recording::kMaxLayers) return;
     std::vector<size_t> order(layers.size());
     for (size_t i = 0; i < order.size(); ++i) order[i] = i;
-    std::stable_sort(order.begin(), order.end(), [&](size_t a, size_t b) {
-        return layers[a].frames > layers[b].frames;
-    });
+    std::stable_sort(order.begin(), order.end(),
+                     [&](size_t a, size_t b) { return layers[a].frames > layers[b].frames; });
     order.resize(Recording::kMaxLayers);
     std::sort(order.begin(), order.end());
     std::vector<size_t> newIndex(layers.size(), SIZE_MAX);
@@ -335,9 +333,10 @@ std::vector<int> Builder::producers() const {
     std::vector<bool> spent(mQueueSlices.size());
     // The slice that began last before the step, if it reaches that far and `afterNs` further.
     const auto vote = [&](const Step& step, int64_t afterNs) {
-        const auto next = std::upper_bound(
-                mQueueSlices.begin(), mQueueSlices.end(), step.timeNs,
-                [](int64_t time, const Slice& slice) { return time < slice.beginNs; });
+        const auto next = std::upper_bound(mQueueSlices.begin(), mQueueSlices.end(), step.timeNs,
+                                           [](int64_t time, const Slice& slice) {
+                                               return time < slice.beginNs;
+                                           });
         if (next == mQueueSlices.begin()) return false;
         const auto slice = std::prev(next);
         const auto index = static_cast<size_t>(slice - mQueueSlices.begin());
@@ -355,11 +354,9 @@ std::vector<int> Builder::producers() const {
 
     std::vector<int> pids;
     for (size_t i = 0; i < votes.size(); ++i) {
-        const auto best =
-                std::max_element(votes[i].begin(), votes[i].end(),
-                                 [](auto& a, auto& b) { return a.second < b.second; });
-        const bool most =
-                best != votes[i].end() && best->second * 2 >= mRecording.layers[i].frames;
+        const auto best = std::max_element(votes[i].begin(), votes[i].end(),
+                                           [](auto& a, auto& b) { return a.second < b.second; });
+        const bool most = best != votes[i].end() && best->second * 2 >= mRecording.layers[i].frames;
         pids.push_back(most ? best->first : 0);
     }
     return pids;
@@ -368,10 +365,10 @@ std::vector<int> Builder::producers() const {
 void Builder::assignProcesses() {
     // The compositor queues to the display itself; those slices are no application's.
     mQueueSlices.erase(std::remove_if(mQueueSlices.begin(), mQueueSlices.end(),
-                                 [&](const Slice& s) {
-                                     return s.pid < 1 || s.pid == mVsync->pid;
-                                 }),
-                  mQueueSlices.end());
+                                      [&](const Slice& s) {
+                                          return s.pid < 1 || s.pid == mVsync->pid;
+                                      }),
+                       mQueueSlices.end());
     std::sort(mQueueSlices.begin(), mQueueSlices.end(),
               [](const Slice& a, const Slice& b) { return a.beginNs < b.beginNs; });
     std::set<int> pids;

@@ -3,6 +3,8 @@
 
 #include "replay/Scenario.h"
 
+#include <json/json.h>
+
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
@@ -11,8 +13,6 @@
 #include <memory>
 #include <stdexcept>
 #include <utility>
-
-#include <json/json.h>
 
 namespace corvane::replay {
 namespace {
@@ -245,9 +245,7 @@ void addEvents(const Node& node, std::vector<ScenarioEvent>& events) {
              }},
             {"count", [&](const Node& n) { count = n.integer(1, kMaxCount); }},
             {"everyMs",
-             [&](const Node& n) {
-                 everyNs = static_cast<int64_t>(n.number(kMaxEventMs) * 1e6);
-             }},
+             [&](const Node& n) { everyNs = static_cast<int64_t>(n.number(kMaxEventMs) * 1e6); }},
             {"unblock",
              [&](const Node& n) {
                  if (!n.boolean()) n.fail("must be true");
@@ -270,9 +268,8 @@ Scenario scenarioOf(const Node& root, const std::string& fileName) {
             {"description", [&](const Node& n) { scenario.description = n.text(); }},
             {"recording",
              [&](const Node& n) {
-                 scenario.recording =
-                         (std::filesystem::path(fileName).parent_path() / n.text())
-                                 .lexically_normal();
+                 scenario.recording = (std::filesystem::path(fileName).parent_path() / n.text())
+                                              .lexically_normal();
              }},
             {"repeat", [&](const Node& n) { scenario.repeat = n.integer(1, kMaxRepeat); }},
             {"games",

@@ -1,8 +1,6 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "replay/Report.h"
-
 #include <algorithm>
 #include <cinttypes>
 #include <cstdarg>
@@ -12,6 +10,8 @@
 #include <tuple>
 #include <utility>
 #include <vector>
+
+#include "replay/Report.h"
 
 namespace corvane::replay {
 namespace {
@@ -119,12 +119,12 @@ std::string recordingPart(const ReportSource& source) {
             plural(recording.layers.size(), "layer") + ", " + plural(recording.frames, "frame") +
             ", " + plural(recording.skippedLines, "line") + " skipped\n";
     if (recording.skippedLayers > 0) {
-        text += "  " + plural(recording.skippedLayers, "layer") + " with the fewest frames left out\n";
+        text += "  " + plural(recording.skippedLayers, "layer") +
+                " with the fewest frames left out\n";
     }
     text += "  played " + (source.repeat == 1 ? "once" : format("%d times", source.repeat)) +
-            " in " + seconds(played.durationNs) + "; vsyncs late by " +
-            cost(played.lateness.p50) + " p50, " + cost(played.lateness.p99) + " p99, " +
-            cost(played.lateness.max) + " max\n";
+            " in " + seconds(played.durationNs) + "; vsyncs late by " + cost(played.lateness.p50) +
+            " p50, " + cost(played.lateness.p99) + " p99, " + cost(played.lateness.max) + " max\n";
     if (played.droppedFrames > 0 || played.missedLatches > 0) {
         text += "  " + plural(played.droppedFrames, "frame") +
                 " not drawn while their producer was held; " +
@@ -155,7 +155,10 @@ std::string layersPart(const ReportSource& source) {
         }
         table.add({std::to_string(layer.id),
                    found.package.empty() ? "-" : shown(found.package, kPackageWidth),
-                   !found.game ? "-" : *found.game ? "yes" : "no", std::to_string(layer.frames),
+                   !found.game   ? "-"
+                   : *found.game ? "yes"
+                                 : "no",
+                   std::to_string(layer.frames),
                    found.candidateNs ? seconds(*found.candidateNs) : "never",
                    found.promotedNs ? seconds(*found.promotedNs) : "never", fps, mode,
                    shown(layer.name, kNameWidth)});
@@ -188,7 +191,7 @@ std::string switchesText(const std::vector<FeatureSwitch>& switches) {
 
 std::string spreadText(const Spread& spread) {
     return millis(spread.p50) + " p50, " + millis(spread.p99) + " p99, " + millis(spread.max) +
-            " max";
+           " max";
 }
 
 void addHeadroom(Table& table, const LayerFindings& found) {
@@ -207,7 +210,7 @@ void addTargetFps(Table& table, const LayerFindings& found) {
     table.add({"target FPS", switchesText(found.of(FeatureKind::kTargetFps))});
     if (found.pacedNs.empty()) return;
     table.add({"", plural(found.pacedNs.size(), "frame") + " paced, asleep for " +
-                       spreadText(spreadOf(found.pacedNs))});
+                           spreadText(spreadOf(found.pacedNs))});
 }
 
 // "500" or "871-1612", from ascending values.
@@ -228,8 +231,8 @@ std::string boostsOfLevel(int level, const std::vector<const Boost*>& boosts) {
             format("level %d: %zux %s MHz", level, boosts.size(), rangeText(freqs).c_str());
     if (delays.empty()) return text;
     return text + ", " + millis(spreadOf(delays).p50) + " p50 after queueing" +
-            format(", first for frame %zu at ", boosts.front()->frame) +
-            seconds(boosts.front()->atNs);
+           format(", first for frame %zu at ", boosts.front()->frame) +
+           seconds(boosts.front()->atNs);
 }
 
 // The frames whose rescue went furthest, with the frequency of each stage.
@@ -301,7 +304,8 @@ std::string fencesPart(const ReportSource& source) {
     const FenceFindings& fences = source.findings.fences;
     if (fences.told == 0) return "";
     std::string text = heading(source, "GPU fences");
-    text += format("  %zu unsignalled at latch: %s sent, %zu filtered (GPU work too recent), "
+    text +=
+            format("  %zu unsignalled at latch: %s sent, %zu filtered (GPU work too recent), "
                    "%zu skipped\n",
                    fences.told, plural(fences.sent, "deadline").c_str(), fences.filtered,
                    fences.skipped());
@@ -323,7 +327,8 @@ std::string scenesPart(const ReportSource& source) {
         json.erase(json.find_last_not_of('\n') + 1);
         text += "  " + seconds(reports[i]->timeNs) + "  " + shown(json, kMaxSceneText) + "\n";
     }
-    if (reports.size() > kMaxEvents) text += format("  and %zu more\n", reports.size() - kMaxEvents);
+    if (reports.size() > kMaxEvents)
+        text += format("  and %zu more\n", reports.size() - kMaxEvents);
     return text;
 }
 
@@ -366,7 +371,7 @@ std::string detailOf(const host::PerfCall& call) {
     }
     if (call.entry == "perf_event" && call.number == kModeEvent && call.args.size() == 2) {
         return format("mode %d", call.args[1]) + " for " + shown(call.package, kDetailWidth) +
-                " at " + seconds(call.timeNs);
+               " at " + seconds(call.timeNs);
     }
     if (call.entry == "perf_event") {
         return shown(call.package, kDetailWidth) + " at " + seconds(call.timeNs);
@@ -382,7 +387,7 @@ std::string detailOf(const host::PerfCall& call) {
 // properties and the registration are in the JSON report.
 bool isOfInterest(const host::PerfCall& call) {
     return call.entry != "perf_get_prop" && call.entry != "get_perf_hal_ver" &&
-            call.entry != "perf_callback_register";
+           call.entry != "perf_callback_register";
 }
 
 std::string servicePart(const ReportSource& source) {
@@ -410,7 +415,7 @@ std::string servicePart(const ReportSource& source) {
     }
     const std::string rows = table.text();
     return heading(source, "Calls that reached the performance service") +
-            (rows.empty() ? "  none\n" : rows);
+           (rows.empty() ? "  none\n" : rows);
 }
 
 std::string hooksPart(const ReportSource& source) {
@@ -420,8 +425,8 @@ std::string hooksPart(const ReportSource& source) {
         const auto hook = static_cast<Hook>(i);
         const Spread spread = source.played.costs.spread(hook);
         if (spread.count == 0) continue;
-        table.add({hookName(hook), std::to_string(spread.count), cost(spread.p50),
-                   cost(spread.p99), cost(spread.max)});
+        table.add({hookName(hook), std::to_string(spread.count), cost(spread.p50), cost(spread.p99),
+                   cost(spread.max)});
     }
     if (source.application) {
         for (const auto& [name, spread] : source.application->hooks) {
@@ -430,7 +435,7 @@ std::string hooksPart(const ReportSource& source) {
         }
     }
     return heading(source, "Hooks (with debug log and trace on; time held back counts)") +
-            table.text();
+           table.text();
 }
 
 std::string complaintsPart(const ReportSource& source) {
@@ -450,8 +455,9 @@ std::string complaintsPart(const ReportSource& source) {
 }  // namespace
 
 std::string textReport(const ReportSource& source) {
-    return recordingPart(source) + layersPart(source) + featuresPart(source) +
-            fencesPart(source) + scenesPart(source) + applicationPart(source) + servicePart(source) + hooksPart(source) + complaintsPart(source);
+    return recordingPart(source) + layersPart(source) + featuresPart(source) + fencesPart(source) +
+           scenesPart(source) + applicationPart(source) + servicePart(source) + hooksPart(source) +
+           complaintsPart(source);
 }
 
 }  // namespace corvane::replay

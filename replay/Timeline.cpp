@@ -3,13 +3,13 @@
 
 #include "replay/Timeline.h"
 
-#include <cerrno>
-
 #include <pthread.h>
 #include <sched.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <time.h>
+
+#include <cerrno>
 
 namespace corvane::replay {
 namespace {

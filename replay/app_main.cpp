@@ -4,16 +4,15 @@
 // The application of a replay: loads the library as an application process does, and calls its
 // application hooks on the timeline that corvane-replay hands over.
 
+#include <android-base/properties.h>
+#include <dlfcn.h>
+#include <utils/Timers.h>
+
 #include <cstdint>
 #include <iostream>
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <dlfcn.h>
-
-#include <android-base/properties.h>
-#include <utils/Timers.h>
 
 #include "corvane/host/Binder.h"
 #include "corvane/host/LogCapture.h"
@@ -46,7 +45,8 @@ struct AppHooks {
         std::string missing;
         const auto find = [&](auto& hook, const char* name) {
             hook = reinterpret_cast<std::decay_t<decltype(hook)>>(dlsym(library, name));
-            if (hook == nullptr && missing.empty()) missing = std::string(kLibrary) + " lacks " + name;
+            if (hook == nullptr && missing.empty())
+                missing = std::string(kLibrary) + " lacks " + name;
         };
         find(appInit, "aCorvaneAppInit");
         find(smartTouchActive, "aCorvaneSmartTouchActive");
@@ -78,7 +78,8 @@ class Application {
         mMainCosts.merge(mRenderCosts);
         for (size_t i = 0; i < static_cast<size_t>(Hook::kCount); ++i) {
             const Spread spread = mMainCosts.spread(static_cast<Hook>(i));
-            if (spread.count > 0) mResult.hooks.emplace_back(hookName(static_cast<Hook>(i)), spread);
+            if (spread.count > 0)
+                mResult.hooks.emplace_back(hookName(static_cast<Hook>(i)), spread);
         }
         return mResult;
     }

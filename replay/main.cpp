@@ -1,6 +1,12 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
+#include <android-base/properties.h>
+#include <corvane/hooks.h>
+#include <cutils/trace.h>
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -14,13 +20,6 @@
 #include <utility>
 #include <variant>
 #include <vector>
-
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <android-base/properties.h>
-#include <corvane/hooks.h>
-#include <cutils/trace.h>
 
 #include "corvane/host/Devices.h"
 #include "corvane/host/LogCapture.h"
@@ -155,9 +154,10 @@ std::vector<UnsignaledFences> fencesOf(const Scenario& scenario, const Recording
 // The application that the scenario touches; null when it touches none.
 std::unique_ptr<AppProcess> startApplication(const Scenario& scenario, const Recording& recording,
                                              const Player& player, int repeat) {
-    const bool touched = std::any_of(
-            scenario.events.begin(), scenario.events.end(),
-            [](const ScenarioEvent& event) { return std::holds_alternative<Touch>(event.what); });
+    const bool touched = std::any_of(scenario.events.begin(), scenario.events.end(),
+                                     [](const ScenarioEvent& event) {
+                                         return std::holds_alternative<Touch>(event.what);
+                                     });
     if (!touched) return nullptr;
     size_t layer = 0;
     if (!scenario.application.empty()) {
@@ -167,8 +167,8 @@ std::unique_ptr<AppProcess> startApplication(const Scenario& scenario, const Rec
     }
     const auto program =
             std::filesystem::read_symlink("/proc/self/exe").parent_path() / "corvane-replay-app";
-    return std::make_unique<AppProcess>(
-            program.string(), planOf(recording, layer, repeat, player.passNs(), scenario));
+    return std::make_unique<AppProcess>(program.string(), planOf(recording, layer, repeat,
+                                                                 player.passNs(), scenario));
 }
 
 // What a compositor asks the library for itself.

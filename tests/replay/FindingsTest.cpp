@@ -1,16 +1,14 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "replay/Findings.h"
-
+#include <android/log.h>
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include <android/log.h>
-
 #include "TraceText.h"
+#include "replay/Findings.h"
 #include "replay/Report.h"
 
 namespace corvane::replay {
@@ -154,8 +152,8 @@ TEST_F(FindingsTest, ReportsFitAScreenWhateverTheNames) {
     const Findings findings = find();
     ASSERT_EQ(findings.complaints.size(), 1U);
     EXPECT_EQ(findings.complaints[0].second, 2U);
-    const ReportSource source{"dir/" + std::string(300, 'f'), "", "", 1, mRecording, mPlayed,
-                              findings};
+    const ReportSource
+            source{"dir/" + std::string(300, 'f'), "", "", 1, mRecording, mPlayed, findings};
     const std::string text = textReport(source);
     EXPECT_EQ(text.find('\x1b'), std::string::npos);
     for (size_t begin = 0; begin < text.size();) {

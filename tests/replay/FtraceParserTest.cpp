@@ -1,8 +1,6 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "replay/FtraceParser.h"
-
 #include <gtest/gtest.h>
 
 #include <ostream>
@@ -10,6 +8,8 @@
 #include <string>
 #include <tuple>
 #include <vector>
+
+#include "replay/FtraceParser.h"
 
 namespace corvane::replay {
 namespace {
@@ -24,7 +24,7 @@ struct Owned {
 
     bool operator==(const Owned& o) const {
         return std::tie(kind, timeNs, tid, pid, name, value) ==
-                std::tie(o.kind, o.timeNs, o.tid, o.pid, o.name, o.value);
+               std::tie(o.kind, o.timeNs, o.tid, o.pid, o.name, o.value);
     }
     friend std::ostream& operator<<(std::ostream& out, const Owned& o) {
         return out << "kind " << static_cast<int>(o.kind) << " at " << o.timeNs << " tid " << o.tid
@@ -60,8 +60,7 @@ TEST(FtraceParser, ReadsEveryFormOfLine) {
              {Kind::kBegin, 1, 17, 1900, "queueBuffer", 0}},
             {"a [3] b-c-5\t[001] .... 1.0: tracing_mark_write: E|9\r",
              {Kind::kEnd, 1'000'000'000, 5, 9, "", 0}},
-            {"x-5 [001] .... 1.0: tracing_mark_write: E",
-             {Kind::kEnd, 1'000'000'000, 5, 0, "", 0}},
+            {"x-5 [001] .... 1.0: tracing_mark_write: E", {Kind::kEnd, 1'000'000'000, 5, 0, "", 0}},
             {"x-5 [001] .... 1.0: tracing_mark_write: S|9|CPU headroom - a#1|4",
              {Kind::kAsyncBegin, 1'000'000'000, 5, 9, "CPU headroom - a#1", 4}},
             {"x-5 [001] .... 1.0: tracing_mark_write: F|9|n|-4",

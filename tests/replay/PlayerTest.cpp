@@ -1,9 +1,10 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "replay/Player.h"
-
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
+#include <utils/Timers.h>
 
 #include <algorithm>
 #include <condition_variable>
@@ -14,10 +15,7 @@
 #include <thread>
 #include <vector>
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <utils/Timers.h>
+#include "replay/Player.h"
 
 namespace corvane::replay {
 namespace {
@@ -97,9 +95,7 @@ class FakeHooks : public Hooks {
         record("create " + timeline);
         return dup(STDERR_FILENO);
     }
-    void notifyGpuFenceUnsignaled(int fd, const Layer& layer) override {
-        fence("now", fd, layer);
-    }
+    void notifyGpuFenceUnsignaled(int fd, const Layer& layer) override { fence("now", fd, layer); }
     void trackLatchUnsignaledGpuFence(int fd, const Layer& layer) override {
         mRecorded.push_back(fd);
         fence("recorded", fd, layer);
@@ -127,7 +123,8 @@ class FakeHooks : public Hooks {
     std::string compositorsSequence() const {
         std::string text;
         for (const auto& call : mCalls) {
-            const bool wanted = call.what.rfind("vsync", 0) != 0 && call.what.rfind("queue", 0) != 0;
+            const bool wanted =
+                    call.what.rfind("vsync", 0) != 0 && call.what.rfind("queue", 0) != 0;
             if (wanted) text += call.what + "; ";
         }
         return text;
@@ -192,7 +189,7 @@ TEST(Player, PlaysEveryPassOnTheThreadsOfACompositor) {
     const auto queues = hooks.calls("queue 1");
     for (size_t i = 0; i < queues.size(); ++i) {
         const int64_t due = static_cast<int64_t>(i / 3) * player.passNs() +
-                static_cast<int64_t>(2 + i % 3 * 10) * kMs;
+                            static_cast<int64_t>(2 + i % 3 * 10) * kMs;
         EXPECT_GE(queues[i].timeNs - played.startNs, due);
     }
     EXPECT_EQ(player.passNs(), 40 * kMs);
@@ -257,7 +254,8 @@ TEST(Player, RunsActionsInTimesOrderUpToTheEnd) {
     std::vector<TimedAction> actions;
     for (const int64_t ms : {30, 10, 20, 100'000}) {
         actions.push_back({ms * kMs, [&ran, ms](HookCosts& costs) {
-                               costs.measure(Hook::kUnblockPendingBuffer, [&] { ran.push_back(ms); });
+                               costs.measure(Hook::kUnblockPendingBuffer,
+                                             [&] { ran.push_back(ms); });
                            }});
     }
     Player player(recording, hooks, 1);

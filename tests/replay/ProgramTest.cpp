@@ -2,6 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include <gtest/gtest.h>
+#include <json/json.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -9,11 +12,6 @@
 #include <fstream>
 #include <memory>
 #include <string>
-
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <json/json.h>
 
 #include "TraceText.h"
 
@@ -31,7 +29,7 @@ class Program : public testing::Test {
         const auto here = std::filesystem::read_symlink("/proc/self/exe").parent_path();
         mProgram = here.parent_path() / "bin" / "corvane-replay";
         mFolder = std::filesystem::temp_directory_path() /
-                ("corvane-replay-test-" + std::to_string(getpid()));
+                  ("corvane-replay-test-" + std::to_string(getpid()));
         std::filesystem::create_directory(mFolder);
     }
     ~Program() override { std::filesystem::remove_all(mFolder); }

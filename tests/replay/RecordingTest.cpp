@@ -1,8 +1,6 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "replay/Recording.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -14,13 +12,14 @@
 #include <vector>
 
 #include "TraceText.h"
+#include "replay/Recording.h"
 
 namespace corvane::replay {
 namespace {
 
 std::string bundled(const std::string& name) {
-    const auto path = std::filesystem::read_symlink("/proc/self/exe").parent_path() /
-            "recordings" / (name + ".systrace.txt");
+    const auto path = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "recordings" /
+                      (name + ".systrace.txt");
     std::ifstream file(path);
     EXPECT_TRUE(file) << path;
     std::stringstream text;
@@ -61,15 +60,24 @@ TEST(Recording, TheBundledOnesHoldWhatWasRecorded) {
             pid_t pid;  // 0: made up
         } layers[3];
     } kCases[] = {
-            {"reader-60fps-stuffed", 4.169, 16.7, 250,
+            {"reader-60fps-stuffed",
+             4.169,
+             16.7,
+             250,
              {{"SurfaceView[com.example.reader/com.example.reader.MainActivity](BLAST)#102", 102,
                248, 2100},
               {"StatusBar#0", 1, 3, 0}}},
-            {"arena-30fps-on-60hz", 2.555, 16.7, 154,
+            {"arena-30fps-on-60hz",
+             2.555,
+             16.7,
+             154,
              {{"SurfaceView[com.example.arena/com.example.arena.GameActivity](BLAST)#101", 101, 77,
                1900},
               {"StatusBar#0", 1, 3, 0}}},
-            {"launcher-scroll-two-layers", 2.188, 11.13, 139,
+            {"launcher-scroll-two-layers",
+             2.188,
+             11.13,
+             139,
              {{"com.example.launcher/com.example.launcher.Launcher#103", 103, 107, 2300},
               {"com.example.wallpaper.LiveWallpaper#104", 104, 64, 0},
               {"StatusBar#0", 1, 1, 0}}},

@@ -12,8 +12,7 @@ namespace corvane::replay {
 class TraceText {
   public:
     TraceText& counterOf(int pid, double ms, const std::string& name, int value) {
-        return line(602, ms,
-                    "C|" + std::to_string(pid) + "|" + name + "|" + std::to_string(value));
+        return line(602, ms, "C|" + std::to_string(pid) + "|" + name + "|" + std::to_string(value));
     }
     TraceText& counter(double ms, const std::string& name, int value) {
         return counterOf(kCompositor, ms, name, value);
