@@ -194,8 +194,8 @@ TEST_F(FeatureSwitchingTest, ATouchReleasesAHeldBufferUnlessActivitiesSwitch) {
     ASSERT_TRUE(mClock.waitForSleepers(1));
     ASSERT_TRUE(PerfService::push(kActivityHint, "", 2, 1, {}));
     corvaneUnblockPendingBuffer();
-    EXPECT_FALSE(released);
     ASSERT_TRUE(PerfService::push(kActivityHint, "", 2, 0, {}));
+    EXPECT_FALSE(released) << "the service's round trip left it time enough";
     corvaneUnblockPendingBuffer();
     producer.join();
     EXPECT_EQ(mClock.now(), queued) << "no time-out was needed";
