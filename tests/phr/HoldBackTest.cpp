@@ -138,6 +138,12 @@ TEST_F(HoldBackTest, InstantBufferAndTheOneAfterItPass) {
     ASSERT_TRUE(returns(held));
 }
 
+TEST_F(HoldBackTest, ReleaseJustBeforeTheWaitIsNotMissed) {
+    state->mReleased = true;
+    EXPECT_FALSE(state->waitUnlessReleased(kPeriod));  // nobody would end it
+    EXPECT_EQ(waiting(), 0);
+}
+
 TEST_F(HoldBackTest, BufferBelowItsHeadroomPasses) {
     state->mPendingCount = 0;
     clock.advance(kPeriod - kHeadroom + 1);
