@@ -19,6 +19,8 @@ namespace {
 constexpr int kGameRequest = 5633;  // the service's game classification and weight
 constexpr int kIsGame = 2;          // its answer for a game
 constexpr int kFrameRescueEvent = 4186;
+// Only a debug line to the library, but what a scenario's author has to know.
+constexpr std::string_view kHeadroomSwitchedOff = "set PhrMinRate fail, Quick Touch disable!";
 
 bool startsWith(std::string_view text, std::string_view prefix) {
     return text.substr(0, prefix.size()) == prefix;
@@ -71,7 +73,8 @@ class Collector {
     void onBegin(const TraceEvent& event, Queueing& queueing);
     void addHeld(const Queueing& queueing, int64_t releaseNs);
     void placeReleases();
-    Boost boostOf(int id, int64_t atNs, int level, int freqMHz) const;
+    int layerOfPackage(const std::string& package) const;
+    void addBoost(int id, int64_t atNs, int level, int freqMHz);
 
     const Recording& mRecording;
     const PlayResult& mPlayed;
@@ -90,7 +93,7 @@ void Collector::readLog(const std::vector<host::LogLine>& log) {
     std::map<std::string, size_t> index;
     for (const auto& line : log) {
         const int64_t atNs = sinceStart(line.timeNs);
-        if (line.priority >= ANDROID_LOG_WARN) {
+        if (line.priority >= ANDROID_LOG_WARN || line.text == kHeadroomSwitchedOff) {
             const auto [entry, isNew] = index.emplace(line.text, mFindings.complaints.size());
             if (isNew) mFindings.complaints.emplace_back(line.text, 0);
             ++mFindings.complaints[entry->second].second;
@@ -265,33 +268,42 @@ void Collector::readBoosts(const std::vector<host::BoostRequest>& requests) {
             id = match->id;
             traced = std::next(match);
         }
-        const Boost boost = boostOf(id, sinceStart(request.timeNs), request.level, request.freqMHz);
-        if (auto* found = layer(id)) {
-            found->boosts.push_back(boost);
-        } else {
-            mFindings.unclaimedBoosts.push_back(boost);
-        }
+        addBoost(id, sinceStart(request.timeNs), request.level, request.freqMHz);
     }
     // Without the device, and above its levels, the service gets them.
     for (const auto& call : mFindings.calls) {
         if (call.entry != "perf_event" || call.number != kFrameRescueEvent || call.args.empty()) {
             continue;
         }
-        mFindings.unclaimedBoosts.push_back(boostOf(0, call.timeNs, call.args[0], 0));
+        addBoost(layerOfPackage(call.package), call.timeNs, call.args[0], 0);
     }
 }
 
-Boost Collector::boostOf(int id, int64_t atNs, int level, int freqMHz) const {
+// The id of the tracked layer of a package; 0 when there is none.
+int Collector::layerOfPackage(const std::string& package) const {
+    for (size_t i = 0; i < mFindings.layers.size(); ++i) {
+        if (mFindings.layers[i].package == package && !package.empty()) {
+            return mRecording.layers[i].id;
+        }
+    }
+    return 0;
+}
+
+void Collector::addBoost(int id, int64_t atNs, int level, int freqMHz) {
     Boost boost{atNs, level, freqMHz, 0, 0};
     const auto entry = mById.find(id);
-    if (entry == mById.end()) return boost;
+    if (entry == mById.end()) {
+        mFindings.unclaimedBoosts.push_back(boost);
+        return;
+    }
     // The hint that releases an earlier boost comes from within the next buffer's call.
     const auto& times = mCallTimes[entry->second];
     const auto next = std::upper_bound(times.begin(), times.end(), atNs);
-    if (next == times.begin()) return boost;
-    boost.frame = static_cast<size_t>(next - times.begin());
-    boost.sinceQueueNs = atNs - *std::prev(next);
-    return boost;
+    if (next != times.begin()) {
+        boost.frame = static_cast<size_t>(next - times.begin());
+        boost.sinceQueueNs = atNs - *std::prev(next);
+    }
+    mFindings.layers[entry->second].boosts.push_back(boost);
 }
 
 }  // namespace

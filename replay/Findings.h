@@ -77,8 +77,8 @@ struct LayerFindings {
 // GPU fences that were told as unsignalled.
 struct FenceFindings {
     size_t told = 0;
-    size_t sent = 0;      // deadlines that reached a sync file
-    size_t filtered = 0;  // the frame's GPU work had begun too recently
+    size_t sent = 0;                   // deadlines that reached a sync file
+    size_t filtered = 0;               // the frame's GPU work had begun too recently
     std::vector<std::string> origins;  // the library's lines on where fences come from
 
     // Of another origin, replaced by a later one, or of a layer that is not tracked.

@@ -2,23 +2,18 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include <algorithm>
-#include <cinttypes>
-#include <cstdarg>
-#include <cstdio>
 #include <filesystem>
 #include <map>
-#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "replay/Report.h"
+#include "replay/TextTable.h"
 
 namespace corvane::replay {
 namespace {
 
 constexpr size_t kWidth = 100;
-constexpr double kNsPerUs = 1e3;
-constexpr double kNsPerMs = 1e6;
 constexpr double kNsPerSecond = 1e9;
 
 // Lists are cut to what fits a screen; the JSON report has them whole.
@@ -31,80 +26,10 @@ constexpr size_t kMaxSceneText = 260;  // the library sends at most 256 characte
 constexpr int kSceneEvent = 4194;
 constexpr int kModeEvent = 4196;
 
-__attribute__((format(printf, 1, 2))) std::string format(const char* pattern, ...) {
-    char text[512];
-    va_list args;
-    va_start(args, pattern);
-    std::vsnprintf(text, sizeof(text), pattern, args);
-    va_end(args);
-    return text;
-}
-
-std::string seconds(int64_t ns) {
-    return format("%.2f s", static_cast<double>(ns) / kNsPerSecond);
-}
-
-std::string millis(int64_t ns) {
-    return format("%.2f ms", static_cast<double>(ns) / kNsPerMs);
-}
-
-std::string cost(int64_t ns) {
-    if (ns < 10'000'000) return format("%.1f us", static_cast<double>(ns) / kNsPerUs);
-    return format("%.1f ms", static_cast<double>(ns) / kNsPerMs);
-}
-
-std::string plural(size_t count, const char* noun) {
-    return format("%zu %s%s", count, noun, count == 1 ? "" : "s");
-}
-
 // Stands out on a terminal; no blank lines, so that a report fits its screen.
 std::string heading(const ReportSource& source, const std::string& text) {
     return source.terminal ? "\x1b[1m" + text + "\x1b[0m\n" : text + "\n";
 }
-
-// Names are chosen by applications: no control characters reach the terminal, and a long name loses
-// its middle.
-std::string shown(std::string name, size_t width) {
-    for (auto& c : name) {
-        if (static_cast<unsigned char>(c) < ' ' || c == 0x7f) c = '?';
-    }
-    if (name.size() <= width) return name;
-    const size_t tail = width / 3;
-    return name.substr(0, width - tail - 3) + "..." + name.substr(name.size() - tail);
-}
-
-// Lines of cells in aligned columns. A row with fewer cells than the table has columns may end in a
-// long one.
-class Table {
-  public:
-    // One character per column: 'l' or 'r' for its alignment.
-    explicit Table(std::string alignment) : mAlignment(std::move(alignment)) {}
-
-    void add(std::vector<std::string> cells) { mRows.push_back(std::move(cells)); }
-
-    std::string text(const std::string& indent = "  ") const {
-        std::vector<size_t> widths(mAlignment.size());
-        for (const auto& row : mRows) {
-            for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
-        }
-        std::string text;
-        for (const auto& row : mRows) {
-            std::string line = indent;
-            for (size_t i = 0; i < row.size(); ++i) {
-                const std::string pad(widths[i] - row[i].size(), ' ');
-                if (i > 0) line += "  ";
-                line += mAlignment[i] == 'r' ? pad + row[i] : row[i] + pad;
-            }
-            line.erase(line.find_last_not_of(' ') + 1);
-            text += line + "\n";
-        }
-        return text;
-    }
-
-  private:
-    const std::string mAlignment;
-    std::vector<std::vector<std::string>> mRows;
-};
 
 std::string recordingPart(const ReportSource& source) {
     const Recording& recording = source.recording;
@@ -142,7 +67,7 @@ std::string recordingPart(const ReportSource& source) {
 std::string layersPart(const ReportSource& source) {
     constexpr size_t kPackageWidth = 28;
     constexpr size_t kNameWidth = 34;
-    Table table("rllrrrrrl");
+    TextTable table("rllrrrrrl");
     table.add({"id", "package", "game", "frames", "candidate", "promoted", "FPS", "mode", "name"});
     for (size_t i = 0; i < source.recording.layers.size(); ++i) {
         const Layer& layer = source.recording.layers[i];
@@ -194,7 +119,7 @@ std::string spreadText(const Spread& spread) {
            " max";
 }
 
-void addHeadroom(Table& table, const LayerFindings& found) {
+void addHeadroom(TextTable& table, const LayerFindings& found) {
     table.add({"headroom", switchesText(found.of(FeatureKind::kHeadroom))});
     std::vector<int64_t> held, before;
     for (const auto& frame : found.held) {
@@ -206,7 +131,7 @@ void addHeadroom(Table& table, const LayerFindings& found) {
     table.add({"", "released before the next vsync by " + spreadText(spreadOf(before))});
 }
 
-void addTargetFps(Table& table, const LayerFindings& found) {
+void addTargetFps(TextTable& table, const LayerFindings& found) {
     table.add({"target FPS", switchesText(found.of(FeatureKind::kTargetFps))});
     if (found.pacedNs.empty()) return;
     table.add({"", plural(found.pacedNs.size(), "frame") + " paced, asleep for " +
@@ -227,8 +152,9 @@ std::string boostsOfLevel(int level, const std::vector<const Boost*>& boosts) {
         if (boost->frame > 0) delays.push_back(boost->sinceQueueNs);
     }
     std::sort(freqs.begin(), freqs.end());
-    std::string text =
-            format("level %d: %zux %s MHz", level, boosts.size(), rangeText(freqs).c_str());
+    std::string text = format("level %d: %zux", level, boosts.size());
+    // The service is not told a frequency.
+    if (freqs.back() > 0) text += " " + rangeText(freqs) + " MHz";
     if (delays.empty()) return text;
     return text + ", " + millis(spreadOf(delays).p50) + " p50 after queueing" +
            format(", first for frame %zu at ", boosts.front()->frame) +
@@ -260,7 +186,7 @@ std::string furthestFrames(const std::vector<Boost>& boosts) {
     return text;
 }
 
-void addBoosts(Table& table, const std::vector<Boost>& boosts) {
+void addBoosts(TextTable& table, const std::vector<Boost>& boosts) {
     std::map<int, std::vector<const Boost*>> levels;
     size_t releases = 0;
     for (const auto& boost : boosts) {
@@ -279,7 +205,7 @@ std::string featuresPart(const ReportSource& source) {
     std::string text;
     for (size_t i = 0; i < source.recording.layers.size(); ++i) {
         const LayerFindings& found = source.findings.layers[i];
-        Table table("ll");
+        TextTable table("ll");
         if (!found.of(FeatureKind::kHeadroom).empty()) addHeadroom(table, found);
         if (!found.of(FeatureKind::kTargetFps).empty()) addTargetFps(table, found);
         if (!found.of(FeatureKind::kFrameRescue).empty() || !found.boosts.empty()) {
@@ -293,7 +219,7 @@ std::string featuresPart(const ReportSource& source) {
                 rows;
     }
     if (!source.findings.unclaimedBoosts.empty()) {
-        Table table("ll");
+        TextTable table("ll");
         addBoosts(table, source.findings.unclaimedBoosts);
         text += heading(source, "Frame rescue of no known layer") + table.text();
     }
@@ -398,7 +324,7 @@ std::string servicePart(const ReportSource& source) {
         const bool lock = call.entry == "perf_lock_acq" || call.entry == "perf_lock_rel";
         groups[{call.entry, lock ? 0 : call.number}].push_back(&call);
     }
-    Table table("lrlrl");
+    TextTable table("lrlrl");
     for (const auto& [key, calls] : groups) {
         const std::string number = key.second == 0 ? "" : std::to_string(key.second);
         std::string detail = detailOf(*calls.front());
@@ -419,7 +345,7 @@ std::string servicePart(const ReportSource& source) {
 }
 
 std::string hooksPart(const ReportSource& source) {
-    Table table("lrrrr");
+    TextTable table("lrrrr");
     table.add({"", "calls", "cost p50", "p99", "max"});
     for (size_t i = 0; i < static_cast<size_t>(Hook::kCount); ++i) {
         const auto hook = static_cast<Hook>(i);

@@ -131,7 +131,7 @@ TEST_F(FindingsTest, GivesBoostsToTheFramesThatAskedForThem) {
     mEvidence.boosts = {{1, 7, 500, kStartNs + 30 * kMs, 9},
                         {0, 7, 0, kStartNs + 45 * kMs, 9},
                         {3, 7, 3000, kStartNs + 50 * kMs, 9}};
-    call(60, "perf_event", 4186, "com.a", {5, 0}, 0);
+    call(60, "perf_event", 4186, "com.z", {5, 0}, 0);
     const Findings findings = find();
     ASSERT_EQ(findings.layers[0].boosts.size(), 1U);
     EXPECT_EQ(findings.layers[0].boosts[0].frame, 1U);
@@ -139,7 +139,8 @@ TEST_F(FindingsTest, GivesBoostsToTheFramesThatAskedForThem) {
     EXPECT_EQ(findings.layers[0].boosts[0].freqMHz, 500);
     ASSERT_EQ(findings.layers[1].boosts.size(), 1U);
     EXPECT_EQ(findings.layers[1].boosts[0].level, 0);
-    ASSERT_EQ(findings.unclaimedBoosts.size(), 2U) << "one without a trace, one for the service";
+    ASSERT_EQ(findings.unclaimedBoosts.size(), 2U)
+            << "one without a trace, one of an unknown package";
     EXPECT_EQ(findings.unclaimedBoosts[1].level, 5);
 }
 

@@ -133,5 +133,29 @@ TEST_F(Program, ReportsWhatItPlayed) {
     EXPECT_GT(std::filesystem::file_size(path("trace.txt")), 0U);
 }
 
+TEST_F(Program, PlaysTouchesInAProcessOfItsOwn) {
+    TraceText text;
+    text.vsyncs(0, 10.0, 20);
+    for (int frame = 0; frame < 18; ++frame) {
+        text.counter(2.0 + 10.0 * frame, "com.a/com.a.X#7", frame % 2);
+    }
+    write("r.txt", text.str());
+    const std::string scenario = write("s.json", R"({
+        "recording": "r.txt",
+        "properties": [{"name": "debug.vendor.perf.smart_touch", "value": "1"}],
+        "events": [{"atMs": 20, "touch": "down"}, {"atMs": 30, "touch": "move"},
+                   {"atMs": 40, "touch": "up"}]})");
+    const Outcome outcome = run("--config " + scenario + " --json " + path("out.json"));
+    EXPECT_EQ(outcome.status, 0) << outcome.output;
+    Json::Value report;
+    std::ifstream(path("out.json")) >> report;
+    const Json::Value& application = report["application"];
+    EXPECT_EQ(application["error"].asString(), "");
+    EXPECT_EQ(application["frames"].asInt(), 9);
+    EXPECT_EQ(application["inputConsumed"].asInt() + application["inputHeld"].asInt(), 1);
+    ASSERT_EQ(application["powerBoosts"].size(), 1U) << "for the first touch after a pause";
+    EXPECT_EQ(application["powerBoosts"][0].asInt(), 110);
+}
+
 }  // namespace
 }  // namespace corvane::replay

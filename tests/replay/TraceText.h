@@ -25,6 +25,10 @@ class TraceText {
         line(pid + 20, beginMs, "B|" + std::to_string(pid) + "|queueBuffer");
         return line(pid + 20, endMs, "E|" + std::to_string(pid));
     }
+    TraceText& dequeueSlice(int pid, double beginMs, double endMs) {
+        line(pid + 20, beginMs, "B|" + std::to_string(pid) + "|dequeueBuffer");
+        return line(pid + 20, endMs, "E|" + std::to_string(pid));
+    }
     TraceText& begin(int tid, double ms, const std::string& name) {
         return line(tid, ms, "B|1|" + name);
     }

@@ -1,0 +1,42 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace corvane::replay {
+
+// printf into a text; what exceeds 511 characters is cut.
+std::string format(const char* pattern, ...) __attribute__((format(printf, 1, 2)));
+
+// Times with their unit: "4.17 s", "16.70 ms"; and a cost in "us", from 10 ms on in "ms".
+std::string seconds(int64_t ns);
+std::string millis(int64_t ns);
+std::string cost(int64_t ns);
+
+std::string plural(size_t count, const char* noun);  // "1 frame", "2 frames"
+
+// A text that applications chose, as a terminal may see it: printable ASCII, and a long one loses
+// its middle.
+std::string shown(std::string text, size_t width);
+
+// Lines of cells in aligned columns. The last cell of a row may be long.
+class TextTable {
+  public:
+    // One character per column: 'l' or 'r' for its alignment.
+    explicit TextTable(std::string alignment) : mAlignment(std::move(alignment)) {}
+
+    void add(std::vector<std::string> cells) { mRows.push_back(std::move(cells)); }
+    std::string text() const;
+
+  private:
+    const std::string mAlignment;
+    std::vector<std::vector<std::string>> mRows;
+};
+
+}  // namespace corvane::replay
