@@ -132,7 +132,10 @@ void Collector::readFeatureLine(const std::string& text, int64_t atNs) {
     double fps = 0.0;
     char word[32] = {};
     char rest = 0;
-    if (std::sscanf(text.c_str(), "Layer %d: enable target fps: %lf", &id, &fps) == 2) {
+    long long headroomNs = 0;
+    if (std::sscanf(text.c_str(), "Layer %d set headroom: %lld", &id, &headroomNs) == 2) {
+        if (auto* found = layer(id)) found->headroomNs = headroomNs;
+    } else if (std::sscanf(text.c_str(), "Layer %d: enable target fps: %lf", &id, &fps) == 2) {
         addSwitch(id, FeatureKind::kTargetFps, {atNs, true, fps});
     } else if (std::sscanf(text.c_str(), "Layer %d: %31[a-z] target fp%c", &id, word, &rest) == 3) {
         addSwitch(id, FeatureKind::kTargetFps, {atNs, false});
@@ -223,6 +226,8 @@ void Collector::onBegin(const TraceEvent& event, Queueing& queueing) {
         mVsyncs.push_back(event.timeNs);
     } else if (event.name == "delay finish" || event.name == "additional delay") {
         queueing.held = true;
+    } else if (event.name == "unblockBuffer") {
+        ++mFindings.unblocked;
     } else if (event.name == "Pending for target fps") {
         queueing.pacedSinceNs = event.timeNs;
     } else if (startsWith(event.name, "[GPU JANK DETECTION] skip IOCTL")) {

@@ -65,6 +65,7 @@ struct LayerFindings {
     std::vector<FpsWindow> windows;
     std::vector<std::pair<int64_t, int>> modes;  // time and value of each mode that was accepted
     std::array<std::vector<FeatureSwitch>, static_cast<size_t>(FeatureKind::kCount)> switches;
+    std::optional<int64_t> headroomNs;  // as configured, when last set
     std::vector<HeldFrame> held;
     std::vector<int64_t> pacedNs;  // how long target-FPS pacing let the producer sleep
     std::vector<Boost> boosts;
@@ -87,6 +88,7 @@ struct FenceFindings {
 
 struct Findings {
     std::vector<LayerFindings> layers;  // one for each of the recording's
+    size_t unblocked = 0;               // held buffers that the compositor's smart touch let go
     std::vector<host::PerfCall> calls;  // with times from the start of the replay
     FenceFindings fences;
     std::vector<Boost> unclaimedBoosts;  // whose layer the trace does not tell

@@ -65,6 +65,7 @@ Json::Value boostsOf(const std::vector<Boost>& boosts) {
 Json::Value featuresOf(const LayerFindings& found) {
     Json::Value headroom;
     headroom["switches"] = switchesOf(found.of(FeatureKind::kHeadroom));
+    headroom["headroomNs"] = timeOrNull(found.headroomNs);
     headroom["held"] = list();
     std::vector<int64_t> held, before;
     for (const auto& frame : found.held) {
@@ -211,6 +212,7 @@ std::string jsonReport(const ReportSource& source) {
         value["name"] = hookName(hook);
         root["hooks"].append(std::move(value));
     }
+    root["buffersUnblocked"] = Json::UInt64(source.findings.unblocked);
     const FenceFindings& fences = source.findings.fences;
     root["fences"]["told"] = Json::UInt64(fences.told);
     root["fences"]["deadlinesSent"] = Json::UInt64(fences.sent);

@@ -21,6 +21,7 @@ constexpr size_t kMaxEvents = 6;
 constexpr size_t kMaxSwitches = 6;
 constexpr size_t kMaxComplaints = 4;
 constexpr size_t kMaxFrames = 2;
+constexpr size_t kMaxDetail = 55;
 constexpr size_t kMaxSceneText = 260;  // the library sends at most 256 characters
 
 constexpr int kSceneEvent = 4194;
@@ -66,7 +67,6 @@ std::string recordingPart(const ReportSource& source) {
 
 std::string layersPart(const ReportSource& source) {
     constexpr size_t kPackageWidth = 28;
-    constexpr size_t kNameWidth = 34;
     TextTable table("rllrrrrrl");
     table.add({"id", "package", "game", "frames", "candidate", "promoted", "FPS", "mode", "name"});
     for (size_t i = 0; i < source.recording.layers.size(); ++i) {
@@ -85,10 +85,9 @@ std::string layersPart(const ReportSource& source) {
                                  : "no",
                    std::to_string(layer.frames),
                    found.candidateNs ? seconds(*found.candidateNs) : "never",
-                   found.promotedNs ? seconds(*found.promotedNs) : "never", fps, mode,
-                   shown(layer.name, kNameWidth)});
+                   found.promotedNs ? seconds(*found.promotedNs) : "never", fps, mode, layer.name});
     }
-    std::string text = heading(source, "Layers") + table.text();
+    std::string text = heading(source, "Layers") + table.text(kWidth);
     for (size_t i = 0; i < source.recording.layers.size(); ++i) {
         const LayerFindings& found = source.findings.layers[i];
         if (found.modes.empty()) continue;
@@ -119,8 +118,9 @@ std::string spreadText(const Spread& spread) {
            " max";
 }
 
-void addHeadroom(TextTable& table, const LayerFindings& found) {
-    table.add({"headroom", switchesText(found.of(FeatureKind::kHeadroom))});
+void addHeadroom(TextTable& table, const LayerFindings& found, size_t unblocked) {
+    const std::string set = found.headroomNs ? "set to " + millis(*found.headroomNs) + "; " : "";
+    table.add({"headroom", set + switchesText(found.of(FeatureKind::kHeadroom))});
     std::vector<int64_t> held, before;
     for (const auto& frame : found.held) {
         held.push_back(frame.heldNs);
@@ -129,6 +129,7 @@ void addHeadroom(TextTable& table, const LayerFindings& found) {
     if (held.empty()) return;
     table.add({"", plural(held.size(), "frame") + " held back for " + spreadText(spreadOf(held))});
     table.add({"", "released before the next vsync by " + spreadText(spreadOf(before))});
+    if (unblocked > 0) table.add({"", plural(unblocked, "buffer") + " let go early by touch"});
 }
 
 void addTargetFps(TextTable& table, const LayerFindings& found) {
@@ -157,8 +158,7 @@ std::string boostsOfLevel(int level, const std::vector<const Boost*>& boosts) {
     if (freqs.back() > 0) text += " " + rangeText(freqs) + " MHz";
     if (delays.empty()) return text;
     return text + ", " + millis(spreadOf(delays).p50) + " p50 after queueing" +
-           format(", first for frame %zu at ", boosts.front()->frame) +
-           seconds(boosts.front()->atNs);
+           format(", first frame %zu at ", boosts.front()->frame) + seconds(boosts.front()->atNs);
 }
 
 // The frames whose rescue went furthest, with the frequency of each stage.
@@ -206,13 +206,14 @@ std::string featuresPart(const ReportSource& source) {
     for (size_t i = 0; i < source.recording.layers.size(); ++i) {
         const LayerFindings& found = source.findings.layers[i];
         TextTable table("ll");
-        if (!found.of(FeatureKind::kHeadroom).empty()) addHeadroom(table, found);
+        if (!found.of(FeatureKind::kHeadroom).empty())
+            addHeadroom(table, found, source.findings.unblocked);
         if (!found.of(FeatureKind::kTargetFps).empty()) addTargetFps(table, found);
         if (!found.of(FeatureKind::kFrameRescue).empty() || !found.boosts.empty()) {
             table.add({"frame rescue", switchesText(found.of(FeatureKind::kFrameRescue))});
             addBoosts(table, found.boosts);
         }
-        const std::string rows = table.text();
+        const std::string rows = table.text(kWidth);
         if (rows.empty()) continue;
         text += heading(source, format("Features of layer %d, ", source.recording.layers[i].id) +
                                         shown(found.package, kWidth / 2)) +
@@ -221,7 +222,7 @@ std::string featuresPart(const ReportSource& source) {
     if (!source.findings.unclaimedBoosts.empty()) {
         TextTable table("ll");
         addBoosts(table, source.findings.unclaimedBoosts);
-        text += heading(source, "Frame rescue of no known layer") + table.text();
+        text += heading(source, "Frame rescue of no known layer") + table.text(kWidth);
     }
     return text;
 }
@@ -290,23 +291,23 @@ const char* meaningOf(const host::PerfCall& call) {
     return "";
 }
 
-std::string detailOf(const host::PerfCall& call) {
-    constexpr size_t kDetailWidth = 60;
-    if (call.entry == "perf_event" && call.number == kSceneEvent) {
-        return "at " + seconds(call.timeNs);
-    }
+// `previous`, if any, is the call that the report tells of right before.
+std::string detailOf(const host::PerfCall& call, const host::PerfCall* previous) {
+    constexpr size_t kPackageWidth = 60;
+    const std::string package = shown(call.package, kPackageWidth);
     if (call.entry == "perf_event" && call.number == kModeEvent && call.args.size() == 2) {
-        return format("mode %d", call.args[1]) + " for " + shown(call.package, kDetailWidth) +
-               " at " + seconds(call.timeNs);
+        const bool known = previous != nullptr && previous->package == call.package;
+        return format("mode %d ", call.args[1]) + (known ? "" : "for " + package + " ") + "at " +
+               seconds(call.timeNs);
     }
-    if (call.entry == "perf_event") {
-        return shown(call.package, kDetailWidth) + " at " + seconds(call.timeNs);
+    if (call.entry == "perf_event" && call.number != kSceneEvent) {
+        return package + " at " + seconds(call.timeNs);
     }
     if (call.entry == "perf_lock_acq" && !call.args.empty()) {
         return format("process %d at ", call.args.back()) + seconds(call.timeNs);
     }
-    if (call.package.empty()) return "at " + seconds(call.timeNs);
-    return shown(call.package, kDetailWidth) + format(": %d", call.result);
+    if (call.package.empty() || call.entry == "perf_event") return "at " + seconds(call.timeNs);
+    return package + format(": %d", call.result);
 }
 
 // What an engineer looks for: events, questions about applications and locks. The reading of
@@ -327,10 +328,10 @@ std::string servicePart(const ReportSource& source) {
     TextTable table("lrlrl");
     for (const auto& [key, calls] : groups) {
         const std::string number = key.second == 0 ? "" : std::to_string(key.second);
-        std::string detail = detailOf(*calls.front());
+        std::string detail = detailOf(*calls.front(), nullptr);
         for (size_t i = 1; i < calls.size(); ++i) {
-            const std::string next = detailOf(*calls[i]);
-            if (i == kMaxEvents || detail.size() + next.size() > kWidth / 2) {
+            const std::string next = detailOf(*calls[i], calls[i - 1]);
+            if (i == kMaxEvents || detail.size() + next.size() > kMaxDetail) {
                 detail += ", ...";
                 break;
             }
@@ -339,7 +340,7 @@ std::string servicePart(const ReportSource& source) {
         table.add({key.first, number, meaningOf(*calls.front()), std::to_string(calls.size()) + "x",
                    detail});
     }
-    const std::string rows = table.text();
+    const std::string rows = table.text(kWidth);
     return heading(source, "Calls that reached the performance service") +
            (rows.empty() ? "  none\n" : rows);
 }
@@ -361,7 +362,7 @@ std::string hooksPart(const ReportSource& source) {
         }
     }
     return heading(source, "Hooks (with debug log and trace on; time held back counts)") +
-           table.text();
+           table.text(kWidth);
 }
 
 std::string complaintsPart(const ReportSource& source) {

@@ -47,12 +47,13 @@ std::string shown(std::string text, size_t width) {
     for (auto& c : text) {
         if (c < ' ' || c > '~') c = '?';
     }
-    if (text.size() <= width) return text;
+    constexpr size_t kDots = 3;
+    if (text.size() <= width || width <= kDots) return text.substr(0, width);
     const size_t tail = width / 3;
-    return text.substr(0, width - tail - 3) + "..." + text.substr(text.size() - tail);
+    return text.substr(0, width - tail - kDots) + "..." + text.substr(text.size() - tail);
 }
 
-std::string TextTable::text() const {
+std::string TextTable::text(size_t width) const {
     constexpr const char* kIndent = "  ";
     constexpr const char* kGap = "  ";
     std::vector<size_t> widths(mAlignment.size());
@@ -63,8 +64,12 @@ std::string TextTable::text() const {
     for (const auto& row : mRows) {
         std::string line = kIndent;
         for (size_t i = 0; i < row.size(); ++i) {
-            const std::string pad(widths[i] - row[i].size(), ' ');
             if (i > 0) line += kGap;
+            if (i + 1 == mAlignment.size() && mAlignment[i] == 'l') {
+                line += shown(row[i], width - std::min(width, line.size()));
+                continue;
+            }
+            const std::string pad(widths[i] - row[i].size(), ' ');
             line += mAlignment[i] == 'r' ? pad + row[i] : row[i] + pad;
         }
         line.erase(line.find_last_not_of(' ') + 1);

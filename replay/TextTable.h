@@ -25,14 +25,15 @@ std::string plural(size_t count, const char* noun);  // "1 frame", "2 frames"
 // its middle.
 std::string shown(std::string text, size_t width);
 
-// Lines of cells in aligned columns. The last cell of a row may be long.
+// Lines of cells in aligned columns.
 class TextTable {
   public:
     // One character per column: 'l' or 'r' for its alignment.
     explicit TextTable(std::string alignment) : mAlignment(std::move(alignment)) {}
 
     void add(std::vector<std::string> cells) { mRows.push_back(std::move(cells)); }
-    std::string text() const;
+    // The cell of the last column gives way where a line would be longer than `width`.
+    std::string text(size_t width) const;
 
   private:
     const std::string mAlignment;
