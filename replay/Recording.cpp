@@ -5,13 +5,13 @@
 
 #include <algorithm>
 #include <charconv>
-#include <iterator>
 #include <map>
 #include <set>
 #include <tuple>
 #include <utility>
 
 #include "replay/FtraceParser.h"
+#include "replay/QueueCalls.h"
 
 namespace corvane::replay {
 namespace {
@@ -26,27 +26,13 @@ constexpr std::string_view kOtherPrefixes[] = {"TX - ", "QueuedBuffer - "};
 constexpr int64_t kMaxDepth = 64;
 // A step this far from its neighbours has a damaged time; nothing is recorded across such a pause.
 constexpr int64_t kMaxPauseNs = 60'000'000'000;
-// The compositor counts a buffer within its producer's queueBuffer call or, where buffers come with
-// transactions, shortly after it.
-constexpr int64_t kQueueToCounterNs = 2'000'000;
-// Longer queueBuffer slices have lost their end.
-constexpr int64_t kMaxSliceNs = 1'000'000'000;
-
 constexpr uid_t kFirstUid = 10000;  // where Android's application uids begin
 constexpr pid_t kFirstPid = 30001;  // of processes that the recording does not name
 
 struct Sample {
     int64_t timeNs;
     size_t order;  // position in the text
-    size_t counter;
     int value;
-};
-
-// A call of an application to its buffer queue.
-struct Slice {
-    int64_t beginNs;
-    int64_t endNs;
-    int pid;
 };
 
 struct Counter {
@@ -81,7 +67,7 @@ class Builder {
 
   private:
     void addCounter(const TraceEvent& event);
-    void closeSlice(const TraceEvent& event);
+    Counter* layerCounter(const TraceEvent& event);
     bool chooseVsync();
     void chooseCounters();
     void dropFarTimes();
@@ -90,7 +76,6 @@ class Builder {
     void limitLayers();
     void assignIds();
     void assignProcesses();
-    std::vector<int> producers() const;
     void measure();
 
     template <typename Use>
@@ -103,15 +88,7 @@ class Builder {
     Counter mSfVsync{}, mAppVsync{};
     Counter* mVsync = nullptr;
 
-    enum class Call { kQueue, kDequeue, kOther };
-    struct OpenSlice {
-        Call call;
-        int64_t beginNs;
-    };
-    std::map<int, std::vector<OpenSlice>> mOpenSlices;  // per thread
-    std::vector<Slice> mQueueSlices;
-    std::vector<Slice> mDequeueSlices;
-
+    QueueCalls mQueueCalls;
     std::vector<std::pair<Step, size_t>> mSteps;  // with their order in the text
     Recording mRecording;
 };
@@ -123,13 +100,10 @@ void Builder::add(const TraceEvent& event) {
             addCounter(event);
             break;
         case TraceEvent::Kind::kBegin:
-            mOpenSlices[event.tid].push_back({event.name == "queueBuffer"     ? Call::kQueue
-                                              : event.name == "dequeueBuffer" ? Call::kDequeue
-                                                                              : Call::kOther,
-                                              event.timeNs});
+            mQueueCalls.begin(event);
             break;
         case TraceEvent::Kind::kEnd:
-            closeSlice(event);
+            mQueueCalls.end(event);
             break;
         case TraceEvent::Kind::kAsyncBegin:
         case TraceEvent::Kind::kAsyncEnd:
@@ -137,52 +111,39 @@ void Builder::add(const TraceEvent& event) {
     }
 }
 
-void Builder::closeSlice(const TraceEvent& event) {
-    auto& open = mOpenSlices[event.tid];
-    if (open.empty()) return;  // begun before the recording
-    const auto [call, begin] = open.back();
-    open.pop_back();
-    if (event.timeNs < begin || event.timeNs - begin > kMaxSliceNs) return;
-    if (call == Call::kQueue) mQueueSlices.push_back({begin, event.timeNs, event.pid});
-    if (call == Call::kDequeue) mDequeueSlices.push_back({begin, event.timeNs, event.pid});
-}
-
 void Builder::addCounter(const TraceEvent& event) {
-    Counter* counter = nullptr;
-    size_t index = 0;
-    if (event.name == "VSYNC-sf") {
-        counter = &mSfVsync;
-        counter->pid = event.pid;
-    } else if (event.name == "VSYNC-app") {
-        counter = &mAppVsync;
-        counter->pid = event.pid;
-    } else {
-        if (!layerNumber(event.name)) return;
-        for (const auto prefix : kOtherPrefixes) {
-            if (startsWith(event.name, prefix)) return;
-        }
-        const auto [entry, isNew] =
-                mCounterIndex.emplace(std::pair{event.pid, event.name}, mCounters.size());
-        if (isNew) {
-            Counter added{};
-            added.prefixed = startsWith(event.name, kBufferPrefix);
-            added.name = event.name.substr(added.prefixed ? kBufferPrefix.size() : 0);
-            added.pid = event.pid;
-            mCounters.push_back(std::move(added));
-        }
-        index = entry->second;
-        counter = &mCounters[index];
-    }
+    Counter* counter = event.name == "VSYNC-sf"    ? &mSfVsync
+                       : event.name == "VSYNC-app" ? &mAppVsync
+                                                   : layerCounter(event);
+    if (counter == nullptr) return;
+    counter->pid = event.pid;
     if (event.value < 0 || event.value > kMaxDepth) {
         ++mDamaged;
         return;
     }
-    counter->samples.push_back({event.timeNs, mOrder, index, static_cast<int>(event.value)});
+    counter->samples.push_back({event.timeNs, mOrder, static_cast<int>(event.value)});
+}
+
+// The counter of this process and name; null when the name is not that of a layer's buffers.
+Counter* Builder::layerCounter(const TraceEvent& event) {
+    if (!layerNumber(event.name)) return nullptr;
+    for (const auto prefix : kOtherPrefixes) {
+        if (startsWith(event.name, prefix)) return nullptr;
+    }
+    const auto [entry, isNew] =
+            mCounterIndex.emplace(std::pair{event.pid, event.name}, mCounters.size());
+    if (isNew) {
+        Counter added{};
+        added.prefixed = startsWith(event.name, kBufferPrefix);
+        added.name = event.name.substr(added.prefixed ? kBufferPrefix.size() : 0);
+        mCounters.push_back(std::move(added));
+    }
+    return &mCounters[entry->second];
 }
 
 // The compositor's own signal if it was recorded, else the applications'.
 bool Builder::chooseVsync() {
-    mVsync = mSfVsync.samples.empty() ? &mAppVsync : &mSfVsync;
+    mVsync = mSfVsync.samples.size() >= 2 ? &mSfVsync : &mAppVsync;
     return mVsync->samples.size() >= 2;
 }
 
@@ -326,73 +287,23 @@ void Builder::assignIds() {
     }
 }
 
-// The process in whose queueBuffer calls most of a layer's buffers were counted, for each layer; 0
-// where that is not so for at least half of them.
-std::vector<int> Builder::producers() const {
-    std::vector<std::map<int, size_t>> votes(mRecording.layers.size());
-    std::vector<bool> spent(mQueueSlices.size());
-    // The slice that began last before the step, if it reaches that far and `afterNs` further.
-    const auto vote = [&](const Step& step, int64_t afterNs) {
-        const auto next = std::upper_bound(mQueueSlices.begin(), mQueueSlices.end(), step.timeNs,
-                                           [](int64_t time, const Slice& slice) {
-                                               return time < slice.beginNs;
-                                           });
-        if (next == mQueueSlices.begin()) return false;
-        const auto slice = std::prev(next);
-        const auto index = static_cast<size_t>(slice - mQueueSlices.begin());
-        if (step.timeNs > slice->endNs + afterNs || (afterNs > 0 && spent[index])) return false;
-        spent[index] = true;
-        ++votes[step.layer][slice->pid];
-        return true;
-    };
-    // A call accounts for the buffers counted within it, or else for one that follows it.
-    std::vector<const Step*> outside;
-    for (const auto& [step, order] : mSteps) {
-        if (step.kind == Step::Kind::kQueue && !vote(step, 0)) outside.push_back(&step);
-    }
-    for (const Step* step : outside) vote(*step, kQueueToCounterNs);
-
-    std::vector<int> pids;
-    for (size_t i = 0; i < votes.size(); ++i) {
-        const auto best = std::max_element(votes[i].begin(), votes[i].end(),
-                                           [](auto& a, auto& b) { return a.second < b.second; });
-        const bool most = best != votes[i].end() && best->second * 2 >= mRecording.layers[i].frames;
-        pids.push_back(most ? best->first : 0);
-    }
-    return pids;
-}
-
 void Builder::assignProcesses() {
-    // The compositor queues to the display itself; those slices are no application's.
-    mQueueSlices.erase(std::remove_if(mQueueSlices.begin(), mQueueSlices.end(),
-                                      [&](const Slice& s) {
-                                          return s.pid < 1 || s.pid == mVsync->pid;
-                                      }),
-                       mQueueSlices.end());
-    std::sort(mQueueSlices.begin(), mQueueSlices.end(),
-              [](const Slice& a, const Slice& b) { return a.beginNs < b.beginNs; });
-    std::set<int> pids;
-    for (const auto& slice : mQueueSlices) pids.insert(slice.pid);
-
     auto& processes = mRecording.processes;
     std::map<int, size_t> byPid;
     pid_t freePid = kFirstPid;
-    const std::vector<int> producerPids = producers();
-    for (size_t i = 0; i < mRecording.layers.size(); ++i) {
-        int pid = producerPids[i];
+    const std::vector<int> producers = mQueueCalls.producers(mRecording);
+    for (size_t i = 0; i < producers.size(); ++i) {
+        int pid = producers[i];
         if (pid == 0) {
-            while (!pids.insert(freePid).second) ++freePid;
-            pid = freePid;
+            while (mQueueCalls.isOf(freePid)) ++freePid;
+            pid = freePid++;
         }
         const auto [entry, isNew] = byPid.emplace(pid, processes.size());
         if (isNew) {
-            processes.push_back({pid, kFirstUid + static_cast<uid_t>(processes.size()), {}});
+            const uid_t uid = kFirstUid + static_cast<uid_t>(processes.size());
+            processes.push_back({pid, uid, mQueueCalls.dequeues(pid, mRecording.durationNs)});
         }
         mRecording.layers[i].process = entry->second;
-    }
-    for (const auto& slice : mDequeueSlices) {
-        const auto entry = byPid.find(slice.pid);
-        if (entry != byPid.end()) processes[entry->second].dequeues.push_back(slice.endNs);
     }
 }
 
@@ -413,16 +324,7 @@ void Builder::measure() {
         previousVsync = step.timeNs;
     }
     mRecording.durationNs = mRecording.steps.back().timeNs;
-    for (auto& process : mRecording.processes) {
-        auto& times = process.dequeues;
-        for (auto& time : times) time -= start;
-        times.erase(std::remove_if(times.begin(), times.end(),
-                                   [&](int64_t time) {
-                                       return time < 0 || time > mRecording.durationNs;
-                                   }),
-                    times.end());
-        std::sort(times.begin(), times.end());
-    }
+    mQueueCalls.settle(start, mVsync->pid);
     const auto median = intervals.begin() + static_cast<std::ptrdiff_t>(intervals.size() / 2);
     std::nth_element(intervals.begin(), median, intervals.end());
     mRecording.vsyncPeriodNs = *median;
@@ -445,8 +347,8 @@ RecordingResult Builder::finish(const ParseStats& stats) {
     if (mRecording.layers.empty()) return {std::nullopt, kNoLayers};
     limitLayers();
     assignIds();
-    assignProcesses();
     measure();
+    assignProcesses();
     if (mRecording.vsyncPeriodNs < 1) return {std::nullopt, kNoVsyncs};
     mRecording.skippedLines = stats.damaged + mDamaged;
     return {std::move(mRecording), {}};
