@@ -55,7 +55,8 @@ BoostDecision enhanceByDropHistory(const FrameDropWindow& dropWindow, int32_t fr
 std::optional<BoostDecision> decideBoost(const BoostInputs& in) {
     if (!in.deadlines.hasLevel(in.level)) return std::nullopt;
 
-    uint32_t flags = in.level == 0 && in.l0DelayNs > 0 ? BOOST_L0_ADJUSTED : 0;
+    uint32_t flags = 0;
+    if (in.level == 0 && in.l0DelayNs > 0) flags |= BOOST_L0_ADJUSTED;
     // The last level and a missed deadline ask for all that the configuration grants: history,
     // floor and cap are for estimates only.
     if (!in.deadlines.hasLevel(in.level + 1)) return {{in.baseMHz, flags | BOOST_LAST_LEVEL}};
