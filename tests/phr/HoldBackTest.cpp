@@ -93,6 +93,18 @@ TEST_F(HoldBackTest, AdditionalDelayBringsAPendingBufferToItsHeadroom) {
     EXPECT_EQ(waiting(), 0);
 }
 
+TEST_F(HoldBackTest, EachOfTheTwoWaitsIsBoundedByAPeriod) {
+    state->mLastJankTime = -1;
+    state->mPendingCount = 5;
+    const auto call = queue();
+    for (int wait = 1; wait <= 2; ++wait) {
+        ASSERT_TRUE(clock.waitForSleepers(1)) << wait;
+        EXPECT_EQ(clock.nextDeadline(), kStart + wait * kPeriod);
+        clock.advance(kPeriod);
+    }
+    ASSERT_TRUE(returns(call));
+}
+
 TEST_F(HoldBackTest, AdditionalDelayIsWithheld) {
     constexpr nsecs_t kNever = kStart + 1;
     const struct {

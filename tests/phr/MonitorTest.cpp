@@ -129,11 +129,16 @@ TEST_F(MonitorTest, PresetHeadroomFollowsFrameTimes) {
         monitor.checkAndUpdateHeadroom(state.get(), frame.frameTime);
         EXPECT_EQ(state->mHeadroom, frame.headroom) << frame.frameTime;
     }
+    // Quick touch is off: its frames count for nothing.
+    monitor.onBufferIncrement(kLayer, 2 * kPeriod, kStart, false);
+    EXPECT_EQ(state->mHeadroom, 4 * kMs);
+    EXPECT_EQ(state->mPendingCount, 0);
 }
 
 TEST_F(MonitorTest, HeavyWindowLetsTheHeadroomClimbForFiftyFrames) {
     startDynamic(60);
     const nsecs_t preset = state->mHeadroom;
+    const nsecs_t ceiling = maxHeadroom();
     addFrames(14, 2);
     EXPECT_EQ(state->mHeadroom, preset);
     addFrames(1, 1);  // fourteen heavy frames in the window
@@ -141,7 +146,7 @@ TEST_F(MonitorTest, HeavyWindowLetsTheHeadroomClimbForFiftyFrames) {
     EXPECT_EQ(heavyFrames(), 2);
     addFrames(13, 1);  // the last heavy one leaves with the next frame
     EXPECT_EQ(heavyFrames(), 2);
-    const nsecs_t ceiling = maxHeadroom();
+    EXPECT_EQ(maxHeadroom(), ceiling);  // which moves above 60 Hz alone
     addFrames(48, 1);
     EXPECT_EQ(heavyFrames(), 50);
     EXPECT_EQ(state->mHeadroom, ceiling);
@@ -197,9 +202,18 @@ TEST_F(MonitorTest, EnablingQuickTouchStartsTheAdaptationAnew) {
     EXPECT_GT(state->mHeadroom, preset);
     monitor.setQuickTouchStatus(kLayer, true);  // nothing new
     EXPECT_GT(state->mHeadroom, preset);
+    {
+        Mutex::Autolock lock(state->mFieldsLock);
+        state->mMaxHoldCount = 9;
+    }
     monitor.setQuickTouchStatus(kLayer, false);
+    EXPECT_GT(state->mHeadroom, preset);
     monitor.setQuickTouchStatus(kLayer, true);
     EXPECT_EQ(state->mHeadroom, preset);
+    {
+        Mutex::Autolock lock(state->mFieldsLock);
+        EXPECT_EQ(state->mMaxHoldCount, 0);
+    }
     EXPECT_EQ(heavyFrames(), 0);
     EXPECT_EQ(log.count("Layer 7: enable PHR"), 2u);
     EXPECT_EQ(log.count("Layer 7: disable PHR"), 1u);
