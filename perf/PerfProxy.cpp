@@ -33,21 +33,21 @@ constexpr double kLastVersionWithoutExtn = 2.2;
 constexpr int kGameRequest = 5633;  // classification and weight of a package
 constexpr int kGameFeedback = 2;    // its answer for a game
 
-Mutex sInstanceLock;
-
 }  // namespace
 
 std::atomic<PerfProxy*> PerfProxy::sInstance{nullptr};
 
 PerfProxy* PerfProxy::getInstance() {
     PerfProxy* instance = sInstance.load(std::memory_order_acquire);
+    if (instance != nullptr) return instance;
+
+    // Never destroyed: hooks and binder threads come here even while the process exits.
+    static Mutex& sInstanceLock = *new Mutex;
+    Mutex::Autolock lock(sInstanceLock);
+    instance = sInstance.load(std::memory_order_relaxed);
     if (instance == nullptr) {
-        Mutex::Autolock lock(sInstanceLock);
-        instance = sInstance.load(std::memory_order_relaxed);
-        if (instance == nullptr) {
-            instance = new PerfProxy();
-            sInstance.store(instance, std::memory_order_release);
-        }
+        instance = new PerfProxy();
+        sInstance.store(instance, std::memory_order_release);
     }
     return instance;
 }
