@@ -152,18 +152,19 @@ int PerfProxy::perfCallbackRegister(std::shared_ptr<PerfCallback> callback, int 
                                             : -1;
 }
 
-bool PerfProxy::queryIsGame(const std::string& pkgName) {
-    const bool isGame = perfGetFeedback(kGameRequest, pkgName.c_str()) == kGameFeedback;
+bool PerfProxy::classify(const std::string& pkgName) {
+    const bool isGame =
+            !pkgName.empty() && perfGetFeedback(kGameRequest, pkgName.c_str()) == kGameFeedback;
     VLOGD(kPerfLogTag, "isGameApp:%d [%s]", isGame, pkgName.c_str());
     return isGame;
 }
 
 bool PerfProxy::isGameApp(const std::string& pkgName) {
-    return !pkgName.empty() && queryIsGame(pkgName);
+    return !pkgName.empty() && classify(pkgName);
 }
 
 bool PerfProxy::isGameLayer(const std::string& layerName) {
-    const bool isGame = queryIsGame(getPackageName(layerName));
+    const bool isGame = classify(getPackageName(layerName));
     VLOGD(kPerfLogTag, "isGameLayer:%d [%s]", isGame, layerName.c_str());
     return isGame;
 }

@@ -126,7 +126,8 @@ class PerfProxy {
     template <typename EntryPoint>
     bool resolveRequired(const char* symbol, EntryPoint*& entryPoint);
 
-    bool queryIsGame(const std::string& pkgName);
+    // Whether the service calls the package a game, with the log line; the empty one is none.
+    bool classify(const std::string& pkgName);
 
     void threadMain();
     sp<TimerQueue> timerQueue() EXCLUDES(mQueueLock);

@@ -201,8 +201,8 @@ TEST(ServiceBinding, AsksForGamesAndTheirWeight) {
     EXPECT_FALSE(proxy->isGameApp(""));
     EXPECT_TRUE(proxy->isGameLayer("SurfaceView[com.example.game/Main]#3"));
     EXPECT_FALSE(proxy->isGameLayer("StatusBar#5"));
-    EXPECT_EQ(4u, PerfService::calls("perf_get_feedback", 5633).size())
-            << "an empty package is asked for as a layer's, but not as an application";
+    EXPECT_EQ(3u, PerfService::calls("perf_get_feedback", 5633).size())
+            << "the service is not asked for an empty package";
     EXPECT_EQ(3, proxy->getGameWeight("com.example.game"));
     EXPECT_EQ(-1, proxy->getGameWeight(""));
     EXPECT_EQ(1u, PerfService::calls("perf_get_feedback_extn", 5633).size());
