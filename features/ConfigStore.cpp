@@ -121,7 +121,7 @@ void FeatureManager::setActivity(const std::string& pkgName, int kind, int state
             notifyConfigChanged(ACTV_IF_CONCURRENCY, pkgName);
             break;
         case kActivitySwitching:
-            mActvStable.store(state == 0, std::memory_order_relaxed);
+            mActvStable = state == 0;
             notifyConfigChanged(ACTV_SWITCHING, pkgName);
             break;
         default:

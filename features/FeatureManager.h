@@ -15,6 +15,7 @@
 #include "features/Feature.h"
 #include "features/GfrTunables.h"
 #include "features/PackageConfigs.h"
+#include "timer/Relaxed.h"
 
 namespace android {
 
@@ -79,8 +80,7 @@ class FeatureManager {
     void processAliveAppCheck(std::string aliveApps);
 
     std::string getCheckingAliveApp() const;
-    // Relaxed: no other data is published with it.
-    bool isActvStable() const { return mActvStable.load(std::memory_order_relaxed); }
+    bool isActvStable() const { return mActvStable; }
 
     // Starts a detached thread that calls onPropChanged whenever the property changes. Throws
     // std::system_error when the thread cannot be created.
@@ -133,7 +133,7 @@ class FeatureManager {
     // The package whose resume is awaited; empty when none. Never held while calling out.
     mutable Mutex mCheckingAliveAppMutex;
     std::string mCheckingAliveApp GUARDED_BY(mCheckingAliveAppMutex);
-    std::atomic<bool> mActvStable{true};
+    Relaxed<bool> mActvStable{true};
 
     bool mDebug = false;
     bool mEnable = true;

@@ -14,6 +14,7 @@
 #include <string>
 #include <thread>
 
+#include "timer/Relaxed.h"
 #include "timer/TimerQueue.h"
 
 namespace aidl::vendor::hxw::hardware::perf2 {
@@ -64,7 +65,7 @@ class PerfProxy {
     // Trace and log wrappers. All do nothing unless debuggable; each is then one load and compare.
     // Formatted trace texts are cut to 255 characters.
     static void setDebuggable(bool debuggable, bool profileable);
-    static bool isProfileable() { return sProfileable.load(std::memory_order_relaxed); }
+    static bool isProfileable() { return sProfileable; }
     static void VLOGD(const char* tag, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
     static void VTRACE_BEGIN(const char* name);
     static void VTRACE_END();
@@ -139,8 +140,8 @@ class PerfProxy {
     void requestBoost(int fd, int bl, int hr, int id, int bf);
 
     static std::atomic<PerfProxy*> sInstance;
-    static std::atomic<bool> sDebuggable;
-    static std::atomic<bool> sProfileable;
+    static Relaxed<bool> sDebuggable;
+    static Relaxed<bool> sProfileable;
 
     double mPerfHalVersion = 2.2;    // until the service says otherwise
     int32_t mLowLatencyHandle = -1;  // -1: no lock held; touched only on the worker

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // The trace and log wrappers. They sit on per-frame paths: one relaxed load when debugging is off,
-// and no allocation ever. The switches order nothing else, so relaxed is enough for them.
+// and no allocation ever.
 
 #include <android/log.h>
 #include <cutils/trace.h>
@@ -21,8 +21,8 @@ constexpr size_t kTextSize = 256;  // the longest trace text, with its NUL
 
 }  // namespace
 
-std::atomic<bool> PerfProxy::sDebuggable{false};
-std::atomic<bool> PerfProxy::sProfileable{false};
+Relaxed<bool> PerfProxy::sDebuggable{false};
+Relaxed<bool> PerfProxy::sProfileable{false};
 
 void collapseDoubledPercents(char* text) {
     char* out = text;
@@ -34,12 +34,12 @@ void collapseDoubledPercents(char* text) {
 }
 
 void PerfProxy::setDebuggable(bool debuggable, bool profileable) {
-    sDebuggable.store(debuggable, std::memory_order_relaxed);
-    sProfileable.store(profileable, std::memory_order_relaxed);
+    sDebuggable = debuggable;
+    sProfileable = profileable;
 }
 
 void PerfProxy::VLOGD(const char* tag, const char* fmt, ...) {
-    if (!sDebuggable.load(std::memory_order_relaxed)) return;
+    if (!sDebuggable) return;
     va_list args;
     va_start(args, fmt);
     __android_log_vprint(ANDROID_LOG_DEBUG, tag, fmt, args);
@@ -47,33 +47,33 @@ void PerfProxy::VLOGD(const char* tag, const char* fmt, ...) {
 }
 
 void PerfProxy::VTRACE_BEGIN(const char* name) {
-    if (!sDebuggable.load(std::memory_order_relaxed)) return;
+    if (!sDebuggable) return;
     atrace_begin(ATRACE_TAG_GRAPHICS, name);
 }
 
 void PerfProxy::VTRACE_END() {
-    if (!sDebuggable.load(std::memory_order_relaxed)) return;
+    if (!sDebuggable) return;
     atrace_end(ATRACE_TAG_GRAPHICS);
 }
 
 void PerfProxy::VTRACE_ASYNC_BEGIN(const char* name, int cookie) {
-    if (!sDebuggable.load(std::memory_order_relaxed)) return;
+    if (!sDebuggable) return;
     atrace_async_begin(ATRACE_TAG_GRAPHICS, name, cookie);
 }
 
 void PerfProxy::VTRACE_ASYNC_END(const char* name, int cookie) {
-    if (!sDebuggable.load(std::memory_order_relaxed)) return;
+    if (!sDebuggable) return;
     atrace_async_end(ATRACE_TAG_GRAPHICS, name, cookie);
 }
 
 void PerfProxy::VTRACE_NAME(const char* name) {
-    if (!sDebuggable.load(std::memory_order_relaxed)) return;
+    if (!sDebuggable) return;
     atrace_begin(ATRACE_TAG_GRAPHICS, name);
     atrace_end(ATRACE_TAG_GRAPHICS);
 }
 
 void PerfProxy::VTRACE_FORMAT(const char* fmt, ...) {
-    if (!sDebuggable.load(std::memory_order_relaxed)) return;
+    if (!sDebuggable) return;
     char text[kTextSize] = {};
     va_list args;
     va_start(args, fmt);
@@ -83,7 +83,7 @@ void PerfProxy::VTRACE_FORMAT(const char* fmt, ...) {
 }
 
 void PerfProxy::VTRACE_PROFILE(const char* fmt, ...) {
-    if (!sDebuggable.load(std::memory_order_relaxed)) return;
+    if (!sDebuggable) return;
     char text[kTextSize] = {};
     va_list args;
     va_start(args, fmt);
@@ -91,7 +91,7 @@ void PerfProxy::VTRACE_PROFILE(const char* fmt, ...) {
     va_end(args);
 
     atrace_begin(ATRACE_TAG_GRAPHICS, text);
-    if (isProfileable()) {
+    if (sProfileable) {
         collapseDoubledPercents(text);
         __android_log_print(ANDROID_LOG_DEBUG, kPerfLogTag, "%s", text);
     }
