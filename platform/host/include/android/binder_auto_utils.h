@@ -7,6 +7,7 @@
 
 #include <android/binder_status.h>
 
+#include <cstddef>
 #include <string>
 #include <utility>
 
