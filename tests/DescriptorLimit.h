@@ -8,6 +8,9 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <filesystem>
+#include <iterator>
+
 namespace android {
 
 // The number that the process's next descriptor will get.
@@ -17,9 +20,14 @@ inline int nextDescriptor() {
     return fd;
 }
 
+inline size_t openDescriptors() {
+    const std::filesystem::directory_iterator open("/proc/self/fd");
+    return static_cast<size_t>(std::distance(open, {}));
+}
+
 // While it lives, the process can open only `count` more descriptors, provided that those open have
-// no gaps below the next. UBSan opens a pipe when it first meets an object's type, so a test creates
-// one object of each type before it limits.
+// no gaps below the next. UBSan opens a pipe when it first meets an object's type, so a test
+// creates one object of each type before it limits.
 class ScopedDescriptorLimit {
   public:
     explicit ScopedDescriptorLimit(int count) {

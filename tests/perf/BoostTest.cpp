@@ -5,6 +5,8 @@
 #include <cutils/trace.h>
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -24,6 +26,7 @@
 #include "corvane/host/Threads.h"
 #include "corvane/host/TraceCapture.h"
 #include "perf/PerfProxy.h"
+#include "timer/TimerThread.h"
 
 namespace android {
 namespace {
@@ -93,12 +96,14 @@ TEST_F(BoostTest, AnEmptyPackageIsANullOne) {
     EXPECT_FALSE(hintEvents()[0].hasPackage);
 }
 
-TEST_F(BoostTest, AHintToTheServiceIsOneSlice) {
+TEST_F(BoostTest, HintsAreTraced) {
     const std::string path = ::testing::TempDir() + "corvane_hint_" + std::to_string(getpid());
     PerfProxy::setDebuggable(true, false);
     ASSERT_TRUE(corvane::host::startTrace(path, ATRACE_TAG_GRAPHICS));
+    BoostDevice::enable();
     proxy()->frameHint(5, 7, 9, "pkg", 0);
     drainWorker();
+    proxy()->frameHint(2, 7, 9, "pkg", 690);
     corvane::host::stopTrace();
 
     std::vector<std::string> marks;
@@ -108,9 +113,10 @@ TEST_F(BoostTest, AHintToTheServiceIsOneSlice) {
         if (mark != std::string::npos) marks.push_back(line.substr(line.rfind('|') + 1));
     }
     unlink(path.c_str());
-    ASSERT_EQ(4u, marks.size()) << "two slices, one within the other";
-    EXPECT_EQ("frame hint", marks[0]);
-    EXPECT_EQ("Boost hint: 5, [id: 9]", marks[1]);
+    const std::string end = std::to_string(getpid());
+    EXPECT_EQ((std::vector<std::string>{"frame hint", "Boost hint: 5, [id: 9]", end, end,
+                                        "[GFR_BOOST] GFR_IOCTL bl=2 hr=7 bf=690, [id: 9]", end}),
+              marks);
 }
 
 TEST_F(BoostTest, DeviceMessages) {
@@ -207,6 +213,13 @@ TEST_F(BoostTest, AtMostOneLowLatencyLock) {
     EXPECT_EQ((std::vector<std::string>{"acquire 0 for 123 gives " + first, "release " + first,
                                         "acquire 0 for 456 gives " + second, "release " + second}),
               locks());
+
+    PerfService::refuseLocks(true);
+    for (const bool enable : {true, false}) {
+        proxy()->setLowLatency(789, enable);
+        drainWorker();
+    }
+    EXPECT_EQ("acquire 0 for 789 gives 0", locks().back()) << "there was none to release";
 }
 
 TEST_F(BoostTest, DelaysFollowTheClock) {
@@ -217,6 +230,18 @@ TEST_F(BoostTest, DelaysFollowTheClock) {
     drainWorker();
     clock.advance(1);
     EXPECT_EQ(6'000, ranAt.get_future().get());
+}
+
+TEST_F(BoostTest, TheWorkerIsRaisedAsFrameThreadsAre) {
+    const auto scheduling = [] {
+        return std::pair(getpriority(PRIO_PROCESS, 0), sched_getscheduler(0));
+    };
+    std::promise<std::pair<int, int>> worker;
+    proxy()->postTask([&] { worker.set_value(scheduling()); });
+    std::thread([&] {
+        raiseFrameThreadPriority();
+        EXPECT_EQ(scheduling(), worker.get_future().get());
+    }).join();
 }
 
 TEST_F(BoostTest, HintsReachTheDeviceWithoutAWorker) {
@@ -231,7 +256,6 @@ TEST_F(BoostTest, HintsReachTheDeviceWithoutAWorker) {
     EXPECT_EQ("Corvane", log.lines()[0].tag);
     EXPECT_EQ(ANDROID_LOG_ERROR, log.lines()[0].priority);
     EXPECT_EQ(1u, BoostDevice::requests().size());
-    proxy()->stopBoostThread();
 
     proxy()->startBoostThread();  // a failed start leaves it stopped, not broken
     drainWorker();
@@ -248,6 +272,8 @@ TEST_F(BoostTest, NoWorkerWithoutDescriptors) {
     EXPECT_EQ(0u, proxy()->postTask([] {}));
     ASSERT_EQ(1u, log.lines().size());
     EXPECT_EQ("eventfd failed: Too many open files", log.lines()[0].text);
+    proxy()->startBoostThread();
+    drainWorker();
 }
 
 TEST_F(BoostTest, PostingGoesOnWhileTheWorkerStopsAndStarts) {
@@ -280,14 +306,14 @@ TEST_F(BoostTest, PostingGoesOnWhileTheWorkerStopsAndStarts) {
 }
 
 TEST_F(BoostTest, DestructionUndoesEverything) {
-    const int next = nextDescriptor();
+    const size_t open = openDescriptors();
     BoostDevice::enable();
     for (int round = 1; round <= 2; ++round) {
         proxy()->frameHint(1, 1, 9, "pkg", 0);
         drainWorker();
         EXPECT_EQ(round, BoostDevice::openCount());
         delete proxy();
-        EXPECT_EQ(next, nextDescriptor());
+        EXPECT_EQ(open, openDescriptors());
     }
 }
 

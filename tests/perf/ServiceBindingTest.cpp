@@ -7,6 +7,7 @@
 
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "corvane/host/LogCapture.h"
@@ -221,14 +222,19 @@ TEST(ServiceBinding, AsksForGamesAndTheirWeight) {
 }
 
 TEST(ServiceBinding, OlderServicesAnswerTheWeightAsAHint) {
-    for (const char* variant : {"version-2.2", "version-none"}) {
+    // The newer one between them is found only if the older was let go.
+    for (const auto& [variant, entry, args] :
+         {std::tuple("version-2.2", "perf_hint", std::vector<int>{0, 1}),
+          std::tuple("version-2.3", "perf_get_feedback_extn", std::vector<int>{1, 0}),
+          std::tuple("version-none", "perf_hint", std::vector<int>{0, 1})}) {
         SCOPED_TRACE(variant);
         ASSERT_TRUE(PerfService::install(variant));
         PerfService::addGame("com.example.game", 2);
         PerfProxy* proxy = PerfProxy::getInstance();
         PerfService::clearCalls();
         EXPECT_EQ(2, proxy->getGameWeight("com.example.game"));
-        EXPECT_EQ((std::vector<int>{0, 1}), PerfService::calls("perf_hint", 5633).at(0).args);
+        ASSERT_EQ(1u, PerfService::calls().size());
+        EXPECT_EQ(args, PerfService::calls(entry, 5633).at(0).args);
         delete proxy;
     }
 }

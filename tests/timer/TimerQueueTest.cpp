@@ -167,8 +167,10 @@ TEST_F(TimerQueueTest, HandlersMayUseTheQueue) {
     EXPECT_EQ((std::vector<int>{0}), seenAfter(15));
     EXPECT_EQ((std::vector<int>{5}), seenAfter(0));
 
+    post(5, 6);
+    mQueue->cancelTask(mQueue->postTaskDelayed(6, taskOwning()));
     mQueue->postTaskDelayed(10, taskOwning());
-    EXPECT_EQ((std::vector<int>{0}), seenAfter(10)) << "released after it ran";
+    EXPECT_EQ((std::vector<int>{6, 0, 0}), seenAfter(10)) << "released when collected, or run";
 }
 
 TEST_F(TimerQueueTest, CollectedEntriesCanNoLongerBeCancelled) {
@@ -238,6 +240,16 @@ TEST(TimerQueueFaults, IsInertWithoutDescriptors) {
         EXPECT_EQ("Corvane.TimerQueue", log.lines()[0].tag);
         EXPECT_EQ(next, nextDescriptor()) << "the descriptors opened before the failure stay open";
     }
+}
+
+TEST(TimerQueueFaults, APollThatFailsSaysSo) {
+    const int epollFd = nextDescriptor();
+    const sp<TimerQueue> queue = sp<TimerQueue>::make();
+    close(epollFd);
+    LogCapture log;
+    EXPECT_EQ(TimerQueue::POLL_ERROR, queue->pollOnce(-1));
+    ASSERT_EQ(1u, log.lines().size());
+    EXPECT_EQ("epoll_wait error: Bad file descriptor", log.lines()[0].text);
 }
 
 // Eight threads post, cancel, remove and wake against a running consumer: every task either ran

@@ -34,6 +34,7 @@ struct State {
     std::vector<PerfCall> calls;
     std::map<std::string, int> games;  // and their weights
     std::set<int> locks;
+    bool refusesLocks = false;
     int lastLock = 0;
     std::shared_ptr<IPerfCallback> callback;
     void* clientLibrary = nullptr;
@@ -91,6 +92,7 @@ int perfWeight(const char* package) {
 int perfAcquireLock(int handle) {
     State& s = state();
     const std::lock_guard<std::mutex> lock(s.mutex);
+    if (s.refusesLocks) return 0;
     if (s.locks.count(handle) != 0) return handle;  // renewed
     s.locks.insert(++s.lastLock);
     return s.lastLock;
@@ -145,6 +147,12 @@ void PerfService::removeGame(const std::string& package) {
     State& s = state();
     const std::lock_guard<std::mutex> lock(s.mutex);
     s.games.erase(package);
+}
+
+void PerfService::refuseLocks(bool refuse) {
+    State& s = state();
+    const std::lock_guard<std::mutex> lock(s.mutex);
+    s.refusesLocks = refuse;
 }
 
 std::vector<PerfCall> PerfService::calls() {

@@ -21,7 +21,7 @@ namespace corvane::host {
 //   perf_get_feedback_extn             request    the n integers            the game's weight, or 0
 //   perf_hint                          hint       {duration, type}          the game's weight, or 0
 //   perf_event                         event      the n integers            0
-//   perf_lock_acq                      handle     {duration, list...}       the lock's handle
+//   perf_lock_acq                      handle     {duration, list...}       the lock's handle, or 0
 //   perf_lock_rel                      handle     {}                        0, -1 = no such lock
 //   get_perf_hal_ver                   0          {}                        the version's integer
 //   perf_callback_register             client id  {}                        0
@@ -51,6 +51,9 @@ class PerfService {
 
     static void addGame(const std::string& package, int weight);
     static void removeGame(const std::string& package);
+
+    // From now on perf_lock_acq takes no lock and answers 0, or takes them again.
+    static void refuseLocks(bool refuse);
 
     static std::vector<PerfCall> calls();
     static std::vector<PerfCall> calls(const std::string& entry, int number);
