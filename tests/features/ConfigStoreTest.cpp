@@ -4,11 +4,33 @@
 #include <limits>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 #include "corvane/host/Clock.h"
 #include "features/FeatureTestEnv.h"
 
 namespace android {
+namespace {
+
+// What the registry was told, as "feature package".
+Mutex sNotificationsLock;
+std::vector<std::string> sNotifications GUARDED_BY(sNotificationsLock);
+
+std::vector<std::string> takeNotifications() {
+    Mutex::Autolock lock(sNotificationsLock);
+    return std::exchange(sNotifications, {});
+}
+
+}  // namespace
+
+// Stands in for the library's own, which the linker then leaves in the archive.
+void FeatureManager::notifyConfigChanged(Feature feature, const std::string& pkgName) const {
+    std::string text = std::to_string(feature) + " " + pkgName;
+    if (feature == ACTV_NON_GAME_RESUME) text += ", awaited " + getCheckingAliveApp();
+    Mutex::Autolock lock(sNotificationsLock);
+    sNotifications.push_back(std::move(text));
+}
+
 namespace {
 
 using corvane::host::DrivenClock;
@@ -37,12 +59,12 @@ class ConfigStoreTest : public FeatureTest {
         log.clear();
     }
 
-    // One callback; returns how often the registry was notified of it.
-    size_t push(int hintId, const std::string& pkgName, int arg1, int arg2 = 0,
-                const std::vector<int>& values = {}) {
-        const size_t before = notifications();
+    // One callback; returns what the registry was told of it.
+    Strings push(int hintId, const std::string& pkgName, int arg1, int arg2 = 0,
+                 const std::vector<int>& values = {}) {
+        takeNotifications();
         manager->setCallbackHintValue(hintId, pkgName, arg1, arg2, values);
-        return notifications() - before;
+        return takeNotifications();
     }
 
     // The stored rate; -1 when there is none.
@@ -57,7 +79,7 @@ class ConfigStoreTest : public FeatureTest {
 TEST_F(ConfigStoreTest, FifthPackageEvictsTheOneSetLongestAgo) {
     DrivenClock clock(kStartNs);
     for (const char* pkg : {"d", "c", "b", "a"}) {
-        EXPECT_EQ(push(kTargetFps, pkg, 6000), 1u);
+        EXPECT_EQ(push(kTargetFps, pkg, 6000), Strings{std::string("4 ") + pkg});
         clock.advance(kStepNs);
     }
     push(kTargetFps, "d", 9000);  // refreshed, evicts nobody
@@ -87,14 +109,14 @@ TEST_F(ConfigStoreTest, GlobalAndPackageSettingsReplaceEachOther) {
     EXPECT_FALSE(manager->isTfpsConfigured());
     push(kTargetFps, "a", 6000);
     push(kTargetFps, "b", 6000);
-    EXPECT_EQ(push(kTargetFps, "90", 6000), 1u);  // the text is the rate
+    EXPECT_EQ(push(kTargetFps, "90", 6000), Strings{"4 "});  // the text is the rate
     EXPECT_EQ(targetFps("a"), -1.0f);
     EXPECT_EQ(targetFps("a", true), 90.0f);
     EXPECT_EQ(targetFps("any", true), 90.0f);
     EXPECT_EQ(targetFps("any"), -1.0f);
     EXPECT_TRUE(manager->isTfpsConfigured());
 
-    push(kTargetFps, "hx-core-thermalCallbackHandler", 4550);
+    EXPECT_EQ(push(kTargetFps, "hx-core-thermalCallbackHandler", 4550), Strings{"4 "});
     EXPECT_EQ(targetFps("any", true), 45.5f);
     push(kTargetFps, "hx-core-thermalCallbackHandlerX", 3000);  // a package like any other
     EXPECT_EQ(targetFps("any", true), -1.0f);
@@ -123,21 +145,20 @@ TEST_F(ConfigStoreTest, TargetRateRange) {
         EXPECT_EQ(targetFps("pkg"), !c.stored ? -1.0f : c.accepted ? c.rate : 60.0f) << c.rate;
     }
     log.clear();
-    EXPECT_EQ(push(kTargetFps, "pkg", 24050), 0u);
-    EXPECT_EQ(push(kTargetFps, "-1", 0), 0u);
+    EXPECT_EQ(push(kTargetFps, "pkg", 24050), Strings{});
+    EXPECT_EQ(push(kTargetFps, "-1", 0), Strings{});
     EXPECT_EQ(takeErrors(),
               (Strings{"Invalid target fps found: 240.50", "Invalid target fps found: -1.00"}));
-    EXPECT_EQ(push(kTargetFps, "pkg", 0), 1u);
+    EXPECT_EQ(push(kTargetFps, "pkg", 0), Strings{"4 pkg"});
     EXPECT_EQ(takeDebugLines(), Strings{"pkg = pkg, targetFps = 0.000000"});
 }
 
 TEST_F(ConfigStoreTest, NumericTextThatDoesNotConvertThrowsAndStoresNothing) {
     push(kTargetFps, "pkg", 6000);
-    const size_t before = notifications();
     EXPECT_THROW(push(kTargetFps, std::string(1 << 20, '9'), 0), std::out_of_range);
-    EXPECT_EQ(notifications(), before);
+    EXPECT_EQ(takeNotifications(), Strings{});
     EXPECT_EQ(targetFps("pkg"), 60.0f);
-    EXPECT_EQ(push(kTargetFps, "30", 0), 1u);  // no lock was left held
+    EXPECT_EQ(push(kTargetFps, "30", 0), Strings{"4 "});  // no lock was left held
 }
 
 TEST_F(ConfigStoreTest, HeadroomRates) {
@@ -158,7 +179,7 @@ TEST_F(ConfigStoreTest, HeadroomRates) {
     };
     for (const Case& c : cases) {
         push(kHeadroomRates, "pkg", 0, 0, {0, 1, 0, 1});
-        EXPECT_EQ(push(kHeadroomRates, "pkg", 0, 0, c.values), 1u);
+        EXPECT_EQ(push(kHeadroomRates, "pkg", 0, 0, c.values), Strings{"2 pkg"});
         const auto config = manager->getPhrConfig("pkg", true);
         ASSERT_EQ(config.has_value(), c.rates.has_value());
         if (config) {
@@ -171,7 +192,7 @@ TEST_F(ConfigStoreTest, HeadroomRates) {
 
 TEST_F(ConfigStoreTest, FrameRescueTunables) {
     EXPECT_EQ(push(kFrameRescue, "pkg:golden=0.8_dynamic=1_jank=1.2_baseFreq=600", 0, 0, {1, 9}),
-              1u);
+              Strings{"3 pkg"});
     EXPECT_EQ(takeDebugLines(),
               Strings{"pkg=pkg GFRProp: flag=1 dynamic=true lowerBoost=false golden=0.80vsync "
                       "kFactor=1.00 baseFreq=600;0;0 jankThresholds=1.20;0.00;0.00 entries"});
@@ -190,7 +211,7 @@ TEST_F(ConfigStoreTest, FrameRescueTunables) {
             {":golden=0.9", {1}},
     };
     for (const auto& [text, values] : refused) {
-        EXPECT_EQ(push(kFrameRescue, text, 0, 0, values), 0u) << text;
+        EXPECT_EQ(push(kFrameRescue, text, 0, 0, values), Strings{}) << text;
         EXPECT_EQ(manager->getGFRTunables("pkg", true)->golden, 0.8f);
     }
     EXPECT_EQ(takeErrors(), (Strings{"Invalid gfrFlag: 3", "Invalid gfrFlag: -1",
@@ -200,7 +221,7 @@ TEST_F(ConfigStoreTest, FrameRescueTunables) {
                                      "Invalid parameters for GFR jank thresholds: ",
                                      "Invalid parameters for GFR jank thresholds: golden=0.9"}));
 
-    EXPECT_EQ(push(kFrameRescue, "pkg:whatever", 0, 0, {0}), 1u);
+    EXPECT_EQ(push(kFrameRescue, "pkg:whatever", 0, 0, {0}), Strings{"3 pkg"});
     EXPECT_FALSE(manager->getGFRTunables("pkg", true).has_value());
     GfrTunables untouched;
     EXPECT_FALSE(FeatureManager::parseGFRTunables("golden=0.9", nullptr));
@@ -210,32 +231,37 @@ TEST_F(ConfigStoreTest, FrameRescueTunables) {
 TEST_F(ConfigStoreTest, JankThresholdsForAllPackages) {
     push(kFrameRescue, "pkg:golden=0.8", 0, 0, {1});
     log.clear();
-    EXPECT_EQ(push(kFrameRescue, "1.2;1.5;2.0", 0, 0, {2}), 1u);
+    EXPECT_EQ(push(kFrameRescue, "1.2;1.5;2.0", 0, 0, {2}), Strings{"3 "});
     EXPECT_EQ(takeDebugLines(), Strings{"pkg= GFRProp: flag=2 jankThresholds=1.20;1.50;2.00"});
     EXPECT_FALSE(manager->getGFRTunables("pkg", false).has_value());
     const GfrTunables tunables = *manager->getGFRTunables("pkg", true);
     EXPECT_EQ(tunables.jankThresholds, (std::vector<float>{1.2f, 1.5f, 2.0f}));
     EXPECT_EQ(tunables.golden, GfrTunables{}.golden);
-    EXPECT_EQ(push(kFrameRescue, "", 0, 0, {0}), 1u);
+    EXPECT_EQ(push(kFrameRescue, "", 0, 0, {0}), Strings{"3 "});
     EXPECT_FALSE(manager->getGFRTunables("pkg", true).has_value());
+
+    // A package's text starts from the defaults, not from what all packages share.
+    push(kFrameRescue, "1.2;1.5;2.0", 0, 0, {2});
+    push(kFrameRescue, "pkg:golden=0.8", 0, 0, {1});
+    EXPECT_EQ(manager->getGFRTunables("pkg", true)->jankThresholds, GfrTunables{}.jankThresholds);
 }
 
 TEST_F(ConfigStoreTest, ActivitySettings) {
-    EXPECT_EQ(push(kActivity, "pkg", 2, 1), 1u);
+    EXPECT_EQ(push(kActivity, "pkg", 2, 1), Strings{"8 pkg"});
     EXPECT_FALSE(manager->isActvStable());
-    EXPECT_EQ(push(kActivity, "pkg", 2, 0), 1u);
+    EXPECT_EQ(push(kActivity, "pkg", 2, 0), Strings{"8 pkg"});
     EXPECT_TRUE(manager->isActvStable());
-    EXPECT_EQ(push(kActivity, "pkg", 1), 1u);
-    for (const int kind : {-1, 3}) EXPECT_EQ(push(kActivity, "pkg", kind), 0u);
+    EXPECT_EQ(push(kActivity, "pkg", 1), Strings{"7 pkg"});
+    for (const int kind : {-1, 3}) EXPECT_EQ(push(kActivity, "pkg", kind), Strings{});
     for (const int hint : {0, -1, 4170, 4172, 4188, 4190, 4191, 4193}) {
-        EXPECT_EQ(push(hint, "pkg", 2, 1, {1}), 0u) << hint;
+        EXPECT_EQ(push(hint, "pkg", 2, 1, {1}), Strings{}) << hint;
     }
     EXPECT_TRUE(manager->isActvStable());
     EXPECT_EQ(manager->getCheckingAliveApp(), "");
 }
 
 TEST_F(ConfigStoreTest, AliveCheckResumesOnce) {
-    EXPECT_EQ(push(kActivity, "com.a", 0), 1u);
+    EXPECT_EQ(push(kActivity, "com.a", 0), Strings{"6 com.a, awaited com.a"});
     EXPECT_EQ(manager->getCheckingAliveApp(), "com.a");
     manager->processAliveAppCheck("com.b");
     EXPECT_EQ(log.count("The checked app is no longer alive. Cancel check"), 1u);
@@ -315,7 +341,7 @@ TEST_F(FeaturesOffTest, NothingIsReadBackAndRatesAreNotStored) {
     FeatureManager& manager = start({{"vendor.perf.corvane.debug", "1"}});
     manager.setCallbackHintValue(kHeadroomRates, "pkg", 0, 0, {0, 80, 0, 120});
     EXPECT_EQ(log.count("set PhrMinRate fail, Quick Touch disable!"), 1u);
-    EXPECT_EQ(notifications(), 1u);
+    EXPECT_EQ(takeNotifications(), Strings{"2 pkg"});
     EXPECT_FALSE(manager.getPhrConfig("pkg", true).has_value());
     manager.setCallbackHintValue(kTargetFps, "pkg", 6000, 0, {});
     EXPECT_FALSE(manager.getTfpsConfig("pkg", true).has_value());

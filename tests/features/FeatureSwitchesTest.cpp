@@ -9,6 +9,7 @@
 #include "corvane/host/Properties.h"
 #include "corvane/host/Threads.h"
 #include "features/FeatureTestEnv.h"
+#include "perf/PerfProxy.h"
 
 namespace android {
 namespace {
@@ -33,11 +34,16 @@ void expectInitialTuning(const FeatureManager& manager) {
     EXPECT_EQ(manager.getCpuBigJankThresholdMs(), 0);
 }
 
-class FeatureSwitchesTest : public FeatureTest {};
+class FeatureSwitchesTest : public FeatureTest {
+  protected:
+    // The registry is not started here; it answers every notification with this line.
+    size_t notifications() const { return log.count("LayerManager not initialized"); }
+};
 
 TEST_F(FeatureSwitchesTest, DefaultsWithNothingSet) {
     FeatureManager& manager = start({});
     EXPECT_EQ(enabledFeatures(manager), (std::set<int>{CORVANE, FRAME_RESCUE}));
+    EXPECT_FALSE(PerfProxy::isProfileable());
     expectInitialTuning(manager);
     EXPECT_EQ(manager.getFrameResendVariation(), 0.2f);
     EXPECT_EQ(manager.getDefaultMaxHeadroomRate(true), 1.8f);
@@ -62,6 +68,7 @@ TEST(FeatureSwitchesWithoutServiceTest, DefaultsWhenNobodyAnswersPropertyReads) 
 
 TEST_F(FeatureSwitchesTest, EverythingOn) {
     FeatureManager& manager = start({{"vendor.perf.corvane.debug", "yes"},
+                                     {"vendor.perf.corvane.profile", "y"},
                                      {"vendor.perf.phr.enable", "on"},
                                      {"vendor.rdxe.enable.target_fps", "true"},
                                      {"vendor.rdxe.target_fps.switch_time", "12"},
@@ -72,6 +79,7 @@ TEST_F(FeatureSwitchesTest, EverythingOn) {
                                      {kThreshold, "-5"}});
     EXPECT_EQ(enabledFeatures(manager), (std::set<int>{DEBUG, CORVANE, QUICK_TOUCH, FRAME_RESCUE,
                                                        TARGET_FPS, CPU_BIG_JANK, GPU_JANK_DETECT}));
+    EXPECT_TRUE(PerfProxy::isProfileable());
     EXPECT_TRUE(manager.isPHRDynamicEnabled());
     EXPECT_EQ(manager.getTargetFpsSwitchTime(), 12);
     EXPECT_TRUE(manager.isTargetFpsCompensate());
