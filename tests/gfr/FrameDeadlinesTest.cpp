@@ -63,18 +63,6 @@ TEST(FrameDeadlines, OnlyANewPositivePeriodUpdatesUnlessForced) {
     EXPECT_EQ(-1, d.periodNs);
 }
 
-TEST(FrameDeadlines, FollowTheNumberOfThresholds) {
-    GfrTunables tunables;
-    tunables.jankThresholds = {1.5f};
-    FrameDeadlines d = at(kPeriod, 0.0f, tunables);
-    EXPECT_TRUE(d.hasLevel(0));
-    EXPECT_FALSE(d.hasLevel(1));
-    EXPECT_FALSE(d.hasLevel(-1));
-    tunables.jankThresholds.clear();
-    d.update(kPeriod, 0.0f, tunables, kVariation, /*force=*/true);
-    EXPECT_FALSE(d.hasLevel(0));
-}
-
 TEST(FrameDeadlines, Level0WaitsForTheGoldenBudget) {
     const FrameDeadlines d = at(kPeriod);  // deadline 13, golden 6, shortest delay 8 ms
     constexpr nsecs_t kQueueEnd = 100 * kMs;

@@ -51,14 +51,6 @@ TEST_F(MonitorTest, ALateFrameIsBoostedInStagesAndReleasedByTheNext) {
     EXPECT_EQ(1u, hints().size());
 }
 
-TEST_F(MonitorTest, LaterLevelsCountFromTheCheckBefore) {
-    queueFrame();
-    clock.advance(14 * kMs);  // the thread runs 1 ms late
-    waitForDeadline(kStart + 17 * kMs);
-    clock.advanceTo(kStart + 18 * kMs);
-    waitForDeadline(kStart + 21 * kMs);
-}
-
 TEST_F(MonitorTest, AFrameThatEndsInTimeIsLeftAlone) {
     queueFrame();
     clock.advance(13 * kMs - 1);

@@ -293,6 +293,10 @@ TEST_F(AppHooksTest, SwitchesFollowTheirProperties) {
     EXPECT_EQ(2u, mLog.count("[Prop Changed: ST:"));
     aCorvaneSetTouchEvent(DOWN);
     EXPECT_TRUE(powerBoosts().empty());
+
+    aCorvaneAppInit();  // watches a second time
+    set(kTouch, "1");
+    EXPECT_TRUE(mLog.waitFor("[Prop Changed: ST: 1]", 3));
 }
 
 TEST_F(AppHooksTest, TheTrackerOutlivesItsSwitch) {
@@ -318,7 +322,9 @@ TEST_F(AppHooksTest, EachStepHasItsSlice) {
     const std::string path = ::testing::TempDir() + "app_hooks_" + std::to_string(getpid());
     ASSERT_TRUE(startTrace(path, ~uint64_t{0}));
     init(true, true);
-    queue(2 * kMs);
+    aCorvaneQueueBuffer(false);
+    mClock.advance(kSecond);
+    queue(2 * kMs);  // closes a window of one frame: an interval of ten digits
     aCorvaneSetTouchEvent(DOWN);
     aCorvaneSetTouchEvent(UP);
     Buffer{}.filter();
@@ -342,11 +348,13 @@ TEST_F(AppHooksTest, EachStepHasItsSlice) {
     }
     unlink(path.c_str());
     EXPECT_EQ((std::vector<std::string>{"aCorvaneQueueBuffer", "aCorvaneQueueBuffer",
-                                        "EVENT_ACTION_DOWN", "EVENT_ACTION_UP",
-                                        "aCorvaneInstantBuffer true", "skip this DOWN event.",
-                                        "EVENT_ACTION_MOVE", "Unknown", "EVENT_ACTION_MOVE",
-                                        "aCorvaneConsumeInputNow",
-                                        "vsync: -1, vsyncTs: -9223372036854775808, touch: 10000000",
+                                        "aCorvaneQueueBuffer", "EVENT_ACTION_DOWN",
+                                        "EVENT_ACTION_UP", "aCorvaneInstantBuffer true",
+                                        "skip this DOWN event.", "EVENT_ACTION_MOVE", "Unknown",
+                                        "EVENT_ACTION_MOVE", "aCorvaneConsumeInputNow",
+                                        // Cut to 63 characters.
+                                        "vsync: 1000000000, vsyncTs: -9223372036854775808, touch: "
+                                        "500000",
                                         "consume first MOVE"}),
               slices);
 }
