@@ -198,6 +198,7 @@ std::string jsonReport(const ReportSource& source) {
     root["scenario"] =
             source.scenarioFile.empty() ? Json::Value() : Json::Value(source.scenarioFile);
     root["replay"]["repeat"] = source.repeat;
+    root["replay"]["stopped"] = played.stopped;
     root["replay"]["durationNs"] = Json::Int64(played.durationNs);
     root["replay"]["vsyncLateness"] = spreadOfNs(played.lateness);
     root["replay"]["droppedFrames"] = Json::UInt64(played.droppedFrames);

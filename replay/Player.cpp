@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <chrono>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -66,11 +67,17 @@ PlayResult Player::play(const std::function<void(int64_t, int64_t)>& progress) {
     mOnStart(mStartNs);
 
     std::vector<std::thread> threads;
-    threads.emplace_back([this] { runCompositor(); });
-    for (auto& producer : mProducers) {
-        threads.emplace_back([this, &producer] { runProducer(producer); });
+    try {
+        for (auto& producer : mProducers) {
+            threads.emplace_back([this, &producer] { runProducer(producer); });
+        }
+        if (!mActions.empty()) threads.emplace_back([this] { runActions(); });
+        threads.emplace_back([this] { runCompositor(); });
+    } catch (const std::system_error&) {
+        stop();
+        for (auto& thread : threads) thread.join();
+        throw;
     }
-    if (!mActions.empty()) threads.emplace_back([this] { runActions(); });
     while (!mFinished) {
         progress(std::max<int64_t>(0, sinceStart(now())), passNs() * mRepeat);
         std::this_thread::sleep_for(kProgressInterval);
@@ -80,6 +87,7 @@ PlayResult Player::play(const std::function<void(int64_t, int64_t)>& progress) {
     PlayResult result;
     result.startNs = mStartNs;
     result.durationNs = sinceStart(mEndNs);
+    result.stopped = mStopped;
     result.missedLatches = mMissedLatches;
     result.fences = mToldFences;
     result.lateness = spreadOf(std::move(mVsyncLateness));
@@ -97,7 +105,7 @@ PlayResult Player::play(const std::function<void(int64_t, int64_t)>& progress) {
 
 void Player::runCompositor() {
     enterTimelineThread("compositor");
-    for (int pass = 0; pass < mRepeat; ++pass) {
+    for (int pass = 0; pass < mRepeat && !mStopped; ++pass) {
         for (size_t i = 0; i < mDepth.size(); ++i) {
             const Layer& layer = mRecording.layers[i];
             // What happened between the end of a recording and its beginning is not recorded.
@@ -105,7 +113,7 @@ void Player::runCompositor() {
         }
         playPass(mStartNs + pass * passNs());
     }
-    drain(mStartNs + mRepeat * passNs());
+    if (!mStopped) drain(mStartNs + mRepeat * passNs());
     flushFences();
     mEndNs = now();
     mFinished = true;
@@ -114,7 +122,7 @@ void Player::runCompositor() {
 void Player::playPass(int64_t passStartNs) {
     mRecordedDepth.clear();
     for (const Layer& layer : mRecording.layers) mRecordedDepth.push_back(layer.initialDepth);
-    for (size_t i = 0; i < mRecording.steps.size(); ++i) {
+    for (size_t i = 0; i < mRecording.steps.size() && !mStopped; ++i) {
         const Step& step = mRecording.steps[i];
         switch (step.kind) {
             case Step::Kind::kQueue:
@@ -141,7 +149,8 @@ void Player::drain(int64_t fromNs) {
         }
         return false;
     };
-    for (int64_t at = fromNs; mBusyProducers > 0 || isLate(); at += mRecording.vsyncPeriodNs) {
+    for (int64_t at = fromNs; !mStopped && (mBusyProducers > 0 || isLate());
+         at += mRecording.vsyncPeriodNs) {
         vsync(at);
         latchLate(mRecording.steps.size(), fromNs);
     }
@@ -238,7 +247,7 @@ void Player::runProducer(Producer& producer) {
     };
     const size_t total = count * static_cast<size_t>(mRepeat);
     int64_t freeNs = 0;  // when the library let the producer go, apart from the machine's delays
-    for (size_t i = 0; i < total; ++i) {
+    for (size_t i = 0; i < total && !mStopped; ++i) {
         const Step& step = stepAt(i);
         const size_t next = i + producer.toNext[i % count];
         if (next < total && freeNs > dueAt(i) && freeNs >= dueAt(next)) {
@@ -266,7 +275,7 @@ void Player::runActions() {
     const int64_t endNs = mStartNs + mRepeat * passNs();
     for (const auto& action : mActions) {
         const int64_t at = mStartNs + action.atNs;
-        if (at > endNs) break;  // never reached within the time that is played
+        if (at > endNs || mStopped) break;  // never reached within the time that is played
         sleepUntil(at);
         action.run(mActionCosts);
     }

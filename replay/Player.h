@@ -44,6 +44,7 @@ struct PlayedFrame {
 struct PlayResult {
     int64_t startNs = 0;  // systemTime of the first pass's first step
     int64_t durationNs = 0;
+    bool stopped = false;  // before its end
     HookCosts costs;
     std::vector<PlayedFrame> frames;  // in the order of their calls
     size_t droppedFrames = 0;         // never drawn, since their producer was still held back
@@ -78,8 +79,12 @@ class Player {
     // Called with systemTime of the first step before that comes.
     void setOnStart(std::function<void(int64_t startNs)> onStart) { mOnStart = std::move(onStart); }
 
+    // Ends the replay early, at each thread's next step. May be called from any thread, and from a
+    // signal handler.
+    void stop() { mStopped = true; }
+
     // Blocks until all is played. `progress` is called several times a second on the calling thread
-    // with the time played and the whole time.
+    // with the time played and the whole time. Throws std::system_error when a thread cannot start.
     PlayResult play(const std::function<void(int64_t doneNs, int64_t totalNs)>& progress);
 
     int64_t passNs() const { return mRecording.durationNs + mRecording.vsyncPeriodNs; }
@@ -120,6 +125,7 @@ class Player {
     std::vector<Producer> mProducers;
     std::atomic<size_t> mBusyProducers{0};
     std::atomic<bool> mFinished{false};
+    std::atomic<bool> mStopped{false};
     // Per layer, the buffers queued and not latched: raised by producers, lowered by the
     // compositor.
     std::vector<std::atomic<int>> mDepth;

@@ -48,8 +48,9 @@ std::string recordingPart(const ReportSource& source) {
         text += "  " + plural(recording.skippedLayers, "layer") +
                 " with the fewest frames left out\n";
     }
-    text += "  played " + (source.repeat == 1 ? "once" : format("%d times", source.repeat)) +
-            " in " + seconds(played.durationNs) + "; vsyncs late by " + cost(played.lateness.p50) +
+    const std::string times = source.repeat == 1 ? "once" : format("%d times", source.repeat);
+    text += "  played " + (played.stopped ? "until stopped" : times) + " in " +
+            seconds(played.durationNs) + "; vsyncs late by " + cost(played.lateness.p50) +
             " p50, " + cost(played.lateness.p99) + " p99, " + cost(played.lateness.max) + " max\n";
     if (played.droppedFrames > 0 || played.missedLatches > 0) {
         text += "  " + plural(played.droppedFrames, "frame") +

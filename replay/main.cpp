@@ -8,7 +8,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -17,6 +19,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -187,6 +190,22 @@ void endProgress() {
     if (isatty(STDERR_FILENO)) std::fputs("\r\x1b[K", stderr);
 }
 
+// The player that an interrupt stops, so that the report tells of what was played until then.
+std::atomic<Player*> sInterruptible{nullptr};
+
+void onInterrupt(int /*signal*/) {
+    if (Player* player = sInterruptible.load()) player->stop();
+}
+
+PlayResult play(Player& player) {
+    sInterruptible = &player;
+    std::signal(SIGINT, onInterrupt);
+    PlayResult played = player.play(showProgress);
+    std::signal(SIGINT, SIG_DFL);
+    sInterruptible = nullptr;
+    return played;
+}
+
 Scenario loadScenario(const Options& options) {
     if (options.scenario.empty()) return {};
     auto result = parseScenario(readFile(options.scenario), options.scenario);
@@ -231,7 +250,7 @@ void run(const Options& options) {
         player.setOnStart([&](int64_t startNs) { application->begin(startNs); });
     }
     queryLibrary(startCosts);
-    PlayResult played = player.play(showProgress);
+    PlayResult played = play(player);
     endProgress();
     queryLibrary(startCosts);
     played.costs.merge(startCosts);
@@ -269,6 +288,9 @@ int main(int argc, char** argv) {
     } catch (const Stop& stop) {
         std::fprintf(stderr, "corvane-replay: %s\n", stop.sentence.c_str());
         return stop.status;
+    } catch (const std::system_error& error) {
+        std::fprintf(stderr, "corvane-replay: the system refuses: %s\n", error.what());
+        return kFailed;
     }
     return kPlayed;
 }

@@ -265,6 +265,16 @@ TEST(Player, RunsActionsInTimesOrderUpToTheEnd) {
     EXPECT_EQ(played.costs.spread(Hook::kUnblockPendingBuffer).count, 3U);
 }
 
+TEST(Player, StopsEarlyWhenAsked) {
+    const Recording recording = RecordingOf(10).layer(1).queue(5).queue(50).get();
+    FakeHooks hooks;
+    Player player(recording, hooks, 1'000);
+    hooks.onQueue = [&](int32_t) { player.stop(); };
+    const PlayResult played = player.play(ignoreProgress);
+    EXPECT_TRUE(played.stopped);
+    EXPECT_EQ(played.frames.size(), 1U);
+}
+
 TEST(Player, TellsOfUnsignaledFencesAtLatch) {
     RecordingOf builder(5);
     builder.layer(1, 4);
