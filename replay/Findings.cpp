@@ -38,8 +38,8 @@ class Collector {
           : mRecording(recording), mPlayed(played) {
         mFindings.layers.resize(recording.layers.size());
         for (size_t i = 0; i < recording.layers.size(); ++i) mById[recording.layers[i].id] = i;
-        mCallTimes.resize(recording.layers.size());
-        for (const auto& frame : played.frames) mCallTimes[frame.layer].push_back(frame.callNs);
+        mFrames.resize(recording.layers.size());
+        for (const auto& frame : played.frames) mFrames[frame.layer].push_back(frame);
     }
 
     void readLog(const std::vector<host::LogLine>& log);
@@ -79,7 +79,7 @@ class Collector {
     const Recording& mRecording;
     const PlayResult& mPlayed;
     std::unordered_map<int, size_t> mById;
-    std::vector<std::vector<int64_t>> mCallTimes;  // per layer, of its buffers, ascending
+    std::vector<std::vector<PlayedFrame>> mFrames;  // per layer, in order
     int mHeadroomOffId = 0;  // the layer whose headroom control was switched off last
     std::vector<int64_t> mVsyncs;
     struct DeviceTrace {
@@ -301,12 +301,14 @@ void Collector::addBoost(int id, int64_t atNs, int level, int freqMHz) {
         mFindings.unclaimedBoosts.push_back(boost);
         return;
     }
-    // The hint that releases an earlier boost comes from within the next buffer's call.
-    const auto& times = mCallTimes[entry->second];
-    const auto next = std::upper_bound(times.begin(), times.end(), atNs);
-    if (next != times.begin()) {
-        boost.frame = static_cast<size_t>(next - times.begin());
-        boost.sinceQueueNs = atNs - *std::prev(next);
+    // A release comes from within the next buffer's call, a boost after the late buffer's.
+    const auto& frames = mFrames[entry->second];
+    const auto next = std::partition_point(frames.begin(), frames.end(), [&](const auto& frame) {
+        return (level == 0 ? frame.callNs : frame.returnNs) <= atNs;
+    });
+    if (next != frames.begin()) {
+        boost.frame = static_cast<size_t>(next - frames.begin());
+        boost.sinceQueueNs = atNs - std::prev(next)->callNs;
     }
     mFindings.layers[entry->second].boosts.push_back(boost);
 }

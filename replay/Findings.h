@@ -52,7 +52,7 @@ struct Boost {
     int64_t atNs;
     int level;
     int freqMHz;
-    size_t frame;          // the layer's latest buffer by then, counted from 1; 0 for none
+    size_t frame;          // the buffer that asked for it, counted from 1; 0 for none
     int64_t sinceQueueNs;  // from that buffer's call
 };
 

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -44,18 +45,29 @@ Player::Player(const Recording& recording, Hooks& hooks, int repeat)
         if (step.kind != Step::Kind::kQueue) continue;
         mProducers[recording.layers[step.layer].process].steps.push_back(i);
     }
-    for (auto& producer : mProducers) {
-        const size_t count = producer.steps.size();
-        producer.toNext.resize(count);
-        std::vector<size_t> nextOf(recording.layers.size());
-        for (size_t i = 2 * count; i-- > 0;) {  // twice around: the last one's next is the first
-            const size_t layer = recording.steps[producer.steps[i % count]].layer;
-            if (i < count) producer.toNext[i] = nextOf[layer] - i;
-            nextOf[layer] = i;
-        }
-    }
+    for (auto& producer : mProducers) prepare(producer);
     // A trace does not tell the focus: it is taken to be where most frames come from.
     mFocusedProcess = recording.busiestProcess();
+}
+
+void Player::prepare(Producer& producer) {
+    const size_t count = producer.steps.size();
+    producer.toNext.resize(count);
+    std::vector<size_t> nextOf(mRecording.layers.size());
+    for (size_t i = 2 * count; i-- > 0;) {  // twice around: the last one's next is the first
+        const size_t layer = mRecording.steps[producer.steps[i % count]].layer;
+        if (i < count) producer.toNext[i] = nextOf[layer] - i;
+        nextOf[layer] = i;
+    }
+    const auto& dequeues = mRecording.processes[producer.process].dequeues;
+    int64_t previousNs = 0;
+    for (const size_t step : producer.steps) {
+        const int64_t queueNs = mRecording.steps[step].timeNs;
+        const auto after = std::upper_bound(dequeues.begin(), dequeues.end(), queueNs);
+        const bool known = after != dequeues.begin() && *std::prev(after) >= previousNs;
+        producer.drawNs.push_back(known ? queueNs - *std::prev(after) : 0);
+        previousNs = queueNs;
+    }
 }
 
 PlayResult Player::play(const std::function<void(int64_t, int64_t)>& progress) {
@@ -254,7 +266,7 @@ void Player::runProducer(Producer& producer) {
             ++producer.dropped;
             continue;
         }
-        const int64_t startNs = std::max(dueAt(i), freeNs);
+        const int64_t startNs = std::max(dueAt(i), freeNs + producer.drawNs[i % count]);
         sleepUntil(startNs);
         const Layer& layer = mRecording.layers[step.layer];
         const int64_t callNs = now();

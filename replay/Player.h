@@ -58,7 +58,9 @@ struct PlayResult {
 // deadline.
 //
 // The library may hold a producer back inside the hook. Then the replay goes on as a phone would:
-//  - The producer is late: a buffer is queued at its recorded time, or when the producer is free.
+//  - The producer is late: a buffer is queued at its recorded time, or when the producer is free
+//  and
+//    has drawn it, for as long as it was recorded to take from getting the buffer to queueing it.
 //  - A producer that is still held when even its next buffer is due has not drawn the one between:
 //    that buffer is dropped. (Only holding counts; a replay thread that the machine woke late is
 //    not the library's doing and drops nothing.)
@@ -92,13 +94,15 @@ class Player {
   private:
     struct Producer {
         size_t process;
-        std::vector<size_t> steps;   // its queue steps, indices into the recording's
-        std::vector<size_t> toNext;  // from each, how many steps on the layer queues again
+        std::vector<size_t> steps;    // its queue steps, indices into the recording's
+        std::vector<size_t> toNext;   // from each, how many steps on the layer queues again
+        std::vector<int64_t> drawNs;  // of each, from getting the buffer to queueing it; 0: unknown
         HookCosts costs;
         std::vector<PlayedFrame> frames;
         size_t dropped = 0;
     };
 
+    void prepare(Producer& producer);
     void runCompositor();
     void playPass(int64_t passStartNs);
     void drain(int64_t fromNs);

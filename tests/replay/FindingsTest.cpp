@@ -126,7 +126,7 @@ TEST_F(FindingsTest, MeasuresHeldAndPacedFramesInTheTrace) {
 }
 
 TEST_F(FindingsTest, GivesBoostsToTheFramesThatAskedForThem) {
-    mPlayed.frames = {{0, 10 * kMs, 11 * kMs}, {1, 20 * kMs, 21 * kMs}, {0, 40 * kMs, 41 * kMs}};
+    mPlayed.frames = {{0, 10 * kMs, 11 * kMs}, {1, 20 * kMs, 21 * kMs}, {0, 29 * kMs, 31 * kMs}};
     TraceText text;
     text.slice(9, 30.0, "[GFR_BOOST] GFR_IOCTL bl=1 hr=7 bf=500, [id: 5]");
     text.slice(9, 45.0, "[GFR_BOOST] GFR_IOCTL bl=0 hr=7 bf=0, [id: 6]");

@@ -49,6 +49,10 @@ class RecordingOf {
         ++mRecording.layers[mLayer].finalDepth;
         return add(ms, Kind::kQueue);
     }
+    RecordingOf& dequeue(int64_t ms) {
+        mRecording.processes.back().dequeues.push_back(ms * kMs);
+        return *this;
+    }
     RecordingOf& latch(int64_t ms, int count = 1) {
         mRecording.layers[mLayer].finalDepth -= count;
         return add(ms, Kind::kLatch, count);
@@ -236,6 +240,21 @@ TEST(Player, AProducerThatIsHeldDropsWhatItCouldNotDraw) {
     for (size_t i = 1; i < played.frames.size(); ++i) {
         EXPECT_GE(played.frames[i].callNs, played.frames[i - 1].returnNs);
     }
+}
+
+TEST(Player, AProducerThatIsHeldStillDrawsItsNextBuffer) {
+    const Recording recording =
+            RecordingOf(12).layer(1).dequeue(2).queue(5).dequeue(11).queue(18).get();
+    FakeHooks hooks;
+    int calls = 0;
+    hooks.onQueue = [&](int32_t) {
+        if (calls++ == 0) hooks.awaitVsyncs(4);
+    };
+    const PlayResult played = Player(recording, hooks, 1).play(ignoreProgress);
+    ASSERT_EQ(played.frames.size(), 2U);
+    const auto& [first, second] = std::make_pair(played.frames[0], played.frames[1]);
+    const int64_t heldNs = first.returnNs - first.callNs;
+    EXPECT_GE(second.callNs, 5 * kMs + heldNs + 7 * kMs) << "it took 7 ms from buffer to queue";
 }
 
 TEST(Player, VsyncsGoOnUntilTheLastProducerIsFree) {
