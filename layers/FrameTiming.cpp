@@ -18,7 +18,8 @@ constexpr nsecs_t kEventSkew = 2'000'001;
 
 nsecs_t predictTimeToPresent(nsecs_t now, nsecs_t period, nsecs_t anchor, int32_t queued) {
     const bool phaseKnown = period >= 1 && anchor >= 1;
-    const nsecs_t toNext = phaseKnown ? period - (now - anchor) % period : period;
+    // A buffer that was queued just before the latch was recorded is negative in phase.
+    const nsecs_t toNext = phaseKnown ? saturatingSub(period, (now - anchor) % period) : period;
     return saturatingAdd(toNext, saturatingMul(period, static_cast<nsecs_t>(queued)));
 }
 

@@ -32,6 +32,7 @@ TEST(FrameTimingTest, PredictsTheTimeToPresent) {
             {970, 100, 1'000, 0, 130},    // queued before the latch that was recorded first
             {1'030, 100, 1'000, -1, -30},
             {1'000, kMax, 900, kIntMax, kMax},
+            {970, kMax, 1'000, 0, kMax},
             {1'000, kMax, 0, kIntMin, kMin + kMax},
             {1'000, kMin, 900, kIntMax, kMin},
             {1'000, kMin, 900, kIntMin, -1},
