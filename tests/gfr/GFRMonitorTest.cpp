@@ -8,12 +8,15 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <fstream>
+#include <iterator>
 #include <limits>
 
 #include "MonitorFixture.h"
 #include "corvane/host/LogCapture.h"
 #include "corvane/host/PerfService.h"
 #include "corvane/host/Threads.h"
+#include "corvane/host/TraceCapture.h"
 #include "gfr/GFRMonitor.h"
 
 namespace android {
@@ -71,6 +74,9 @@ TEST_F(MonitorTest, OwnRateSetsTheDeadlines) {
     // The next begin returns to the display's period; a rate that close to none stays there.
     queueFrame(0.01f);
     EXPECT_EQ(kStart + 13 * kMs, clock.nextDeadline());
+    queueFrame(0.5f);
+    EXPECT_EQ(kStart + static_cast<nsecs_t>(1.3f * 2e9f), clock.nextDeadline());
+    queueFrame();
     // A new display period counts from the next frame on.
     monitor.setVsyncInfo(2 * kPeriod, 45);
     EXPECT_EQ(kStart + 13 * kMs, clock.nextDeadline());
@@ -92,6 +98,10 @@ TEST_F(MonitorTest, DynamicTunablesMoveTheFirstCheckAndComputeTheBoost) {
                                       {2, kJankHeadroom, 2000},
                                       {3, kJankHeadroom, 3000}};
     EXPECT_EQ(boosts, hints());
+
+    monitor.updateLayerTunables(kLayer, GfrTunables{});
+    queueFrame();
+    EXPECT_EQ(clock.now() + 13 * kMs, clock.nextDeadline());
 }
 
 TEST_F(MonitorTest, PassedDeadlineKeepsTheLastBoost) {
@@ -245,6 +255,7 @@ TEST_F(MonitorTest, StopsAndStartsAgain) {
     EXPECT_EQ(1u, hints().size());
 
     ASSERT_TRUE(monitor.init());
+    monitor.setGFRActive(kLayer, true);
     queueFrame();  // forgotten
     EXPECT_EQ(-1, clock.nextDeadline());
 }
@@ -334,7 +345,8 @@ TEST_F(MonitorTest, NothingIsCheckedWithoutAPeriod) {
     }
     // The layer's own rate is a period too.
     queueFrame(100.0f);
-    EXPECT_EQ(kStart + 13 * kMs, clock.nextDeadline());
+    runCheckDueAt(kStart + 13 * kMs, kStart + 16 * kMs);
+    EXPECT_EQ(1u, hints().size());
 }
 
 TEST_F(MonitorTest, TimesAtTheEndsOfTheirRangeDoNotOverflow) {
@@ -362,6 +374,8 @@ TEST(GFRMonitorMessages, AreThoseOfEachOperation) {
     ASSERT_TRUE(PerfService::install());
     base::SetProperty("vendor.perf.corvane.debug", "1");
     base::SetProperty("vendor.perf.corvane.profile", "1");
+    const std::string tracePath = testing::TempDir() + "gfr_monitor_" + std::to_string(getpid());
+    ASSERT_TRUE(corvane::host::startTrace(tracePath, ~uint64_t{0}));
     corvane::host::DrivenClock clock(kStart);
     LogCapture log;
     GFRMonitor monitor;
@@ -379,12 +393,30 @@ TEST(GFRMonitorMessages, AreThoseOfEachOperation) {
     monitor.onQueueEnd(kLayer, kStart, 0.0f);
     monitor.updateFrameDropWindow(kLayer, 2);
     monitor.updateFrameDropWindow(kLayer, 12);
-    clock.advance(11 * kMs);
-    ASSERT_TRUE(log.waitFor("final_freq"));
+    for (nsecs_t check : {11, 14, 17}) {
+        clock.advanceTo(kStart + check * kMs);
+        ASSERT_TRUE(log.waitFor("final_freq", static_cast<size_t>(check - 8) / 3));
+        monitor.updateFrameDropWindow(-1, 0);  // waits for the check's end
+    }
+    // Three frames in time, of which two are seen to end by the next.
+    for (int i = 0; i < 3; ++i) {
+        monitor.onQueueBegin(kLayer, clock.now(), 0, 0);
+        monitor.onQueueEnd(kLayer, clock.now(), 0.0f);
+    }
     monitor.setGFRActive(kLayer, false);
     monitor.setGFRActive(kLayer + 1, false);  // unknown: nothing
     monitor.unregisterLayer(kLayer + 1);      // unknown: told
     monitor.forceStop();
+    corvane::host::stopTrace();
+
+    std::ifstream trace(tracePath);
+    const std::string slices{std::istreambuf_iterator<char>(trace), {}};
+    unlink(tracePath.c_str());
+    const std::string finish = "frame finish, [Game %n%s]";
+    const size_t first = slices.find(finish);
+    const size_t second = slices.find(finish, first + 1);
+    ASSERT_NE(std::string::npos, second);
+    EXPECT_EQ(std::string::npos, slices.find(finish, second + 1));
 
     std::vector<std::string> texts;
     for (const auto& line : log.lines()) {
@@ -406,6 +438,8 @@ TEST(GFRMonitorMessages, AreThoseOfEachOperation) {
           "Corvane: [FrameDrop] drops64=2/64, drops32=2/32, drops16=2/16, current=2 frames",
           "Corvane: [FrameDrop] Extreme drop detected (12 frames), reset window",
           "Corvane: [GFR2.0] L0: ttd=6000000ns base=500 MHz final_freq=800 MHz flags=0x118",
+          "Corvane: [GFR2.0] L1: ttd=3000000ns base=800 MHz final_freq=800 MHz flags=0x108",
+          "Corvane: [GFR2.0] L2: ttd=0ns base=0 MHz final_freq=0 MHz flags=0x200",
           "Corvane.GFRMonitor: Layer 7 disable GFR",
           "Corvane.GFRMonitor: GFR: Unregistered layer 8",
           "Corvane.GFRMonitor: GFRMonitor thread exited",

@@ -158,6 +158,9 @@ TEST_F(AppHooksTest, EitherSwitchTurnsTouchesOn) {
     // But no frame is made instant by moves alone.
     queue(2 * kMs);
     EXPECT_FALSE(Buffer{}.filter());
+    // The tracker came with the switch.
+    aCorvaneSetTouchEvent(MOVE);
+    EXPECT_TRUE(consumes(false));
 }
 
 TEST_F(AppHooksTest, TheFirstFrameAfterATouchIsInstant) {
@@ -300,19 +303,25 @@ TEST_F(AppHooksTest, SwitchesFollowTheirProperties) {
 }
 
 TEST_F(AppHooksTest, TheTrackerOutlivesItsSwitch) {
-    init(false, true);
+    init(true, true);
     measureFrames();
     set(kMove, "0");
     ASSERT_TRUE(mLog.waitFor("[Prop Changed: STM: 0]"));
     aCorvaneSetTouchEvent(MOVE);
     EXPECT_FALSE(consumes(false));
     EXPECT_TRUE(consumes(true));
+    for (int i = 0; i < 20; ++i) {  // slower frames, which nobody measures
+        mClock.advance(100 * kMs);
+        queue(2 * kMs);
+    }
     set(kMove, "1");
     ASSERT_TRUE(mLog.waitFor("[Prop Changed: STM: 1]"));
     aCorvaneSetTouchEvent(MOVE);
     EXPECT_TRUE(consumes(false));
     queue(2 * kMs);
     EXPECT_FALSE(consumes(true)) << "the interval measured before still counts";
+    mClock.advance(kInterval);
+    EXPECT_TRUE(consumes(false));
 
     aCorvaneAppInit();  // measures anew
     EXPECT_TRUE(consumes(false));
