@@ -1,6 +1,7 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
+#include <atomic>
 #include <ostream>
 #include <set>
 #include <system_error>
@@ -227,11 +228,17 @@ TEST_F(FeatureSwitchesTest, ManyFirstCallersGetOneInstance) {
     ASSERT_TRUE(base::SetProperty("vendor.perf.phr.enable", "1"));
     constexpr size_t kThreads = 16;
     std::vector<FeatureManager*> instances(kThreads);
+    // Half of the threads come first; the others after it, ordered by the instance alone.
+    std::atomic<bool> created{false};
     std::vector<std::thread> threads;
-    for (FeatureManager*& instance : instances) {
-        threads.emplace_back([&instance] {
-            instance = FeatureManager::getInstance();
-            EXPECT_TRUE(instance->isFeatureEnabled(QUICK_TOUCH));
+    for (size_t i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&, i] {
+            while (i % 2 != 0 && !created.load(std::memory_order_relaxed)) {
+                std::this_thread::yield();
+            }
+            instances[i] = FeatureManager::getInstance();
+            created.store(true, std::memory_order_relaxed);
+            EXPECT_TRUE(instances[i]->isFeatureEnabled(QUICK_TOUCH));
         });
     }
     for (std::thread& thread : threads) thread.join();

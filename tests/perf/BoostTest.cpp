@@ -167,13 +167,16 @@ TEST_F(BoostTest, TheFirstProbeHappensOnceForAllThreads) {
     BoostDevice::enable();
     constexpr int kThreads = 8;
     PerfProxy* const shared = proxy();
-    std::atomic<int> ready{0};
+    // Half of the threads come first; the others after it, ordered by the probe alone.
+    std::atomic<bool> probed{false};
     std::vector<std::thread> threads;
     for (int i = 0; i < kThreads; ++i) {
         threads.emplace_back([&, i] {
-            ++ready;
-            while (ready < kThreads) std::this_thread::yield();
+            while (i % 2 != 0 && !probed.load(std::memory_order_relaxed)) {
+                std::this_thread::yield();
+            }
             shared->frameHint(3, i, i, "pkg", i);
+            probed.store(true, std::memory_order_relaxed);
         });
     }
     for (std::thread& thread : threads) thread.join();
@@ -301,7 +304,17 @@ TEST_F(BoostTest, PostingGoesOnWhileTheWorkerStopsAndStarts) {
     for (std::thread& poster : posters) poster.join();
     drainWorker();
     EXPECT_LE(ran, accepted);
+
+    std::promise<void> started;
+    bool finished = false;
+    shared->postTask([&] {
+        started.set_value();
+        while (shared->postTask(nullptr) != 0) std::this_thread::yield();
+        finished = true;
+    });
+    started.get_future().wait();
     shared->stopBoostThread();
+    EXPECT_TRUE(finished) << "stopping waits for the task that runs";
     EXPECT_EQ(0u, shared->postTask([&] { ++ran; }));
 }
 

@@ -5,6 +5,7 @@
 #include <android/log.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -242,9 +243,18 @@ TEST(ServiceBinding, OlderServicesAnswerTheWeightAsAHint) {
 TEST(ServiceBinding, OneInstanceForAllThreads) {
     ASSERT_TRUE(PerfService::install());
     std::vector<PerfProxy*> seen(8);
+    // Half of the threads come first; the others after it, ordered by the instance alone.
+    std::atomic<bool> created{false};
     std::vector<std::thread> threads;
-    for (PerfProxy*& slot : seen) {
-        threads.emplace_back([&slot] { slot = PerfProxy::getInstance(); });
+    for (size_t i = 0; i < seen.size(); ++i) {
+        threads.emplace_back([&, i] {
+            while (i % 2 != 0 && !created.load(std::memory_order_relaxed)) {
+                std::this_thread::yield();
+            }
+            seen[i] = PerfProxy::getInstance();
+            created.store(true, std::memory_order_relaxed);
+            seen[i]->perfLockRel(0);
+        });
     }
     for (std::thread& thread : threads) thread.join();
     for (const PerfProxy* proxy : seen) EXPECT_EQ(seen[0], proxy);
