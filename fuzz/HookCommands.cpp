@@ -418,6 +418,8 @@ void setUpHooks() {
           "debug.vendor.perf.smart_touch.move", "debug.vendor.perf.smart_touch.trace"}) {
         FUZZ_CHECK(android::base::SetProperty(name, "1"));
     }
+    constexpr const char* kRampFrames = "20";
+    FUZZ_CHECK(android::base::SetProperty("vendor.rdxe.target_fps.switch_time", kRampFrames));
     for (size_t i = 0; i < 3; ++i) {
         PerfService::addGame(layers()[i].package, static_cast<int>(i));
     }

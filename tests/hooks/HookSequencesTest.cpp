@@ -89,7 +89,7 @@ TEST_F(HookSequencesTest, VariedSeeds) {
             begin = end + 1;
         }
     }
-    constexpr int kPrograms = 120;
+    constexpr int kPrograms = 80;
     constexpr int kLinesEach = 12;
     static std::mt19937 random(1);  // repetitions go on from there
     for (int i = 0; i < kPrograms; ++i) {
