@@ -302,7 +302,7 @@ void FeatureManager::processAliveAppCheck(std::string aliveApps) {
     if (contains(aliveApps, checkingApp)) {
         PerfProxy::VLOGD(kFeatureLogTag,
                          "The checked app is still alive, trigger its resume logic");
-        mPerfProxy->perfEvent(kEventResume, checkingApp.c_str(), 0, nullptr);
+        mPerfProxy->postEvent(kEventResume, std::move(checkingApp), {});
     } else {
         PerfProxy::VLOGD(kFeatureLogTag, "The checked app is no longer alive. Cancel check");
     }

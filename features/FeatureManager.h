@@ -75,8 +75,7 @@ class FeatureManager {
     std::optional<PhrConfig> getPhrConfig(const std::string& pkgName, bool useGlobal) const;
     std::optional<GfrTunables> getGFRTunables(const std::string& pkgName, bool useGlobal) const;
 
-    // Ends the alive check: resumes the checked application when `aliveApps` names it. Calls the
-    // service, so it blocks for as long as the service takes.
+    // Ends the alive check: resumes the checked application when `aliveApps` names it.
     void processAliveAppCheck(std::string aliveApps);
 
     std::string getCheckingAliveApp() const;

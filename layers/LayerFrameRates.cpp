@@ -12,9 +12,8 @@ namespace {
 // Service event: the highest rate mode of all layers.
 constexpr int kFpsModeEvent = 4196;
 
-void sendFpsMode(const char* packageName, int mode) {
-    int args[] = {0, mode};
-    PerfProxy::getInstance()->perfEvent(kFpsModeEvent, packageName, 2, args);
+void sendFpsMode(const std::string& packageName, int mode) {
+    PerfProxy::getInstance()->postEvent(kFpsModeEvent, packageName, {0, mode});
 }
 
 }  // namespace
@@ -31,7 +30,7 @@ void LayerManager::onFpsModeChangedLocked() {
     if (fastest != nullptr) {
         mFpsModeLayerId = fastest->mId;
         mMaxFpsMode = fastest->mFpsMode;
-        sendFpsMode(fastest->mPackageName.c_str(), mMaxFpsMode);
+        sendFpsMode(fastest->mPackageName, mMaxFpsMode);
         PerfProxy::VLOGD(kLayerLogTag, "Update MaxInfo: pkgName %s mode: %d layerId: %d",
                          fastest->mPackageName.c_str(), mMaxFpsMode, mFpsModeLayerId);
     } else if (mMaxFpsMode != -1) {

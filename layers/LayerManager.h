@@ -97,7 +97,7 @@ class LayerManager {
     // --- Scene reports (LayerScenes.cpp) ---
 
     // Ranks the visible applications, picks the low-latency one and reports the top ones to the
-    // performance service when they changed or a report was asked for. Calls the service.
+    // performance service when they changed or a report was asked for.
     void checkMultiLayer(nsecs_t now) EXCLUDES(mLock);
     // Forces a report after `delay` nanoseconds, on the boost worker.
     void scheduleNotifyUserScene(nsecs_t delay);

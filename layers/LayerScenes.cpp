@@ -33,8 +33,7 @@ void LayerManager::checkMultiLayer(nsecs_t /*now*/) {
 
     const std::string report = buildSceneReport(apps);
     const int count = static_cast<int>(apps.size());
-    int args[] = {kSceneReportKind, count};
-    PerfProxy::getInstance()->perfEvent(kSceneEvent, report.c_str(), 2, args);
+    PerfProxy::getInstance()->postEvent(kSceneEvent, report, {kSceneReportKind, count});
     mReportedUids = std::move(uids);
     PerfProxy::VLOGD(kLayerLogTag, "CheckMultiLayer: %d, %s", count, report.c_str());
 }

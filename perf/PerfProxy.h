@@ -13,6 +13,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "timer/Relaxed.h"
 #include "timer/TimerQueue.h"
@@ -86,6 +87,10 @@ class PerfProxy {
     // The boost worker. Posting never blocks; it returns 0 with nothing posted when no worker runs.
     uint64_t postTask(std::function<void()> task) EXCLUDES(mQueueLock);
     uint64_t postTaskDelayed(long long delayNs, std::function<void()> task) EXCLUDES(mQueueLock);
+
+    // perfEvent() on the worker: the service answers when it likes, and no frame path waits for it.
+    // Made at once when there is no worker to make it.
+    void postEvent(int event, std::string pkgName, std::vector<int> args);
 
     // Moves the one low-latency lock to this process, or drops it; on the worker.
     void setLowLatency(int pid, bool enable);

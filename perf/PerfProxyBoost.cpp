@@ -83,6 +83,15 @@ uint64_t PerfProxy::postTaskDelayed(long long delayNs, std::function<void()> tas
     return queue != nullptr ? queue->postTaskDelayed(delayNs, std::move(task)) : 0;
 }
 
+void PerfProxy::postEvent(int event, std::string pkgName, std::vector<int> args) {
+    std::function<void()> task = [this, event, pkgName = std::move(pkgName),
+                                  args = std::move(args)]() mutable {
+        perfEvent(event, pkgName.c_str(), static_cast<int>(args.size()),
+                  args.empty() ? nullptr : args.data());
+    };
+    if (postTask(task) == 0) task();
+}
+
 void PerfProxy::setLowLatency(int pid, bool enable) {
     postTask([this, pid, enable] {
         if (mLowLatencyHandle >= 1) perfLockRel(mLowLatencyHandle);

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "corvane/host/Clock.h"
+#include "BoostWorker.h"
 #include "features/FeatureTestEnv.h"
 
 namespace android {
@@ -266,6 +267,7 @@ TEST_F(ConfigStoreTest, AliveCheckResumesOnce) {
     manager->processAliveAppCheck("com.b");
     EXPECT_EQ(log.count("The checked app is no longer alive. Cancel check"), 1u);
     EXPECT_EQ(manager->getCheckingAliveApp(), "");
+    awaitBoostWorker();
     EXPECT_TRUE(PerfService::calls("perf_event", kResumeEvent).empty());
 
     push(kActivity, "com.a", 0);
@@ -273,6 +275,7 @@ TEST_F(ConfigStoreTest, AliveCheckResumesOnce) {
     EXPECT_EQ(log.count("The checked app is still alive, trigger its resume logic"), 1u);
     EXPECT_EQ(manager->getCheckingAliveApp(), "");
     manager->processAliveAppCheck("com.a");  // nothing is awaited; the empty name is in every text
+    awaitBoostWorker();
     const std::vector<PerfCall> calls = PerfService::calls("perf_event", kResumeEvent);
     ASSERT_EQ(calls.size(), 2u);
     EXPECT_EQ(calls[0].package, "com.a");

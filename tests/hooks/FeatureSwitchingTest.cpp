@@ -308,7 +308,7 @@ TEST_F(FeatureSwitchingTest, ResumesAnApplicationThatIsStillDrawing) {
     draw(mApp, 3 * 61);
     EXPECT_EQ(PerfService::calls("perf_event", 4099).size(), 0u);
     draw(mApp, 61);
-    ASSERT_EQ(PerfService::calls("perf_event", 4099).size(), 1u);
+    ASSERT_TRUE(PerfService::waitForCalls("perf_event", 4099, 1));
     EXPECT_EQ(PerfService::calls("perf_event", 4099)[0].package, mApp.package);
     draw(mApp, 5 * 61);
     EXPECT_EQ(PerfService::calls("perf_event", 4099).size(), 1u) << "once";

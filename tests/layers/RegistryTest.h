@@ -9,6 +9,7 @@
 
 #include <string>
 
+#include "BoostWorker.h"
 #include "corvane/host/Clock.h"
 #include "corvane/host/LogCapture.h"
 #include "corvane/host/PerfService.h"
@@ -61,6 +62,7 @@ class RegistryTest : public ::testing::Test {
     }
 
     static std::vector<corvane::host::PerfCall> events(int number) {
+        awaitBoostWorker();
         return corvane::host::PerfService::calls("perf_event", number);
     }
 
