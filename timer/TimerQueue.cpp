@@ -207,10 +207,10 @@ void TimerQueue::dispatchDue() {
 
 void TimerQueue::armTimerLocked(nsecs_t when) {
     if (mTimerFd < 0) return;
-    itimerspec spec{};
-    spec.it_value.tv_sec = static_cast<time_t>(when / kNsPerSecond);
-    spec.it_value.tv_nsec = static_cast<long>(when % kNsPerSecond);
-    if (timerfd_settime(mTimerFd, TFD_TIMER_ABSTIME, &spec, nullptr) < 0) {
+    itimerspec expiry{};
+    expiry.it_value.tv_sec = static_cast<time_t>(when / kNsPerSecond);
+    expiry.it_value.tv_nsec = static_cast<long>(when % kNsPerSecond);
+    if (timerfd_settime(mTimerFd, TFD_TIMER_ABSTIME, &expiry, nullptr) < 0) {
         const int error = errno;
         __android_log_print(ANDROID_LOG_ERROR, kLogTag, "Failed to set timerfd %s (%i)",
                             strerror(error), error);
@@ -219,8 +219,8 @@ void TimerQueue::armTimerLocked(nsecs_t when) {
 
 void TimerQueue::disarmTimerLocked() {
     if (mTimerFd < 0) return;
-    const itimerspec spec{};
-    if (timerfd_settime(mTimerFd, 0, &spec, nullptr) < 0) {
+    const itimerspec expiry{};
+    if (timerfd_settime(mTimerFd, 0, &expiry, nullptr) < 0) {
         __android_log_print(ANDROID_LOG_ERROR, kLogTag, "Failed to disarm timerfd");
     }
 }
