@@ -4,6 +4,7 @@
 #include <android/log.h>
 
 #include <algorithm>
+#include <tuple>
 
 #include "layers/LayerInfo.h"
 #include "layers/LayerManager.h"
@@ -16,7 +17,7 @@ namespace {
 // Applications that were drawing lately; more are not switched between within a session.
 constexpr size_t kMaxAppInfos = 10;
 
-// Below are the system's own users, whose many layers do not belong to one application.
+// Below are root, whose layers do not belong to one application, and the unknown user.
 constexpr int kFirstAppUid = 1;
 
 }  // namespace
@@ -37,7 +38,8 @@ void LayerManager::checkAppInfo(int layerId, const std::string& packageName, int
         if (mAppInfoMap.count(uid) == 0 && mAppInfoMap.size() >= kMaxAppInfos) {
             const auto oldest = std::min_element(mAppInfoMap.begin(), mAppInfoMap.end(),
                                                  [](const auto& a, const auto& b) {
-                                                     return a.second.lastUsed < b.second.lastUsed;
+                                                     return std::tie(a.second.lastUsed, a.first) <
+                                                            std::tie(b.second.lastUsed, b.first);
                                                  });
             PerfProxy::VLOGD(kLayerLogTag, "Remove oldest app from mAppInfoMap: [%s]",
                              oldest->second.packageName.c_str());

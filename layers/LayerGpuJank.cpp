@@ -4,7 +4,10 @@
 #include <android/log.h>
 #include <errno.h>
 
+#include <algorithm>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "layers/FrameTiming.h"
 #include "layers/LayerInfo.h"
@@ -113,23 +116,26 @@ void LayerManager::trackLatchUnsignaledGpuFence(int fenceFd, int layerId) {
 }
 
 void LayerManager::flushLatchUnsignaledGpuFences() {
-    std::vector<std::pair<int, std::string>> due;  // descriptor and layer name
+    // Once per composition, mostly with nothing recorded: no copies of the registry then.
+    std::vector<std::pair<int, sp<LayerInfo>>> due;
     {
         Mutex::Autolock lock(mLock);
         const bool enabled = mGpuJankDetect;
         const nsecs_t now = systemTime(SYSTEM_TIME_MONOTONIC);
         const nsecs_t period = mVsyncPeriod;
-        for (const sp<LayerInfo>& layer : layersByIdLocked()) {
+        for (const auto& [id, layer] : mLayers) {
             const int fenceFd = std::exchange(layer->mPendingGpuFenceFd, -1);
             if (fenceFd < 0 || !enabled || period < 1 || layer->mFirstFrameTime < 1) continue;
             if (isYoungerThan(now, layer->mFirstFrameTime, mGpuMinExecTimeMult, period)) {
                 traceTooYoung(layer->mName);
             } else {
-                due.emplace_back(fenceFd, layer->mName);
+                due.emplace_back(fenceFd, layer);
             }
         }
     }
-    for (const auto& [fenceFd, layerName] : due) sendDeadline(fenceFd, layerName);
+    std::sort(due.begin(), due.end(),
+              [](const auto& a, const auto& b) { return a.second->mId < b.second->mId; });
+    for (const auto& [fenceFd, layer] : due) sendDeadline(fenceFd, layer->mName);
 }
 
 }  // namespace android

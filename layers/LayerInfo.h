@@ -90,8 +90,7 @@ struct LayerInfo : public LightRefBase<LayerInfo> {
     bool mGfrAllowed = false;  // the package has frame-rescue tunables
     float phrMinRate = 0.0f;   // headroom rates, as fractions of the vsync period: up to 60 Hz
     float highFpsPhrMinRate = 0.0f;  // above 60 Hz
-    int32_t mAliveCheckMatches =
-            0;  // FPS windows of this layer that matched the checked application
+    int32_t mAliveCheckMatches = 0;  // FPS windows that matched the checked application
 
     int32_t mPendingGpuFenceFd = -1;  // fence latched unsignalled, kept until the next flush
     enum FenceOrigin : uint8_t {
