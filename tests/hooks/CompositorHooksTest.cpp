@@ -131,6 +131,7 @@ TEST_F(CompositorHooksTest, TargetFpsNeedsItsSwitch) {
 TEST_F(CompositorHooksTest, TargetFpsIsActiveWhileConfigured) {
     set("vendor.rdxe.enable.target_fps", "true");
     ASSERT_TRUE(corvaneInit(0, 0));
+    EXPECT_EQ(mLog.count("[PHR:1]"), 1u) << "pacing is the headroom monitor's work";
     EXPECT_FALSE(corvaneIsTargetFpsActive());
     EXPECT_TRUE(PerfService::push(4171, "com.example.app1", 3'000, 0, {}));
     EXPECT_TRUE(corvaneIsTargetFpsActive());

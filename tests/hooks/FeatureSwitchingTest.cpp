@@ -11,6 +11,7 @@ namespace {
 
 class FeatureSwitchingTest : public DrivenHookTest {
   protected:
+    static constexpr int64_t k90Hz = 11'111'111;
     static constexpr int kTargetFpsHint = 4171;
     static constexpr int kHeadroomHint = 4187;
     static constexpr int kGfrHint = 4189;
@@ -48,14 +49,17 @@ class FeatureSwitchingTest : public DrivenHookTest {
         draw(game, 130);
     }
     // A queue that stays two deep makes headroom control worthwhile.
-    void fillQueue() {
+    void deepenQueue() {
         for (int i = 0; i < 40; ++i) {
             mNextFrame = std::max(mNextFrame + k60Hz, mClock.now() + 1);
             mClock.advanceTo(mNextFrame);
             queue(mApp);
             mApp.latch(true, 2);
         }
-        ASSERT_EQ(mLog.count("Layer 1: enable PHR"), 1u);
+    }
+    void fillQueue() {
+        deepenQueue();
+        ASSERT_EQ(mLog.count("Layer 1: enable PHR"), ++mFills);
     }
     // Waits until the worker has done all that was posted so far: classifications in order, the
     // next of which begins when the one before has been stored.
@@ -70,14 +74,28 @@ class FeatureSwitchingTest : public DrivenHookTest {
         mNextFrame = mClock.now();
     }
 
+    // Nothing draws for so long that every layer is retired.
+    void fallSilent() {
+        for (int i = 0; i < 4; ++i) {
+            corvaneTrackVsyncSignal();
+            mClock.advance(3 * kSecond + 1);
+        }
+    }
+
     const TestLayer mApp = TestLayer::ofApp(1);
     int mProbes = 0;
+    size_t mFills = 0;
 };
 
 TEST_F(FeatureSwitchingTest, RescueSwitchesWithRateAndVisibility) {
-    init();
+    ASSERT_TRUE(corvaneInit(0, 0));
     rescue(mApp.package);
-    settle(mApp);
+    // Neither the display's rate is known nor the layer's: that is no match.
+    for (int i = 0; i < 120; ++i) draw(mApp, 1, i % 2 == 0 ? 5 * kMs : 28 * kMs);
+    EXPECT_EQ(mLog.count("mode:-1 focused"), 1u);
+    EXPECT_EQ(mLog.count("GFRMonitor initialized"), 0u);
+    corvaneSetVsyncPeriod(k60Hz);
+    draw(mApp, 130);
     EXPECT_EQ(mLog.count("GFRMonitor initialized"), 1u);
     EXPECT_EQ(mLog.count("GFR: Registered layer 1 [" + mApp.name + "]"), 1u);
     EXPECT_EQ(mLog.count("Layer 1 enable GFR"), 1u);
@@ -94,12 +112,39 @@ TEST_F(FeatureSwitchingTest, RescueSwitchesWithRateAndVisibility) {
     EXPECT_EQ(mLog.count("GFR: Registered layer"), 1u);
 
     // Silent for more than a second: switched off at once, unregistered a second later.
-    for (int i = 0; i < 4; ++i) {
-        corvaneTrackVsyncSignal();
-        mClock.advance(3 * kSecond + 1);
-    }
+    fallSilent();
     EXPECT_EQ(mLog.count("Layer 1 disable GFR"), 3u);
     EXPECT_EQ(mLog.count("GFR: Unregistered layer 1"), 1u);
+}
+
+TEST_F(FeatureSwitchingTest, RescueHearsOfEachFrameAndPeriod) {
+    set("vendor.perf.corvane.profile", "1");
+    init();
+    rescue(mApp.package);
+    settle(mApp);
+    ASSERT_EQ(mLog.count("Layer 1 enable GFR"), 1u);
+    EXPECT_EQ(mLog.count("Window: [16666667, 16666667, "), 1u);
+    const auto expectFrame = [&](int64_t gap, int64_t headroom, int64_t jankHeadroom) {
+        queue(mApp);
+        EXPECT_EQ(mLog.count("frameTime = " + std::to_string(gap) +
+                             ", frameHeadroom = " + std::to_string(headroom) +
+                             ", jankHeadroom = " + std::to_string(jankHeadroom) + ", ["),
+                  1u)
+                << gap;
+    };
+    // From the latch: 5 ms of work, two lost vsyncs, and again 5 ms on a display of 90 Hz.
+    mClock.advance(5 * kMs);
+    expectFrame(5 * kMs, k60Hz - 5 * kMs, k60Hz - 5 * kMs);
+    mClock.advance(3 * k60Hz - 5 * kMs);
+    mApp.latch();
+    EXPECT_EQ(mLog.count("current=2 frames"), 1u);
+    mClock.advance(4 * kMs);
+    corvaneSetVsyncPeriod(k90Hz);
+    expectFrame(3 * k60Hz - kMs, k90Hz - (3 * k60Hz - kMs), k90Hz - 4 * kMs);
+    // A period of no known rate is not handed on.
+    corvaneSetVsyncPeriod(15 * kMs);
+    mClock.advance(3 * kMs);
+    expectFrame(3 * kMs, k90Hz - 3 * kMs, 15 * kMs - 7 * kMs + 15 * kMs);
 }
 
 TEST_F(FeatureSwitchingTest, RescueFollowsItsConfiguration) {
@@ -120,11 +165,12 @@ TEST_F(FeatureSwitchingTest, RescueFollowsItsConfiguration) {
     EXPECT_EQ(mLog.count("Layer 1 disable GFR"), 0u);
     noRescue(mApp.package);
     EXPECT_EQ(mLog.count("Layer 1 disable GFR"), 1u);
-    draw(mApp, 61);
-    EXPECT_EQ(mLog.count("Layer 1 enable GFR"), 1u);
     rescue("com.example.other");
     draw(mApp, 61);
     EXPECT_EQ(mLog.count("Layer 1 enable GFR"), 1u);
+    rescue(mApp.package);
+    draw(mApp, 61);
+    EXPECT_EQ(mLog.count("Layer 1 enable GFR"), 2u);
 }
 
 TEST_F(FeatureSwitchingTest, OfTheMiniGameHostOnlyItsGamesAreRescued) {
@@ -136,20 +182,23 @@ TEST_F(FeatureSwitchingTest, OfTheMiniGameHostOnlyItsGamesAreRescued) {
                             "SurfaceView[com.tencent.mm/com.tencent.mm.AppBrandUI]#2", 5, 10'005};
     settle(host);
     settle(game);
-    EXPECT_EQ(mLog.count("GFR: Registered layer 1"), 0u);
     EXPECT_EQ(mLog.count("GFR: Registered layer 2"), 1u);
     rescue("com.tencent.mm", "golden=0.5");
     EXPECT_EQ(mLog.count("updateLayerTunables layer"), 1u);
+    draw(host, 130);
+    EXPECT_EQ(mLog.count("GFR: Registered layer 1"), 0u);
 }
 
-TEST_F(FeatureSwitchingTest, HeadroomIsForGames) {
+TEST_F(FeatureSwitchingTest, HeadroomAndSettingsForAllAreForGames) {
     init();
     headroom("", 80);
+    pace("", 50);
     settle(mApp);
-    EXPECT_EQ(mLog.count("PHRMonitor initialized"), 0u);
+    EXPECT_EQ(mLog.count("PHRMonitor initialized"), 0u) << "settings for all are for all games";
     const TestLayer game = TestLayer::ofApp(2);
     settleGame(game);
     EXPECT_EQ(mLog.count("PHR: Registered layer 2 [" + game.name + "]"), 1u);
+    EXPECT_EQ(mLog.count("Layer 2: enable target fps: 50"), 1u);
     EXPECT_EQ(mLog.count("PHR: Registered layer 1"), 0u);
 }
 
@@ -171,10 +220,22 @@ TEST_F(FeatureSwitchingTest, HeadroomFollowsItsConfiguration) {
                          mApp.package),
               1u);
 
-    // Losing the rates ends what is going on.
+    // Headroom is a share of the display's period, and waits until the layer keeps its rate.
+    corvaneSetVsyncPeriod(k90Hz);
+    corvaneSetVsyncPeriod(15 * kMs);
+    corvaneSetVsyncPeriod(k90Hz);
+    EXPECT_EQ(mLog.count("Layer 1 set headroom"), set + 2);
+    deepenQueue();
+    EXPECT_EQ(mLog.count("Layer 1: enable PHR"), 0u);
+    corvaneSetVsyncPeriod(k60Hz);
+
+    // Going out of sight ends what is going on, and so does losing the rates.
+    fillQueue();
+    draw(mApp, 70, k60Hz, /*visible=*/false);
+    EXPECT_EQ(mLog.count("Layer 1: disable PHR"), 1u);
     fillQueue();
     headroom(mApp.package, 0, 0);
-    EXPECT_EQ(mLog.count("Layer 1: disable PHR"), 1u);
+    EXPECT_EQ(mLog.count("Layer 1: disable PHR"), 2u);
 }
 
 TEST_F(FeatureSwitchingTest, ATouchReleasesAHeldBufferUnlessActivitiesSwitch) {
@@ -192,6 +253,8 @@ TEST_F(FeatureSwitchingTest, ATouchReleasesAHeldBufferUnlessActivitiesSwitch) {
         released = true;
     });
     ASSERT_TRUE(mClock.waitForSleepers(1));
+    corvaneTrackVsyncSignal();
+    ASSERT_TRUE(mClock.waitForSleepers(2)) << "from the vsync on the monitor waits with it";
     ASSERT_TRUE(PerfService::push(kActivityHint, "", 2, 1, {}));
     corvaneUnblockPendingBuffer();
     ASSERT_TRUE(PerfService::push(kActivityHint, "", 2, 0, {}));
@@ -204,13 +267,23 @@ TEST_F(FeatureSwitchingTest, ATouchReleasesAHeldBufferUnlessActivitiesSwitch) {
 TEST_F(FeatureSwitchingTest, ConfigurationMayComeAfterTheLayer) {
     init();
     settleGame(mApp);
+    // Settings for all change nothing for a layer that is there, unless it has low latency.
+    headroom("", 80);
+    draw(mApp, 61);
+    EXPECT_EQ(mLog.count("OnFeatureConfigChanged - QUICK_TOUCH"), 0u);
     EXPECT_EQ(mLog.count("PHR: Registered layer 1"), 0u);
-    headroom(mApp.package, 80);
+    mApp.latch(true, 0, /*focused=*/true);
+    ASSERT_TRUE(mLog.waitFor("SetLowLatency true for pid=1001"));
+    headroom("", 70);
+    EXPECT_EQ(mLog.count("OnFeatureConfigChanged - QUICK_TOUCH: set enabled=1, phrMinRate=0.70"),
+              1u);
     draw(mApp, 61);
     EXPECT_EQ(mLog.count("PHR: Registered layer 1"), 1u);
 }
 
 TEST_F(FeatureSwitchingTest, PacesDownToTheTarget) {
+    set("debug.perf.enable_big_jank_detect", "true");
+    set("debug.perf.cpu_big_jank_threshold_ms", "20");
     init();
     pace(mApp.package, 30);
     settle(mApp);
@@ -219,12 +292,18 @@ TEST_F(FeatureSwitchingTest, PacesDownToTheTarget) {
     draw(mApp, 60);
     EXPECT_NEAR(static_cast<double>(mClock.now() - begin), 60.0 / 30 * kSecond, 0.1 * kSecond);
     EXPECT_EQ(mLog.count("disable target fps"), 0u) << "29 fps and more is what was asked for";
+    EXPECT_EQ(mLog.count("Send CPU big jank"), 0u) << "the hold-back is not the application's work";
 
     // Slower than 28: pacing would only add delay.
     draw(mApp, 60, 40 * kMs);
     EXPECT_EQ(mLog.count("Layer 1: disable target fps"), 1u);
+    EXPECT_GT(mLog.count("Send CPU big jank"), 0u);
     draw(mApp, 100);
     EXPECT_EQ(mLog.count("Layer 1: enable target fps: 30"), 2u);
+    pace(mApp.package, 25);
+    EXPECT_EQ(mLog.count("OnFeatureConfigChanged - TARGET_FPS"), 0u) << "games alone follow";
+    fallSilent();
+    EXPECT_EQ(mLog.count("Layer 1 destroyed"), 1u);
 }
 
 TEST_F(FeatureSwitchingTest, PacingFollowsItsConfiguration) {
@@ -242,6 +321,8 @@ TEST_F(FeatureSwitchingTest, PacingFollowsItsConfiguration) {
     EXPECT_EQ(mLog.count("Layer 1: enable target fps: 30"), 1u);
     pace(mApp.package, 0);
     EXPECT_EQ(mLog.count("Layer 1: disable target fps"), 1u);
+    pace(mApp.package, 90);
+    EXPECT_EQ(mLog.count("target fps"), 3u) << "beyond the layer's rate: nothing to switch";
 }
 
 TEST_F(FeatureSwitchingTest, ASmoothSwitchIsNotInterrupted) {
@@ -256,12 +337,23 @@ TEST_F(FeatureSwitchingTest, ASmoothSwitchIsNotInterrupted) {
 
 TEST_F(FeatureSwitchingTest, WithoutCompensationPacingStays) {
     set("vendor.rdxe.target_fps.compensate", "false");
+    set("debug.perf.cpu_big_jank_threshold_ms", "20");  // but its detection is off
     init();
+    rescue(mApp.package);
     pace(mApp.package, 50);
     settle(mApp);
     ASSERT_EQ(mLog.count("Layer 1: enable target fps: 50"), 1u);
+
+    // A paced frame is late by its own rate, not by the display's.
+    draw(mApp, 60);
+    PerfService::clearCalls();
+    const int64_t queued = mClock.now();
+    ASSERT_TRUE(advanceUntil([] { return !PerfService::calls("perf_event", 4186).empty(); }));
+    EXPECT_GT(PerfService::calls("perf_event", 4186)[0].timeNs - queued, k60Hz * 13 / 10);
+
     draw(mApp, 130, 40 * kMs);
     EXPECT_EQ(mLog.count("disable target fps"), 0u);
+    EXPECT_EQ(mLog.count("Send CPU big jank"), 0u);
 }
 
 TEST_F(FeatureSwitchingTest, MonitorsAreTriedAgain) {
@@ -300,12 +392,17 @@ TEST_F(FeatureSwitchingTest, RescuesALateFrame) {
 
 TEST_F(FeatureSwitchingTest, ResumesAnApplicationThatIsStillDrawing) {
     init();
+    const TestLayer other = TestLayer::ofApp(2);
+    settle(other);
     settle(mApp);
     ASSERT_TRUE(PerfService::push(kActivityHint, mApp.package, 0, 0, {}));
     EXPECT_EQ(mLog.count("OnFeatureConfigChanged - ACTV_NON_GAME_RESUME: checkingAliveApp=" +
                          mApp.package),
               1u);
-    draw(mApp, 3 * 61);
+    draw(mApp, 61);
+    draw(other, 4 * 61);
+    EXPECT_EQ(mLog.count("The checked app"), 0u) << "others no longer count against it";
+    draw(mApp, 61);  // the pause has closed a window as well
     EXPECT_EQ(PerfService::calls("perf_event", 4099).size(), 0u);
     draw(mApp, 61);
     ASSERT_TRUE(PerfService::waitForCalls("perf_event", 4099, 1));

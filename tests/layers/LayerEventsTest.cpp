@@ -60,18 +60,25 @@ TEST_F(LayerEventsTest, ReportsTheHighestMode) {
         EXPECT_EQ(event.args, (std::vector<int>{0, 60}));
     }
 
-    // Layer 1 falls silent and goes; layer 2 takes its place, then nobody.
-    draw({2}, 61);
-    manager().cleanupInactiveLayers(mClock.now());
-    draw({2}, 61);
-    manager().cleanupInactiveLayers(mClock.now());
+    // A slower layer that goes changes nothing. Layer 1 falls silent and goes: layer 2 takes its
+    // place, then nobody.
+    draw({1, 2, 3}, 40);
+    for (const std::vector<int>& drawing : {std::vector<int>{1, 2}, {2}}) {
+        EXPECT_EQ(events(4196).size(), 2u);
+        for (int i = 0; i < 2; ++i) {
+            draw(drawing, 61);
+            manager().cleanupInactiveLayers(mClock.now());
+        }
+    }
+    EXPECT_EQ(mLog.count("Unregistered layer 3"), 1u);
     sent = events(4196);
     ASSERT_EQ(sent.size(), 3u);
     EXPECT_EQ(sent[2].package, appOf(2));
-    for (int i = 0; i < 2; ++i) {
-        mClock.advance(1'000'000'001);
-        manager().cleanupInactiveLayers(mClock.now());
-    }
+    mClock.advance(1'000'000'001);
+    manager().cleanupInactiveLayers(mClock.now());
+    track(4);  // without a rate as yet
+    mClock.advance(500 * kMs);
+    manager().cleanupInactiveLayers(mClock.now());
     sent = events(4196);
     ASSERT_EQ(sent.size(), 4u);
     EXPECT_EQ(sent[3].package, "null");

@@ -156,5 +156,15 @@ TEST_F(LayerGpuJankTest, RecordsOfRemovedLayersVanish) {
     EXPECT_EQ(deadlines(), Fds{});
 }
 
+class LayerGpuJankOffTest : public RegistryTest {};
+
+TEST_F(LayerGpuJankOffTest, RecordsNothing) {
+    track(1);
+    const int fd = SyncFiles::create("mdrt-timeline");
+    manager().trackLatchUnsignaledGpuFence(fd, 1);
+    close(fd);
+    EXPECT_EQ(SyncFiles::infoCount(), 0);
+}
+
 }  // namespace
 }  // namespace android

@@ -103,6 +103,14 @@ TEST_F(UpdateFpsTest, ModeWaitsForAFullRing) {
     EXPECT_EQ(mLayer.mFpsMode, 10);
 }
 
+TEST_F(UpdateFpsTest, TheRingMustConfirmTheMode) {
+    queueAfter(1'000'000'000);
+    for (int i = 0; i < 15; ++i) queueAfter(k30Hz);
+    queueUntilWindowCloses(k60Hz);
+    EXPECT_NEAR(mLayer.mFps, 45.0f, 1.0f) << "of a layer that now draws evenly at 60";
+    EXPECT_EQ(mLayer.mFpsMode, -1);
+}
+
 TEST_F(UpdateFpsTest, APauseDoesNotChangeTheMode) {
     queueAfter(1'000'000'000);
     queueUntilWindowCloses(k60Hz);

@@ -4,11 +4,13 @@
 // Candidates, promotion, limits, retirement and the application cache.
 
 #include <atomic>
+#include <future>
 #include <thread>
 #include <vector>
 
 #include "RegistryTest.h"
 #include "features/FeatureManager.h"
+#include "perf/PerfProxy.h"
 
 namespace android {
 namespace {
@@ -164,14 +166,18 @@ TEST_F(LayerRegistryTest, TakesThePackageOfTheUser) {
 }
 
 TEST_F(LayerRegistryTest, RemembersTenApplications) {
-    for (int id = 1; id <= 10; ++id) track(id);
+    track(1);
+    for (int id = 2; id <= 10; ++id) draw({1, id}, 40);
     EXPECT_EQ(mLog.count("Remove oldest app from mAppInfoMap"), 0u);
-    // A latch keeps an application young, if its layer is still tracked.
-    queue(1, "Splash#1", uidOf(1));
-    track(11);
-    EXPECT_EQ(mLog.count("Remove oldest app from mAppInfoMap: [com.example.app2]"), 1u)
-            << "the first one's package was asked for again";
-    track(10);
+    // The first one's layer is latched all the time; the second one's package is asked for again.
+    queue(22, "Splash#22", uidOf(2));
+    draw({1, 11}, 40);
+    EXPECT_EQ(mLog.count("Remove oldest app from mAppInfoMap: [com.example.app3]"), 1u);
+    for (int i = 0; i < 40; ++i) {
+        mClock.advance(k60Hz);
+        queue(30, appOf(10) + "/Other#30", uidOf(10));
+    }
+    EXPECT_EQ(mLog.count("Add new layer to full tracking: [com.example.app10/Other#30]"), 1u);
     EXPECT_EQ(mLog.count("Remove oldest app from mAppInfoMap"), 1u) << "already known";
 }
 
@@ -190,8 +196,40 @@ TEST_F(LayerRegistryTest, ClassifiesOnTheBoostWorker) {
     EXPECT_EQ(manager().getLayer(1)->mGameWeight, 7);
 }
 
+TEST_F(LayerRegistryTest, AnAnswerForAReusedIdIsDropped) {
+    PerfService::addGame(appOf(1), 7);
+    // Holds the worker before the first layer's answer and again right after it.
+    std::promise<void> answer, answered, rest;
+    PerfProxy* proxy = PerfProxy::getInstance();
+    proxy->postTask([go = answer.get_future().share()] { go.wait(); });
+    track(1);
+    mClock.advance(1);  // tasks of one time have no order
+    proxy->postTask([&answered, go = rest.get_future().share()] {
+        answered.set_value();
+        go.wait();
+    });
+    for (int i = 0; i < 2; ++i) {
+        mClock.advance(1'000'000'001);
+        manager().cleanupInactiveLayers(mClock.now());
+    }
+    for (int i = 0; i < 40; ++i) {
+        mClock.advance(k60Hz);
+        queue(1, appOf(2) + "/Main#1", uidOf(2));
+    }
+    const sp<LayerInfo> layer = manager().getLayer(1);
+    ASSERT_NE(layer, nullptr);
+    answer.set_value();
+    answered.get_future().wait();
+    EXPECT_EQ(PerfService::calls("perf_get_feedback", 5633).size(), 1u);
+    EXPECT_EQ(layer->mPackageName, appOf(2));
+    EXPECT_FALSE(layer->mIsGame);
+    rest.set_value();
+}
+
 TEST_F(LayerRegistryTest, StopsAndStartsAgain) {
     track(1);
+    for (int id = 20; id < 32; ++id) queue(id);
+    EXPECT_EQ(mLog.count("Candidate layer count reached maximum tracking limit."), 1u);
     manager().stop();
     EXPECT_EQ(manager().getLayer(1), nullptr);
     manager().stop();

@@ -40,6 +40,10 @@ TEST_F(LayerScenesTest, ReportsChangesOnce) {
     latch(1, false, false);
     manager().checkMultiLayer(mClock.now());
     EXPECT_EQ(events(4194)[2].package, "{\"apps\":[]}\n");
+
+    draw({1, 2, 3, 4}, 40);
+    manager().checkMultiLayer(mClock.now());
+    EXPECT_EQ(events(4194).back().args, (std::vector<int>{101, 3})) << "a fourth is one too many";
 }
 
 TEST_F(LayerScenesTest, FocusAndModeChangesForceAReport) {
@@ -71,6 +75,10 @@ TEST_F(LayerScenesTest, AScheduledReportComesOnceAndHoldsBackThePeriodicOne) {
     draw({2}, 40);
     manager().onVsync(mClock.now());
     EXPECT_EQ(events(4194).size(), 1u) << "changed, but one is scheduled";
+    EXPECT_EQ(mLog.count("marked for removal"), 1u);
+    mClock.advance(5'000 * kMs);
+    EXPECT_EQ(reportsAfter(2), 2u);
+    EXPECT_EQ(mLog.count("marked for removal"), 2u) << "it looks who is still drawing first";
 }
 
 TEST_F(LayerScenesTest, TheFirstGameInRankGetsLowLatency) {
@@ -79,6 +87,7 @@ TEST_F(LayerScenesTest, TheFirstGameInRankGetsLowLatency) {
     track(1);
     track(2);
     ASSERT_TRUE(PerfService::waitForCalls("perf_get_feedback_extn", 5633, 2));
+    EXPECT_EQ(mLog.count("SetLowLatency"), 0u);
     // Both results are stored once the worker has come to something posted after them.
     latch(1, true);
     ASSERT_TRUE(mLog.waitFor("SetLowLatency true for pid=1001"));
@@ -86,9 +95,12 @@ TEST_F(LayerScenesTest, TheFirstGameInRankGetsLowLatency) {
     latch(2, true);
     ASSERT_TRUE(mLog.waitFor("SetLowLatency true for pid=1002"));
     track(3);
+    manager().checkMultiLayer(mClock.now());
     latch(2, false);
     latch(3, true);
     ASSERT_TRUE(mLog.waitFor("SetLowLatency false for pid=1002")) << "the focused one is no game";
+    manager().checkMultiLayer(mClock.now());
+    EXPECT_EQ(mLog.count("SetLowLatency"), 3u) << "each change once";
     ASSERT_TRUE(PerfService::waitForCalls("perf_lock_acq", 0, 2));
     EXPECT_EQ(PerfService::calls("perf_lock_acq", 0)[1].args[2], 1'002);
 }
