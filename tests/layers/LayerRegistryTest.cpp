@@ -287,10 +287,11 @@ TEST_F(MonitorLifecycleTest, StopsUnderLoad) {
             }
         });
     }
-    for (int round = 0; round < 20; ++round) {
-        const size_t before = mLog.count("PHR: Registered layer");
-        ASSERT_TRUE(mLog.waitFor("PHR: Registered layer", before + 1));
+    size_t registered = 0;
+    for (int round = 0; round < 20 && !HasFailure(); ++round) {
+        EXPECT_TRUE(mLog.waitFor("PHR: Registered layer", registered + 1));
         manager().stop();
+        registered = mLog.count("PHR: Registered layer");
         manager().init(true, 0, 0);
     }
     running = false;
