@@ -1,0 +1,43 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <cutils/trace.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "corvane/host/TraceCapture.h"
+
+namespace android {
+
+// The trace events that the process emits while `action` runs: their type and all that follows the
+// process id.
+inline std::vector<std::string> tracedEvents(const std::function<void()>& action) {
+    const std::string path = ::testing::TempDir() + "events." + std::to_string(getpid());
+    EXPECT_TRUE(corvane::host::startTrace(path, ATRACE_TAG_GRAPHICS));
+    action();
+    corvane::host::stopTrace();
+    std::vector<std::string> events;
+    std::ifstream file(path);
+    const std::string marker = "tracing_mark_write: ";
+    const std::string pid = "|" + std::to_string(getpid());
+    for (std::string line; std::getline(file, line);) {
+        const size_t at = line.find(marker);
+        if (at == std::string::npos) continue;
+        std::string event = line.substr(at + marker.size());
+        event.erase(event.find(pid), pid.size());
+        events.push_back(std::move(event));
+    }
+    remove(path.c_str());
+    return events;
+}
+
+}  // namespace android
