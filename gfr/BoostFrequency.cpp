@@ -25,8 +25,8 @@ constexpr int kFrequentDrops = 3;
 
 }  // namespace
 
-BoostDecision frequencyByTtd(const FrameDeadlines& deadlines, const GfrTunables& tunables,
-                             nsecs_t ttdNs, int32_t baseMHz) {
+BoostDecision calculateFrequencyByTTD(const FrameDeadlines& deadlines, const GfrTunables& tunables,
+                                      nsecs_t ttdNs, int32_t baseMHz) {
     const nsecs_t golden = deadlines.goldenNs;
     if (golden <= 0 || deadlines.periodNs <= 0) return {baseMHz, BOOST_INVALID_BUDGET};
 
@@ -44,7 +44,7 @@ BoostDecision frequencyByTtd(const FrameDeadlines& deadlines, const GfrTunables&
     return {std::max(freq, 0), ttdNs > golden ? BOOST_RAMP_FAR : BOOST_RAMP_NEAR};
 }
 
-BoostDecision enhanceByDropHistory(const FrameDropWindow& dropWindow, int32_t freqMHz) {
+BoostDecision enhancedFreqByFrameDropWindow(const FrameDropWindow& dropWindow, int32_t freqMHz) {
     const bool recently = dropWindow.dropsAmong(kRecentSlots) > 0;
     const bool frequently = dropWindow.dropsAmong(kWindowSlots) >= kFrequentDrops;
     if (recently && frequently) return {saturatingAdd(freqMHz, freqMHz >> 1), BOOST_HISTORY_MANY};
@@ -64,10 +64,11 @@ std::optional<BoostDecision> decideBoost(const BoostInputs& in) {
         return {{std::max(in.lastBoostMHz, in.baseMHz), flags | BOOST_DEADLINE_PASSED}};
     }
 
-    BoostDecision decision = frequencyByTtd(in.deadlines, in.tunables, in.ttdNs, in.baseMHz);
+    BoostDecision decision =
+            calculateFrequencyByTTD(in.deadlines, in.tunables, in.ttdNs, in.baseMHz);
     flags |= decision.flags;
     if (in.tunables.histJank) {
-        decision = enhanceByDropHistory(in.dropWindow, decision.freqMHz);
+        decision = enhancedFreqByFrameDropWindow(in.dropWindow, decision.freqMHz);
         flags |= decision.flags;
     }
     if (decision.freqMHz < kMinBoostMHz) return {{0, flags | BOOST_BELOW_FLOOR}};

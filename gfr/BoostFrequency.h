@@ -54,11 +54,11 @@ std::optional<BoostDecision> decideBoost(const BoostInputs& inputs);
 
 // Time-to-deadline rule: no more than base while the deadline is further away than twice the golden
 // budget, then growing linearly as it comes closer.
-BoostDecision frequencyByTtd(const FrameDeadlines& deadlines, const GfrTunables& tunables,
-                             nsecs_t ttdNs, int32_t baseMHz);
+BoostDecision calculateFrequencyByTTD(const FrameDeadlines& deadlines, const GfrTunables& tunables,
+                                      nsecs_t ttdNs, int32_t baseMHz);
 
 // Drop-history rule: enlarges the boost of a layer that has been dropping frames.
-BoostDecision enhanceByDropHistory(const FrameDropWindow& dropWindow, int32_t freqMHz);
+BoostDecision enhancedFreqByFrameDropWindow(const FrameDropWindow& dropWindow, int32_t freqMHz);
 
 // Upper limit of a layer's boosts: its last level's base frequency, at most the device's 3000 MHz.
 int32_t maxBoostMHz(const GfrTunables& tunables);

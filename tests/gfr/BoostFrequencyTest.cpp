@@ -165,8 +165,8 @@ TEST(BoostFrequencyLimits, NothingIsDecidedForALevelWithoutADeadline) {
 TEST(BoostFrequencyLimits, TimesAtTheEndsOfTheirRangeDoNotOverflow) {
     const FrameDeadlines deadlines = deadlinesOf(kDefault);
     const GfrTunables tunables;
-    EXPECT_EQ(500, frequencyByTtd(deadlines, tunables, kMaxNs, 500).freqMHz);
-    EXPECT_EQ(kMaxInt, frequencyByTtd(deadlines, tunables, kMinNs, 500).freqMHz);
+    EXPECT_EQ(500, calculateFrequencyByTTD(deadlines, tunables, kMaxNs, 500).freqMHz);
+    EXPECT_EQ(kMaxInt, calculateFrequencyByTTD(deadlines, tunables, kMinNs, 500).freqMHz);
 }
 
 TEST(BoostFrequencyLimits, MaximumIsTheLastLevelsBaseUpTo3000) {
