@@ -127,9 +127,8 @@ void GFRMonitor::registerLayer(int layerId, const std::string& layerName,
                      t.golden, t.kFactor, state->baseFreq(0), state->baseFreq(1),
                      state->baseFreq(2));
 
-    sp<LayerGFRState>& slot = mLayers[layerId];
-    if (slot != nullptr) cancelPendingChecksLocked(*slot);
-    slot = std::move(state);
+    // A check of a record that this one replaces finds out by itself that its frame is gone.
+    mLayers[layerId] = std::move(state);
 }
 
 void GFRMonitor::unregisterLayer(int layerId) {

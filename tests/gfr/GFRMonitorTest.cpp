@@ -4,20 +4,20 @@
 #include <android-base/properties.h>
 #include <android/log.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <fstream>
-#include <iterator>
+#include <functional>
 #include <limits>
 
 #include "MonitorFixture.h"
+#include "TracedEvents.h"
 #include "corvane/host/LogCapture.h"
 #include "corvane/host/PerfService.h"
 #include "corvane/host/Threads.h"
-#include "corvane/host/TraceCapture.h"
 #include "gfr/GFRMonitor.h"
+#include "perf/PerfProxy.h"
 
 namespace android {
 namespace {
@@ -28,6 +28,14 @@ using corvane::host::PerfService;
 
 constexpr nsecs_t kMaxNs = std::numeric_limits<nsecs_t>::max();
 constexpr nsecs_t kMinNs = std::numeric_limits<nsecs_t>::min();
+
+// How many frames of the layer are told as finished while `action` runs.
+int finishedFrames(const std::string& layerName, const std::function<void()>& action) {
+    PerfProxy::setDebuggable(true, false);
+    const std::vector<std::string> events = tracedEvents(action);
+    return static_cast<int>(
+            std::count(events.begin(), events.end(), "B|frame finish, [" + layerName + "]"));
+}
 
 // Level by level
 
@@ -42,7 +50,9 @@ TEST_F(MonitorTest, ALateFrameIsBoostedInStagesAndReleasedByTheNext) {
                                       {3, kJankHeadroom, 3000}};
     EXPECT_EQ(boosts, hints());
     for (const auto& request : BoostDevice::requests()) {
-        EXPECT_NE(static_cast<uint64_t>(gettid()), request.threadId);
+        std::string name;
+        std::ifstream("/proc/self/task/" + std::to_string(request.threadId) + "/comm") >> name;
+        EXPECT_EQ("BLT", name);
     }
 
     BoostDevice::clear();
@@ -82,6 +92,22 @@ TEST_F(MonitorTest, OwnRateSetsTheDeadlines) {
     EXPECT_EQ(kStart + 13 * kMs, clock.nextDeadline());
     queueFrame();
     EXPECT_EQ(kStart + 26 * kMs, clock.nextDeadline());
+    // Rates count as the same up to a hundredth of a frame per second apart.
+    const auto dueAt = [this](float fps) {
+        monitor.onQueueEnd(kLayer, kStart, fps);
+        return clock.nextDeadline();
+    };
+    const nsecs_t due = kStart + 32'499'998;
+    EXPECT_EQ(due, dueAt(40.0f));
+    EXPECT_EQ(due, dueAt(40.008f));
+    EXPECT_GT(due, dueAt(40.012f));
+    // New tunables keep the layer's rate: the levels are 0.4 x 25 ms apart.
+    dueAt(40.0f);
+    GfrTunables tunables;
+    tunables.jankThresholds = {1.3f, 1.7f, 1.9f};
+    monitor.updateLayerTunables(kLayer, tunables);
+    clock.advanceTo(due);
+    waitForDeadline(due + 10'000'002);
 }
 
 TEST_F(MonitorTest, DynamicTunablesMoveTheFirstCheckAndComputeTheBoost) {
@@ -191,13 +217,6 @@ TEST_F(MonitorTest, ACheckDiesWithItsRegistration) {
     EXPECT_EQ(-1, clock.nextDeadline());
 
     pend();
-    monitor.registerLayer(kLayer, "again", kPackage);
-    EXPECT_EQ(-1, clock.nextDeadline());
-    queueFrame();  // registered anew, so not active yet
-    EXPECT_EQ(-1, clock.nextDeadline());
-    monitor.setGFRActive(kLayer, true);
-
-    pend();
     monitor.unregisterLayer(kLayer);
     EXPECT_EQ(-1, clock.nextDeadline());
     queueFrame();
@@ -208,33 +227,28 @@ TEST_F(MonitorTest, ACheckDiesWithItsRegistration) {
     EXPECT_TRUE(hints().empty());
 }
 
-// A check that the thread has already taken out of the queue can only be stopped by itself.
-TEST_F(MonitorTest, ADueCheckIsStillCalledOff) {
-    constexpr int kOthers = 40;
-    constexpr int kVictim = kOthers + 1;
-    constexpr int kLast = kOthers + 2;
-    const auto queue = [this](int layerId, nsecs_t time) {
-        monitor.onQueueBegin(layerId, clock.now(), 0, layerId);  // the headroom tells the layer
-        monitor.onQueueEnd(layerId, time, 0.0f);
-    };
-    for (int layer = 1; layer <= kLast; ++layer) addLayer(layer);
-    for (int round = 0; round < 200; ++round) {
-        BoostDevice::clear();
-        for (int layer = 1; layer <= kOthers; ++layer) queue(layer, clock.now());
-        queue(kVictim, clock.now() + 1);
-        queue(kLast, clock.now() + 2);
-        BoostDevice::clear();
-        clock.advance(13 * kMs + 1);  // one batch: all but the last
-        ASSERT_TRUE(BoostDevice::waitForRequests(1));
-        monitor.setGFRActive(kVictim, false);
-        const size_t before = hints().size();
-        monitor.setGFRActive(kVictim, true);
-        clock.advance(1);
-        while (hints().empty() || hints().back().headroomNs != kLast) std::this_thread::yield();
+// Nobody cancels the check of a record that is replaced.
+TEST_F(MonitorTest, AReplacedRecordsCheckSendsNothing) {
+    queueFrame();
+    monitor.registerLayer(kLayer, "again", kPackage);
+    clock.advance(kMs);
+    queueFrame();  // registered anew, so not active yet
+    EXPECT_EQ(kStart + 13 * kMs, clock.nextDeadline());
+    monitor.setGFRActive(kLayer, true);
+    queueFrame();
+    EXPECT_EQ(1, finishedFrames("again",
+                                [this] { runCheckDueAt(kStart + 13 * kMs, kStart + 14 * kMs); }));
+    EXPECT_TRUE(hints().empty());
 
-        const std::vector<Hint> all = hints();
-        for (size_t i = before; i < all.size(); ++i) EXPECT_NE(kVictim, all[i].headroomNs);
-    }
+    // Not even when the new record's frame began in the same nanosecond.
+    addLayer();
+    queueFrame();
+    addLayer();
+    queueFrame();
+    runCheckDueAt(kStart + 14 * kMs, kStart + 26 * kMs);
+    runCheckDueAt(kStart + 26 * kMs, kStart + 29 * kMs);
+    runCheckDueAt(kStart + 29 * kMs, kStart + 32 * kMs);
+    EXPECT_EQ((std::vector<Hint>{{1, kJankHeadroom, 500}, {2, kJankHeadroom, 800}}), hints());
 }
 
 TEST_F(MonitorTest, StopsAndStartsAgain) {
@@ -255,8 +269,8 @@ TEST_F(MonitorTest, StopsAndStartsAgain) {
     EXPECT_EQ(1u, hints().size());
 
     ASSERT_TRUE(monitor.init());
-    monitor.setGFRActive(kLayer, true);
-    queueFrame();  // forgotten
+    monitor.setGFRActive(kLayer, true);  // forgotten
+    queueFrame();
     EXPECT_EQ(-1, clock.nextDeadline());
 }
 
@@ -374,8 +388,6 @@ TEST(GFRMonitorMessages, AreThoseOfEachOperation) {
     ASSERT_TRUE(PerfService::install());
     base::SetProperty("vendor.perf.corvane.debug", "1");
     base::SetProperty("vendor.perf.corvane.profile", "1");
-    const std::string tracePath = testing::TempDir() + "gfr_monitor_" + std::to_string(getpid());
-    ASSERT_TRUE(corvane::host::startTrace(tracePath, ~uint64_t{0}));
     corvane::host::DrivenClock clock(kStart);
     LogCapture log;
     GFRMonitor monitor;
@@ -399,24 +411,16 @@ TEST(GFRMonitorMessages, AreThoseOfEachOperation) {
         monitor.updateFrameDropWindow(-1, 0);  // waits for the check's end
     }
     // Three frames in time, of which two are seen to end by the next.
-    for (int i = 0; i < 3; ++i) {
-        monitor.onQueueBegin(kLayer, clock.now(), 0, 0);
-        monitor.onQueueEnd(kLayer, clock.now(), 0.0f);
-    }
+    EXPECT_EQ(2, finishedFrames("Game %n%s", [&] {
+                  for (int i = 0; i < 3; ++i) {
+                      monitor.onQueueBegin(kLayer, clock.now(), 0, 0);
+                      monitor.onQueueEnd(kLayer, clock.now(), 0.0f);
+                  }
+              }));
     monitor.setGFRActive(kLayer, false);
     monitor.setGFRActive(kLayer + 1, false);  // unknown: nothing
     monitor.unregisterLayer(kLayer + 1);      // unknown: told
     monitor.forceStop();
-    corvane::host::stopTrace();
-
-    std::ifstream trace(tracePath);
-    const std::string slices{std::istreambuf_iterator<char>(trace), {}};
-    unlink(tracePath.c_str());
-    const std::string finish = "frame finish, [Game %n%s]";
-    const size_t first = slices.find(finish);
-    const size_t second = slices.find(finish, first + 1);
-    ASSERT_NE(std::string::npos, second);
-    EXPECT_EQ(std::string::npos, slices.find(finish, second + 1));
 
     std::vector<std::string> texts;
     for (const auto& line : log.lines()) {
