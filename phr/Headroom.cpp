@@ -26,9 +26,9 @@ nsecs_t headroomAtRate(float rate, nsecs_t period) {
 HeadroomRange deriveHeadroomRange(float rate, float maxRate, nsecs_t period) {
     nsecs_t headroom = headroomAtRate(rate, period);
     const nsecs_t pastVsync = headroom % period;
-    const nsecs_t toVsync = period - pastVsync;
+    const nsecs_t toVsync = saturatingSub(period, pastVsync);
     if (pastVsync < kPresetVsyncGuardNs) {
-        headroom = saturatingAdd(headroom, kPresetVsyncGuardNs - pastVsync);
+        headroom = saturatingAdd(headroom, saturatingSub(kPresetVsyncGuardNs, pastVsync));
     } else if (toVsync < kPresetVsyncGuardNs) {
         headroom -= kPresetVsyncGuardNs - toVsync;
     }
@@ -42,7 +42,7 @@ nsecs_t avoidVsync(nsecs_t candidate, nsecs_t period, bool decrease) {
     if (!justPast && period - pastVsync >= guard) return candidate;
     // The multiple of the period that the candidate is too close to.
     const nsecs_t vsync = saturatingAdd(candidate - pastVsync, justPast ? 0 : period);
-    return decrease ? vsync - guard : saturatingAdd(vsync, guard);
+    return decrease ? saturatingSub(vsync, guard) : saturatingAdd(vsync, guard);
 }
 
 std::optional<nsecs_t> stepHeadroom(nsecs_t headroom, HeadroomRange range, nsecs_t period,

@@ -4,8 +4,8 @@
 #pragma once
 
 #include <utils/Condition.h>
+#include <utils/LightRefBase.h>
 #include <utils/Mutex.h>
-#include <utils/RefBase.h>
 #include <utils/Timers.h>
 
 #include <atomic>
