@@ -162,6 +162,12 @@ TEST_F(HoldBackTest, BufferBelowItsHeadroomPasses) {
     ASSERT_TRUE(returns(queue()));
     EXPECT_EQ(state->mPendingCount, 1);
     EXPECT_FALSE(state->mTimedOut);
+    // One right at its headroom is held for no time, and there is nothing left to delay it for.
+    state->mLastJankTime = -1;
+    state->mLastLatchTime = clock.now() + kHeadroom - 2 * kPeriod;
+    ASSERT_TRUE(returns(queue()));
+    EXPECT_TRUE(state->mTimedOut);
+    EXPECT_EQ(log.count("additional delay"), 0u);
 }
 
 TEST_F(HoldBackTest, UnblockReleasesOnceAndLeavesNoAdditionalDelay) {
@@ -191,6 +197,7 @@ TEST_F(HoldBackTest, UnregisteringAndStoppingReleaseTheBuffer) {
     EXPECT_EQ(log.count("destroyed"), 1u);
     // A thread that still holds the state does not wait on it any more.
     EXPECT_FALSE(state->waitForRelease(kPeriod));
+    EXPECT_EQ(waiting(), 0);
 
     // The focus layer's thread and one of a layer that had the focus before.
     for (int id : {8, 9}) {

@@ -87,6 +87,11 @@ TEST_F(LatchTest, DropWaitEndsWithTheQueueOrAfterThirtyLatches) {
     state->mDropWaitCount = 1;
     latchAfter(1, 0);
     EXPECT_EQ(state->mDropWaitCount, -1);
+    // At other rates nothing is counted.
+    state->mDropWaitCount = 1;
+    monitor.setVsyncInfo(kPeriod / 2, 120);
+    latchAfter(0.5);
+    EXPECT_EQ(state->mDropWaitCount, 1);
 }
 
 TEST_F(LatchTest, OnlyTheFocusLayerCounts) {

@@ -4,6 +4,7 @@
 #include <android/log.h>
 
 #include "corvane/host/Threads.h"
+#include "phr/Headroom.h"
 #include "phr/MonitorFixture.h"
 
 namespace android {
@@ -98,6 +99,9 @@ TEST_F(MonitorTest, PeriodAndRateClassDeriveTheHeadroom) {
     start();
     EXPECT_EQ(state->mHeadroom, kHeadroom);
     EXPECT_EQ(log.count("Layer 7 set headroom: 4000000"), 1u);
+    EXPECT_EQ(maxHeadroom(),
+              headroomAtRate(FeatureManager::getInstance()->getDefaultMaxHeadroomRate(false),
+                             kPeriod));
     monitor.updateHeadRoom(kLayer, -1, 0.5f);
     EXPECT_EQ(state->mHeadroom, kHeadroom);
     monitor.setVsyncInfo(kPeriod, 120);  // the period decides whether anything is new
@@ -158,6 +162,15 @@ TEST_F(MonitorTest, HeavyWindowLetsTheHeadroomClimbForFiftyFrames) {
     EXPECT_EQ(state->mHeadroom, preset);
 }
 
+TEST_F(MonitorTest, WindowIsHeavyFromASumOfThree) {
+    startDynamic(60);
+    addFrames(14, 0.5);
+    addFrames(1, 1.3);
+    EXPECT_EQ(heavyFrames(), 0);
+    addFrames(1, 1);
+    EXPECT_EQ(heavyFrames(), 2);
+}
+
 TEST_F(MonitorTest, AfterTheClimbTheHeadroomSinksSlowly) {
     startDynamic(60);
     addFrames(15, 2);
@@ -175,8 +188,8 @@ TEST_F(MonitorTest, CeilingFollowsTheLoadAboveSixtyHertz) {
     startDynamic(120);
     constexpr nsecs_t kLow = static_cast<nsecs_t>(kPeriod / 2 * 1.3);
     const nsecs_t high =
-            static_cast<nsecs_t>(FeatureManager::getInstance()->getDefaultMaxHeadroomRate(true) *
-                                 static_cast<float>(kPeriod / 2));
+            headroomAtRate(FeatureManager::getInstance()->getDefaultMaxHeadroomRate(true),
+                           kPeriod / 2);
     ASSERT_GT(high, kLow);
     addFrames(14, 1);
     addFrames(1, 2);  // heavy, but no overload
@@ -193,6 +206,9 @@ TEST_F(MonitorTest, CeilingFollowsTheLoadAboveSixtyHertz) {
     }
     addFrames(1, 1);
     EXPECT_EQ(maxHeadroom(), kLow);
+    monitor.updateHeadRoom(kLayer, -1, 1.5f);
+    addFrames(1, 1);
+    EXPECT_EQ(maxHeadroom(), kPeriod / 2 * 3 / 2);  // never below the preset
 }
 
 TEST_F(MonitorTest, EnablingQuickTouchStartsTheAdaptationAnew) {

@@ -67,6 +67,20 @@ TEST_F(PacingTest, RampLastsAsManyFramesAsConfigured) {
         delayOfNext();
     }
     EXPECT_FALSE(monitor.isTargetFpsSwitching(kLayer));
+    // A new ramp follows the end of the last frame's delay, not its arrival.
+    monitor.setTargetFpsStatus(kLayer, true, 60, 10);
+    EXPECT_EQ(delayOfNext(), 20 * kMs);
+}
+
+TEST_F(PacingTest, LateFramesAreNotMadeUpForWithoutCompensation) {
+    base::SetProperty("vendor.rdxe.enable.target_fps", "true");
+    base::SetProperty("vendor.rdxe.target_fps.compensate", "false");
+    startWithRamp("0");
+    monitor.setTargetFpsStatus(kLayer, true, 60, 50);
+    EXPECT_EQ(delayOfNext(), 0);
+    clock.advance(32 * kMs);
+    EXPECT_EQ(delayOfNext(), 0);
+    EXPECT_EQ(delayOfNext(), 20 * kMs);
 }
 
 TEST_F(PacingTest, SleepOfASecondOrMoreIsRefused) {
@@ -76,6 +90,10 @@ TEST_F(PacingTest, SleepOfASecondOrMoreIsRefused) {
     EXPECT_EQ(delayOfNext(), 0);  // due in two seconds
     clock.advance(3'500 * kMs);
     EXPECT_EQ(delayOfNext(), 500 * kMs);  // due in four
+    // Only the low 32 bits of a delay count.
+    monitor.setTargetFpsStatus(kLayer, true, 60, 0.2f);
+    EXPECT_EQ(delayOfNext(), 0);
+    EXPECT_EQ(delayOfNext(), 5'000 * kMs - (nsecs_t{1} << 32));
 }
 
 }  // namespace
