@@ -30,8 +30,7 @@ void latch() {
     corvaneTrackBufferDecrement(kLayerName, kLayer, 0, &bounds, false, true);
 }
 
-// --- A library that is switched off, or was not initialised: registered first, so they run first
-// ---
+// A library that is switched off, or was not initialised. Registered first, so they run first.
 
 template <void (*Hook)()>
 void disabled(benchmark::State& state) {
@@ -47,7 +46,7 @@ BENCHMARK(disabled<corvaneTrackVsyncSignal>)->Name("Hook/disabled/TrackVsyncSign
 BENCHMARK(disabled<corvaneFlushLatchUnsignaledGpuFences>)
         ->Name("Hook/disabled/FlushLatchUnsignaledGpuFences");
 
-// --- One layer, tracked, no feature on ---
+// One layer, tracked, no feature on.
 
 // Draws for as long as it takes the layer to be tracked. False when it is not.
 bool trackLayer() {
