@@ -16,6 +16,7 @@
 #include "corvane/host/LogCapture.h"
 #include "corvane/host/PerfService.h"
 #include "corvane/host/Threads.h"
+#include "features/FeatureManager.h"
 #include "gfr/GFRMonitor.h"
 #include "perf/PerfProxy.h"
 
@@ -67,7 +68,9 @@ TEST_F(MonitorTest, ALateFrameIsBoostedInStagesAndReleasedByTheNext) {
 TEST_F(MonitorTest, AFrameThatEndsInTimeIsLeftAlone) {
     queueFrame();
     clock.advance(13 * kMs - 1);
-    queueFrame();
+    monitor.onQueueBegin(kLayer, clock.now(), kFrameTime, kJankHeadroom);
+    EXPECT_EQ(-1, clock.nextDeadline());
+    monitor.onQueueEnd(kLayer, clock.now(), 0.0f);
     EXPECT_EQ(kStart + 26 * kMs - 1, clock.nextDeadline());
     // A queue end that is reported twice moves the check, it does not add one.
     clock.advance(kMs);
@@ -173,6 +176,11 @@ TEST_F(MonitorTest, ResendFlagReportsAChangedFrameTime) {
 }
 
 TEST_F(MonitorTest, TunablesDecideTheLevelsAndTheirFrequencies) {
+    FeatureManager::getInstance()->setGFRProp("1.4;1.7", {1});  // for all packages
+    addLayer();
+    queueFrame();
+    EXPECT_EQ(kStart + 14 * kMs, clock.nextDeadline());
+
     GfrTunables tunables;
     tunables.jankThresholds = {1.5f, 2.0f};
     tunables.baseFreq = {};

@@ -15,6 +15,7 @@ namespace {
 constexpr nsecs_t kMs = 1'000'000;
 constexpr nsecs_t kPeriod = 16 * kMs;  // exact in single precision; a tenth of it is 1.6 ms
 constexpr nsecs_t kMaxTime = std::numeric_limits<nsecs_t>::max();
+constexpr nsecs_t kMinTime = std::numeric_limits<nsecs_t>::min();
 
 TEST(HeadroomTest, PresetKeepsClearOfVsyncs) {
     const struct {
@@ -42,6 +43,7 @@ TEST(HeadroomTest, CeilingIsNeverBelowThePreset) {
                                                    std::numeric_limits<float>::infinity(), 3);
     EXPECT_EQ(huge.preset, kMaxTime);
     EXPECT_EQ(huge.max, kMaxTime);
+    EXPECT_EQ(deriveHeadroomRange(-0.9f, 0.0f, kMaxTime).preset, 3 * kMs / 2);
 }
 
 TEST(HeadroomTest, SnapsClearOfVsyncsInTheDirectionOfTravel) {
@@ -63,6 +65,7 @@ TEST(HeadroomTest, SnapsClearOfVsyncsInTheDirectionOfTravel) {
         EXPECT_EQ(avoidVsync(c.candidate, kPeriod, true), c.down) << c.candidate;
         EXPECT_EQ(avoidVsync(c.candidate, kPeriod, false), c.up) << c.candidate;
     }
+    EXPECT_EQ(avoidVsync(kMinTime, kMaxTime, true), kMinTime);
 }
 
 TEST(HeadroomTest, StepsWithinItsRange) {

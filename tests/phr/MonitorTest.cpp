@@ -3,12 +3,25 @@
 
 #include <android/log.h>
 
+#include <filesystem>
+#include <fstream>
+#include <string>
+
 #include "corvane/host/Threads.h"
 #include "phr/Headroom.h"
 #include "phr/MonitorFixture.h"
 
 namespace android {
 namespace {
+
+bool hasThread(const std::string& name) {
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::string comm;
+        std::ifstream(task.path() / "comm") >> comm;
+        if (comm == name) return true;
+    }
+    return false;
+}
 
 class MonitorTest : public PhrMonitorTest {
   protected:
@@ -55,6 +68,7 @@ TEST_F(MonitorTest, FailedThreadStartLeavesItIdle) {
 
 TEST_F(MonitorTest, StopsOnceAndMayStartAgain) {
     start();
+    EXPECT_TRUE(hasThread("PHR"));
     monitor.setQuickTouchStatus(kLayer, true);
     monitor.forceStop();
     monitor.forceStop();

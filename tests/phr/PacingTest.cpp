@@ -60,11 +60,11 @@ TEST_F(PacingTest, SameTargetAgainChangesNothing) {
 
 TEST_F(PacingTest, RampLastsAsManyFramesAsConfigured) {
     startWithRamp("5");
-    clock.advance(kPeriod);
+    ASSERT_TRUE(returns(queue()));  // the frame that the ramp follows
     monitor.setTargetFpsStatus(kLayer, true, 60, 40);
     for (int frame = 1; frame <= 5; ++frame) {
         EXPECT_TRUE(monitor.isTargetFpsSwitching(kLayer)) << frame;
-        delayOfNext();
+        EXPECT_EQ(delayOfNext(), static_cast<nsecs_t>(1e9f / (60 - 4 * frame))) << frame;
     }
     EXPECT_FALSE(monitor.isTargetFpsSwitching(kLayer));
     // A new ramp follows the end of the last frame's delay, not its arrival.
