@@ -5,10 +5,15 @@
 
 #include <cmath>
 #include <limits>
+#include <optional>
+#include <random>
+#include <regex>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "perf/LayerName.h"
 #include "perf/PerfProxy.h"
 
 namespace android {
@@ -16,37 +21,51 @@ namespace {
 
 TEST(Classify, FpsMode) {
     constexpr float kInfinity = std::numeric_limits<float>::infinity();
-    const std::vector<std::pair<float, int>> kCases =
-            {{-kInfinity, -1}, {-1.0f, -1},   {0.0f, -1},      {0.4f, 0},          {0.5f, 1},
-             {12.49f, 12},     {17.5f, 18},   {18.0f, 18},     {18.01f, 30},       {18.5f, 30},
-             {33.0f, 30},      {33.01f, 45},  {48.0f, 45},     {48.01f, 60},       {63.0f, 60},
-             {63.01f, 75},     {78.0f, 75},   {78.01f, 90},    {95.0f, 90},        {95.01f, 120},
-             {123.0f, 120},    {123.1f, 144}, {147.0f, 144},   {147.1f, 165},      {168.0f, 165},
-             {168.1f, 185},    {210.0f, 185}, {210.1f, 240},   {260.0f, 240},      {260.1f, -1},
-             {261.0f, -1},     {1e30f, -1},   {kInfinity, -1}, {std::nanf(""), -1}};
-    for (const auto& [fps, mode] : kCases) EXPECT_EQ(mode, PerfProxy::getFpsMode(fps)) << fps;
+    constexpr std::pair<float, int> kCases[] = {{-kInfinity, -1},
+                                                {-1.0f, -1},
+                                                {0.0f, -1},
+                                                {0.4f, 0},
+                                                {0.5f, 1},
+                                                {12.49f, 12},
+                                                {17.5f, 18},
+                                                {18.0f, 18},
+                                                {18.01f, 30},
+                                                {260.01f, -1},
+                                                {1e30f, -1},
+                                                {kInfinity, -1},
+                                                {std::numeric_limits<float>::quiet_NaN(), -1}};
+    for (const auto& [fps, mode] : kCases) {
+        EXPECT_EQ(mode, PerfProxy::getFpsMode(fps)) << fps;
+    }
+    // Each mode begins right above the limit of the one below.
+    float below = 18.0f;
+    constexpr std::pair<float, int> kLimits[] = {{33.0f, 30},   {48.0f, 45},   {63.0f, 60},
+                                                 {78.0f, 75},   {95.0f, 90},   {123.0f, 120},
+                                                 {147.0f, 144}, {168.0f, 165}, {210.0f, 185},
+                                                 {260.0f, 240}};
+    for (const auto& [limit, mode] : kLimits) {
+        EXPECT_EQ(mode, PerfProxy::getFpsMode(std::nextafter(below, kInfinity))) << below;
+        EXPECT_EQ(mode, PerfProxy::getFpsMode(limit)) << limit;
+        below = limit;
+    }
 }
 
 TEST(Classify, VsyncMode) {
-    struct Case {
+    constexpr struct {
         long long first;  // the lowest and highest periods of a mode
         long long last;
         int mode;
-    };
-    constexpr Case kCases[] = {{15'000'001, 17'999'999, 60}, {12'500'001, 14'899'999, 75},
-                               {10'500'001, 11'699'999, 90}, {8'000'001, 8'999'999, 120},
-                               {6'800'001, 7'699'999, 144},  {5'800'001, 6'499'999, 165},
-                               {4'800'001, 5'599'999, 185},  {3'800'001, 4'599'999, 240}};
-    for (const Case& c : kCases) {
+    } kCases[] = {{15'000'001, 17'999'999, 60}, {12'500'001, 14'899'999, 75},
+                  {10'500'001, 11'699'999, 90}, {8'000'001, 8'999'999, 120},
+                  {6'800'001, 7'699'999, 144},  {5'800'001, 6'499'999, 165},
+                  {4'800'001, 5'599'999, 185},  {3'800'001, 4'599'999, 240}};
+    for (const auto& c : kCases) {
         EXPECT_EQ(0, PerfProxy::setVsyncMode(c.first - 1)) << c.mode;
         EXPECT_EQ(c.mode, PerfProxy::setVsyncMode(c.first));
-        EXPECT_EQ(c.mode, PerfProxy::setVsyncMode(1'000'000'000 / c.mode));
         EXPECT_EQ(c.mode, PerfProxy::setVsyncMode(c.last));
         EXPECT_EQ(0, PerfProxy::setVsyncMode(c.last + 1)) << c.mode;
     }
-    for (const long long period : {0LL, -16'666'666LL, std::numeric_limits<long long>::max()}) {
-        EXPECT_EQ(0, PerfProxy::setVsyncMode(period)) << period;
-    }
+    EXPECT_EQ(0, PerfProxy::setVsyncMode(-16'666'666));
 }
 
 TEST(Classify, NumericString) {
@@ -58,6 +77,124 @@ TEST(Classify, NumericString) {
         EXPECT_FALSE(PerfProxy::isNumericString(text)) << text;
     }
     EXPECT_FALSE(PerfProxy::isNumericString(std::string("1\0", 2)));
+}
+
+TEST(LayerName, PackageOfKnownForms) {
+    const std::pair<const char*, const char*> kCases[] = {
+            {"VRI-com.example.app/com.example.app.MainActivity#12", "com.example.app"},
+            {"com.example.app/com.example.app.MainActivity#12", "com.example.app"},
+            {"SurfaceView[com.example.game/com.example.game.Main]#3", "com.example.game"},
+            {"VRI-SurfaceView[com.example.game/com.example.game.Main](BLAST)#3",
+             "com.example.game"},
+            {"abc_1 \tSurfaceView[com.a.b/x]#7", "com.a.b"},
+            {"SurfaceViewSurfaceView[com.a.b/x]#7", "com.a.b"},
+            {"SurfaceView[com.a.b]#7", "com.a.b]"},
+            {"SurfaceView[com.a.b#1#2", "com.a.b#1"},
+            {"SurfaceView[com.a.b/x]", "SurfaceView[com.a.b"},
+            {"SurfaceView[/x]#7", "SurfaceView["},
+            {"SurfaceView[#7", ""},
+            {"a-SurfaceView[com.a.b/x]#7", "a-SurfaceView[com.a.b"},
+            {"VRI-InputMethod#12", "UnknownKeyboard"},
+            {"InputMethod#1x", ""},
+            {"StatusBar#5", ""},
+            {"VRI-VRI-a/b", "VRI-a"},
+            {"/", ""},
+    };
+    for (const auto& [name, package] : kCases) {
+        EXPECT_EQ(package, PerfProxy::getPackageName(name)) << name;
+    }
+}
+
+std::vector<std::string> splitAtBars(const std::string& joined) {
+    std::vector<std::string> pieces;
+    std::istringstream stream(joined);
+    for (std::string piece; std::getline(stream, piece, '|');) pieces.push_back(piece);
+    return pieces;
+}
+
+// Names put together from the pieces that the expressions treat differently, and from every byte.
+TEST(LayerName, ScansAgreeWithTheExpressions) {
+    const std::regex surfaceViewRegex(kSurfaceViewExpression);
+    const std::regex inputMethodRegex(kInputMethodExpression);
+    // A start and an end that match more often than not, so that the middle decides.
+    const auto starts = splitAtBars(
+            "||SurfaceView[|SurfaceView[|w SurfaceView[|_9\n SurfaceView[|InputMethod#");
+    const auto middles = splitAtBars(
+            "SurfaceView[|SurfaceView|InputMethod#|InputMethod|VRI-|[|]|/|#|_|a|Z|0|9|"
+            "42| |\t|\n|\r|\v|\f|\xe2\x80\xa8|\xc2\x85|\x85|\xa0|\xb2|\xff|\x80|.|-|"
+            "com.a|#1|#0");
+    const auto ends = splitAtBars("|#1|#123|/x]#7|#|7|1234");
+    std::mt19937 random{20'261'121};  // a fixed seed: the same names in every run
+    const auto pick = [&](const auto& pieces) { return pieces[random() % pieces.size()]; };
+    int surfaceViews = 0;
+    int inputMethods = 0;
+    for (int i = 0; i < 100'000; ++i) {
+        std::string name = pick(starts);
+        for (size_t pieces = random() % 6; pieces > 0; --pieces) {
+            name += random() % 4 == 0 ? std::string(1, static_cast<char>(random())) : pick(middles);
+        }
+        name += pick(ends);
+        // Some around the length from which only the scan decides.
+        if (i % 20 == 0) name.insert(random() % (name.size() + 1), random() % 250, "a7 \n"[i % 3]);
+
+        std::smatch match;
+        std::optional<std::string> surfaceView;
+        if (std::regex_match(name, match, surfaceViewRegex)) surfaceView = match[1].str();
+        const bool isInputMethod = std::regex_match(name, inputMethodRegex);
+        ASSERT_EQ(surfaceView, scanSurfaceViewName(name));
+        ASSERT_EQ(isInputMethod, scanInputMethodName(name)) << name;
+        const size_t slash = name.find('/');
+        const std::string other = isInputMethod ? "UnknownKeyboard" : "";
+        ASSERT_EQ(surfaceView.value_or(slash != name.npos ? name.substr(0, slash) : other),
+                  PerfProxy::getPackageName("VRI-" + name));
+        surfaceViews += surfaceView.has_value();
+        inputMethods += isInputMethod;
+    }
+    // Both outcomes must be common, or the comparison says little.
+    EXPECT_GT(surfaceViews, 10'000);
+    EXPECT_GT(inputMethods, 500);
+}
+
+// A backtracking matcher would need hours for some of these, or the whole stack.
+TEST(LayerName, HostileNamesAreHarmless) {
+    const auto filler = [](char c) { return std::string(200'000, c); };
+    const std::pair<std::string, std::string> kCases[] = {
+            {filler('a'), ""},
+            {filler('#'), ""},
+            {filler('\0'), ""},
+            {filler('\xff') + "/", filler('\xff')},
+            {"SurfaceView[" + filler('a'), ""},
+            {"SurfaceView[" + filler('#') + "1", filler('#').substr(1)},
+            {"SurfaceView[" + filler('a') + "\n/\n#1", "SurfaceView[" + filler('a') + "\n"},
+            {"SurfaceView[a#" + filler('1'), "a"},
+            {"SurfaceView[a/" + filler('#') + "1", "a"},
+            {filler('w') + filler(' ') + "SurfaceView[a/b]#1", "a"},
+            {filler(' ') + filler('w') + "SurfaceView[a]#1", ""},
+            {"InputMethod#" + filler('1'), "UnknownKeyboard"},
+            {"InputMethod#" + filler('1') + "x", ""},
+    };
+    for (const auto& [name, package] : kCases) {
+        EXPECT_TRUE(package == PerfProxy::getPackageName(name)) << name.substr(0, 20);
+    }
+}
+
+TEST(LayerName, SceneTag) {
+    constexpr struct {
+        const char* package;
+        const char* layer;
+        const char* tag;
+    } kCases[] = {{"com.ss.android.ugc.aweme", "x minigame y", "minigame"},
+                  {"com.ss.android.ugc.aweme", "MiniGame", ""},
+                  {"com.ss.android.ugc.aweme2", "minigame", ""},
+                  {"com.ss.android.ugc.aweme", "AppBrandUI SurfaceView", ""},
+                  {"com.tencent.mm", "SurfaceView[com.tencent.mm/AppBrandUI]", "minigame"},
+                  {"com.tencent.mm", "AppBrandUI", ""},
+                  {"com.tencent.mm", "SurfaceView minigame", ""},
+                  {"", "minigame AppBrandUI SurfaceView", ""}};
+    for (const auto& c : kCases) {
+        EXPECT_EQ(c.tag, PerfProxy::getLayerSceneTag(c.package, c.layer))
+                << c.package << " " << c.layer;
+    }
 }
 
 }  // namespace
