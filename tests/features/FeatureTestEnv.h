@@ -3,13 +3,13 @@
 
 #pragma once
 
-#include <string>
-#include <utility>
-#include <vector>
-
 #include <android-base/properties.h>
 #include <android/log.h>
 #include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "corvane/host/LogCapture.h"
 #include "corvane/host/PerfService.h"
@@ -17,6 +17,7 @@
 
 namespace android {
 
+using Strings = std::vector<std::string>;
 using Properties = std::vector<std::pair<std::string, std::string>>;
 
 // Every case runs in a process of its own, so the manager is built anew from these properties.
@@ -32,8 +33,8 @@ class FeatureTest : public ::testing::Test {
     }
 
     // The texts logged under the manager's tag at this priority since the last call.
-    std::vector<std::string> takeLog(int priority) {
-        std::vector<std::string> texts;
+    Strings takeLog(int priority) {
+        Strings texts;
         for (const corvane::host::LogLine& line : log.lines()) {
             if (line.tag == "Corvane.FeatureManager" && line.priority == priority) {
                 texts.push_back(line.text);
@@ -42,8 +43,8 @@ class FeatureTest : public ::testing::Test {
         log.clear();
         return texts;
     }
-    std::vector<std::string> takeErrors() { return takeLog(ANDROID_LOG_ERROR); }
-    std::vector<std::string> takeDebugLines() { return takeLog(ANDROID_LOG_DEBUG); }
+    Strings takeErrors() { return takeLog(ANDROID_LOG_ERROR); }
+    Strings takeDebugLines() { return takeLog(ANDROID_LOG_DEBUG); }
 
     corvane::host::LogCapture log;
 };
