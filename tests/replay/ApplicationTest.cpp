@@ -12,22 +12,21 @@
 namespace corvane::replay {
 namespace {
 
-Recording recordingOfTwoLayers() {
+TEST(Application, ThePlanAndTheResultPassBetweenTheProcessesWhole) {
     TraceText text;
     text.vsyncs(0, 10.0, 2);
-    text.dequeueSlice(1000, 1.0, 1.5).queueSlice(1000, 3.0, 4.0).counter(3.5, "a/b#1", 1);
+    text.bufferCall(1000, "dequeueBuffer", 1.0, 1.5)
+            .bufferCall(1000, "queueBuffer", 3.0, 4.0)
+            .counter(3.5, "a/b#1", 1);
     text.counter(6.0, "c/d#2", 1);
-    return parseRecording(text.str()).recording.value();
-}
-
-TEST(Application, ThePlanHoldsTheLayersFramesAndWhatIsDoneToIt) {
     Scenario scenario;
     scenario.properties = {{"p", "v"}};
     scenario.events = {{5'000'000, Touch{2}},
                        {2'000'000, PropertyWrite{"q", "w"}},
                        {7'000'000, Unblock{}},
                        {90'000'000, Touch{1}}};
-    const AppPlan plan = planOf(recordingOfTwoLayers(), 0, 2, 20'000'000, scenario);
+    const AppPlan plan =
+            planOf(parseRecording(text.str()).recording.value(), 0, 2, 20'000'000, scenario);
     std::string order;
     for (const auto& step : plan.steps) {
         order += "vdqtp"[static_cast<int>(step.kind)] + std::to_string(step.atNs / 1'000) + " ";
@@ -41,9 +40,7 @@ TEST(Application, ThePlanHoldsTheLayersFramesAndWhatIsDoneToIt) {
     EXPECT_EQ(copy->steps[4].action, 2);
     EXPECT_EQ(copy->steps[2].property.name, "q");
     EXPECT_FALSE(appPlanFrom("no plan"));
-}
 
-TEST(Application, TheResultComesBackAsItWas) {
     AppResult result;
     result.frames = 7;
     result.instantNs = {5'000'000'000};
@@ -51,11 +48,11 @@ TEST(Application, TheResultComesBackAsItWas) {
     result.inputConsumed = 3;
     result.inputHeld = 2;
     result.hooks = {{"aCorvaneAppInit", {1, 2, 3, 4}}};
-    const auto copy = appResultFrom(toJson(result));
-    ASSERT_TRUE(copy);
-    EXPECT_EQ(toJson(*copy), toJson(result));
-    EXPECT_EQ(copy->instantNs, result.instantNs);
-    EXPECT_EQ(copy->hooks[0].second.max, 4);
+    const auto received = appResultFrom(toJson(result));
+    ASSERT_TRUE(received);
+    EXPECT_EQ(toJson(*received), toJson(result));
+    EXPECT_EQ(received->instantNs, result.instantNs);
+    EXPECT_EQ(received->hooks[0].second.max, 4);
     EXPECT_FALSE(appResultFrom(""));
 }
 

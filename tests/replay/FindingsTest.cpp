@@ -10,6 +10,7 @@
 #include "TraceText.h"
 #include "replay/Findings.h"
 #include "replay/Report.h"
+#include "replay/TextTable.h"
 
 namespace corvane::replay {
 namespace {
@@ -86,18 +87,18 @@ TEST_F(FindingsTest, TellsOnlySwitchesThatChangeSomething) {
     log(8, "Layer 5 enable GFR");
     const Findings findings = find();
     EXPECT_EQ(findings.layers[0].headroomNs, 13'360'000);
-    const auto& headroom = findings.layers[0].of(FeatureKind::kHeadroom);
-    ASSERT_EQ(headroom.size(), 2U);
-    EXPECT_EQ(headroom[0].atNs, 1 * kMs);
-    EXPECT_FALSE(headroom[1].on);
-    EXPECT_TRUE(headroom[1].becauseOfJank);
-    const auto& target = findings.layers[1].of(FeatureKind::kTargetFps);
-    ASSERT_EQ(target.size(), 3U);
-    EXPECT_EQ(target[1].targetFps, 45.0);
-    EXPECT_FALSE(target[2].on);
-    const auto& rescue = findings.layers[0].of(FeatureKind::kFrameRescue);
-    ASSERT_EQ(rescue.size(), 1U);
-    EXPECT_TRUE(rescue[0].on);
+    const auto switches = [&](size_t layer, FeatureKind kind) {
+        std::string text;
+        for (const auto& change : findings.layers[layer].of(kind)) {
+            text += std::to_string(change.atNs / kMs) + (change.on ? " on" : " off");
+            if (change.targetFps > 0) text += format(" %.0f", change.targetFps);
+            text += change.becauseOfJank ? " jank; " : "; ";
+        }
+        return text;
+    };
+    EXPECT_EQ(switches(0, FeatureKind::kHeadroom), "1 on; 3 off jank; ");
+    EXPECT_EQ(switches(1, FeatureKind::kTargetFps), "4 on 30; 5 on 45; 6 off; ");
+    EXPECT_EQ(switches(0, FeatureKind::kFrameRescue), "8 on; ");
 }
 
 TEST_F(FindingsTest, MeasuresHeldAndPacedFramesInTheTrace) {
@@ -126,7 +127,10 @@ TEST_F(FindingsTest, MeasuresHeldAndPacedFramesInTheTrace) {
 }
 
 TEST_F(FindingsTest, GivesBoostsToTheFramesThatAskedForThem) {
-    mPlayed.frames = {{0, 10 * kMs, 11 * kMs}, {1, 20 * kMs, 21 * kMs}, {0, 29 * kMs, 31 * kMs}};
+    mPlayed.frames = {{0, 10 * kMs, 11 * kMs},
+                      {1, 20 * kMs, 21 * kMs},
+                      {0, 29 * kMs, 31 * kMs},
+                      {1, 44 * kMs, 46 * kMs}};
     TraceText text;
     text.slice(9, 30.0, "[GFR_BOOST] GFR_IOCTL bl=1 hr=7 bf=500, [id: 5]");
     text.slice(9, 45.0, "[GFR_BOOST] GFR_IOCTL bl=0 hr=7 bf=0, [id: 6]");
@@ -142,6 +146,7 @@ TEST_F(FindingsTest, GivesBoostsToTheFramesThatAskedForThem) {
     EXPECT_EQ(findings.layers[0].boosts[0].freqMHz, 500);
     ASSERT_EQ(findings.layers[1].boosts.size(), 1U);
     EXPECT_EQ(findings.layers[1].boosts[0].level, 0);
+    EXPECT_EQ(findings.layers[1].boosts[0].frame, 2U) << "a release comes within the next call";
     ASSERT_EQ(findings.unclaimedBoosts.size(), 2U)
             << "one without a trace, one of an unknown package";
     EXPECT_EQ(findings.unclaimedBoosts[1].level, 5);

@@ -9,10 +9,12 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "TraceText.h"
 #include "replay/Recording.h"
+#include "replay/TextTable.h"
 
 namespace corvane::replay {
 namespace {
@@ -49,58 +51,42 @@ std::string stepsOf(const Recording& recording, size_t layer) {
 }
 
 TEST(Recording, TheBundledOnesHoldWhatWasRecorded) {
+    // A process that the recording does not name has a made-up pid.
     const struct {
         const char* name;
-        double seconds, periodMs;
-        size_t vsyncs;
-        struct {
-            const char* name;
-            int32_t id;
-            size_t frames;
-            pid_t pid;  // 0: made up
-        } layers[3];
+        const char* holds;
     } kCases[] = {
             {"reader-60fps-stuffed",
-             4.169,
-             16.7,
-             250,
-             {{"SurfaceView[com.example.reader/com.example.reader.MainActivity](BLAST)#102", 102,
-               248, 2100},
-              {"StatusBar#0", 1, 3, 0}}},
+             "4.17 s, 16.7 ms, 250 vsyncs, 0 skipped\n"
+             "SurfaceView[com.example.reader/com.example.reader.MainActivity](BLAST)#102: id 102, "
+             "248 frames of 2100\n"
+             "StatusBar#0: id 1, 3 frames of 30001\n"},
             {"arena-30fps-on-60hz",
-             2.555,
-             16.7,
-             154,
-             {{"SurfaceView[com.example.arena/com.example.arena.GameActivity](BLAST)#101", 101, 77,
-               1900},
-              {"StatusBar#0", 1, 3, 0}}},
+             "2.56 s, 16.7 ms, 154 vsyncs, 0 skipped\n"
+             "SurfaceView[com.example.arena/com.example.arena.GameActivity](BLAST)#101: id 101, "
+             "77 frames of 1900\n"
+             "StatusBar#0: id 1, 3 frames of 30001\n"},
             {"launcher-scroll-two-layers",
-             2.188,
-             11.13,
-             139,
-             {{"com.example.launcher/com.example.launcher.Launcher#103", 103, 107, 2300},
-              {"com.example.wallpaper.LiveWallpaper#104", 104, 64, 0},
-              {"StatusBar#0", 1, 1, 0}}},
+             "2.19 s, 11.1 ms, 139 vsyncs, 0 skipped\n"
+             "com.example.launcher/com.example.launcher.Launcher#103: id 103, 107 frames of 2300\n"
+             "com.example.wallpaper.LiveWallpaper#104: id 104, 64 frames of 30001\n"
+             "StatusBar#0: id 1, 1 frames of 30002\n"},
     };
     for (const auto& test : kCases) {
-        SCOPED_TRACE(test.name);
         const Recording recording = parse(bundled(test.name));
-        EXPECT_NEAR(static_cast<double>(recording.durationNs) / 1e9, test.seconds, 0.01);
-        EXPECT_NEAR(static_cast<double>(recording.vsyncPeriodNs) / 1e6, test.periodMs, 0.05);
-        EXPECT_EQ(recording.vsyncs, test.vsyncs);
-        EXPECT_EQ(recording.skippedLines, 0U);
+        std::string holds = format("%.2f s, %.1f ms, %zu vsyncs, %zu skipped\n",
+                                   static_cast<double>(recording.durationNs) / 1e9,
+                                   static_cast<double>(recording.vsyncPeriodNs) / 1e6,
+                                   recording.vsyncs, recording.skippedLines);
         std::set<uid_t> uids;
-        for (size_t i = 0; i < recording.layers.size(); ++i) {
-            const Layer& layer = recording.layers[i];
+        for (const Layer& layer : recording.layers) {
             const Process& process = recording.processes[layer.process];
-            ASSERT_LT(i, 3U);
-            EXPECT_EQ(layer.name, test.layers[i].name);
-            EXPECT_EQ(layer.id, test.layers[i].id);
-            EXPECT_EQ(layer.frames, test.layers[i].frames);
-            EXPECT_TRUE(test.layers[i].pid == 0 || process.pid == test.layers[i].pid);
+            holds += layer.name + format(": id %d, %zu frames of %d\n", layer.id, layer.frames,
+                                         static_cast<int>(process.pid));
             EXPECT_GE(process.uid, 10000U);
             EXPECT_TRUE(uids.insert(process.uid).second) << "every process has its own uid";
         }
+        EXPECT_EQ(holds, test.holds) << test.name;
     }
 }
 
@@ -128,30 +114,20 @@ TEST(Recording, RisesAreQueuesAndFallsAreLatches) {
     EXPECT_EQ(recording.vsyncPeriodNs, 16'000'000);
 }
 
-TEST(Recording, OnlyTheCompositorsBufferCountersAreLayers) {
+TEST(Recording, TheCompositorsBufferCountersAreLayersWithIdsOfTheirOwn) {
     TraceText text;
     text.vsyncs(0, 10.0, 3);
-    for (const char* name : {"BufferTX - a/b#7", "a/b#7", "TX - a/b#7", "QueuedBuffer - a/b#7",
-                             "a/b#7 fps", "a/b#7 duration", "a/b#", "#7", "plain"}) {
+    for (const char* name :
+         {"BufferTX - a/b#7", "a/b#7", "TX - a/b#7", "QueuedBuffer - a/b#7", "a/b#7 fps", "a/b#",
+          "#7", "plain", "a#0", "b#0", "c#1", "d#1", "e#99999999999"}) {
         text.counter(1.0, name, 1);
     }
     text.counterOf(777, 1.0, "other/process#5", 1);
-    const Recording recording = parse(text.str());
-    ASSERT_EQ(recording.layers.size(), 1U);
-    EXPECT_EQ(recording.layers[0].name, "a/b#7");
-    EXPECT_EQ(recording.layers[0].frames, 1U);
-}
-
-TEST(Recording, EveryLayerGetsAnIdOfItsOwn) {
-    TraceText text;
-    text.vsyncs(0, 10.0, 3);
-    for (const char* name : {"a#0", "b#0", "c#1", "d#1", "e#99999999999"}) {
-        text.counter(1.0, name, 1);
+    std::string layers;
+    for (const auto& layer : parse(text.str()).layers) {
+        layers += format("%s=%d:%zu ", layer.name.c_str(), layer.id, layer.frames);
     }
-    const Recording recording = parse(text.str());
-    std::vector<int32_t> ids;
-    for (const auto& layer : recording.layers) ids.push_back(layer.id);
-    EXPECT_EQ(ids, (std::vector<int32_t>{2, 3, 1, 4, 5}));
+    EXPECT_EQ(layers, "a/b#7=7:1 a#0=2:1 b#0=3:1 c#1=1:1 d#1=4:1 e#99999999999=5:1 ");
 }
 
 TEST(Recording, ProducersComeFromTheQueueCallsOrAreMadeUp) {
@@ -159,10 +135,13 @@ TEST(Recording, ProducersComeFromTheQueueCallsOrAreMadeUp) {
     text.vsyncs(0, 10.0, 3);
     for (int frame = 0; frame < 4; ++frame) {
         const double ms = 5.0 * frame;
-        text.queueSlice(1000, ms, ms + 0.5).counter(ms + 0.2, "inside/x#1", frame % 2);
+        text.bufferCall(1000, "queueBuffer", ms, ms + 0.5)
+                .counter(ms + 0.2, "inside/x#1", frame % 2);
         text.counter(ms + 1.5, "chance/x#5", frame % 2);  // that call was the layer's above
-        text.queueSlice(1000, ms + 2.0, ms + 2.2).counter(ms + 2.9, "after/x#2", frame % 2);
-        text.queueSlice(600, ms + 4.0, ms + 4.5).counter(ms + 4.2, "compositor/x#3", frame % 2);
+        text.bufferCall(1000, "queueBuffer", ms + 2.0, ms + 2.2)
+                .counter(ms + 2.9, "after/x#2", frame % 2);
+        text.bufferCall(600, "queueBuffer", ms + 4.0, ms + 4.5)
+                .counter(ms + 4.2, "compositor/x#3", frame % 2);
         text.counter(ms + 3.8, "nobody/x#4", frame % 2);
     }
     const Recording recording = parse(text.str());
@@ -216,29 +195,22 @@ TEST(Recording, KeepsTheBusiestLayersOfTooMany) {
 }
 
 TEST(Recording, SaysWhatIsMissing) {
-    TraceText vsyncsOnly;
+    TraceText vsyncsOnly, oneVsync, noFrames, oneMoment;
     vsyncsOnly.vsyncs(0, 10.0, 4);
-    TraceText oneVsync;
     oneVsync.vsyncs(0, 10.0, 1).counter(1.0, "a/b#7", 1);
-    TraceText noFrames;
     noFrames.vsyncs(0, 10.0, 4).counter(1.0, "a/b#7", 0);
-    TraceText oneMoment;
     oneMoment.vsyncs(0, 0.0, 4).counter(1.0, "a/b#7", 1);
-    const struct {
-        std::string text;
-        const char* error;
-    } kCases[] = {
-            {"", "is not a trace"},
-            {"Dear diary,\ntoday [1] 2.0\n", "is not a trace"},
-            {vsyncsOnly.str(), "holds no layers"},
-            {noFrames.str(), "holds no layers"},
-            {oneVsync.str(), "holds no vsyncs"},
-            {oneMoment.str(), "holds no vsyncs"},
-    };
-    for (const auto& test : kCases) {
-        const auto result = parseRecording(test.text);
-        EXPECT_FALSE(result.recording) << test.text;
-        EXPECT_NE(result.error.find(test.error), std::string::npos) << result.error;
+    for (const auto& [text, error] :
+         std::vector<std::pair<std::string, const char*>>{{"", "is not a trace"},
+                                                          {"Dear diary,\ntoday [1] 2.0\n",
+                                                           "is not a trace"},
+                                                          {vsyncsOnly.str(), "holds no layers"},
+                                                          {noFrames.str(), "holds no layers"},
+                                                          {oneVsync.str(), "holds no vsyncs"},
+                                                          {oneMoment.str(), "holds no vsyncs"}}) {
+        const auto result = parseRecording(text);
+        EXPECT_FALSE(result.recording) << text;
+        EXPECT_NE(result.error.find(error), std::string::npos) << result.error;
     }
 }
 

@@ -21,12 +21,9 @@ class TraceText {
         for (int i = 0; i < count; ++i) counter(firstMs + i * periodMs, "VSYNC-sf", (i + 1) % 2);
         return *this;
     }
-    TraceText& queueSlice(int pid, double beginMs, double endMs) {
-        line(pid + 20, beginMs, "B|" + std::to_string(pid) + "|queueBuffer");
-        return line(pid + 20, endMs, "E|" + std::to_string(pid));
-    }
-    TraceText& dequeueSlice(int pid, double beginMs, double endMs) {
-        line(pid + 20, beginMs, "B|" + std::to_string(pid) + "|dequeueBuffer");
+    // A call of "queueBuffer" or "dequeueBuffer".
+    TraceText& bufferCall(int pid, const std::string& name, double beginMs, double endMs) {
+        line(pid + 20, beginMs, "B|" + std::to_string(pid) + "|" + name);
         return line(pid + 20, endMs, "E|" + std::to_string(pid));
     }
     TraceText& begin(int tid, double ms, const std::string& name) {
