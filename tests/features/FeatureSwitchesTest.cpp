@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include <atomic>
+#include <ostream>
 #include <set>
 #include <thread>
 
@@ -36,37 +37,37 @@ struct Case {
     float multiplier = 1.0f;
     int switchTime = -1;
     Strings errors{};
+
+    // The last property tells the cases apart.
+    friend std::ostream& operator<<(std::ostream& out, const Case& c) {
+        if (c.properties.empty()) return out << "defaults";
+        return out << c.properties.back().first << "=" << c.properties.back().second;
+    }
 };
 
 std::vector<Case> cases() {
-    const std::set<int> byDefault = {CORVANE, FRAME_RESCUE};
-    const std::set<int> withGpuJank = {CORVANE, FRAME_RESCUE, GPU_JANK_DETECT};
-    const std::set<int> withTarget = {CORVANE, FRAME_RESCUE, TARGET_FPS};
-    std::vector<Case> cases =
-            {{},
-             {{{kVariation, "0.999"}}, byDefault, 0.999f},
-             {{{kGpuJank, "1"}, {kMultiplier, "0.25"}}, withGpuJank, 0.2f, 0.25f}};
+    std::vector<Case> cases = {{}};
     for (const char* text : {"0", "off", "maybe"}) {
-        cases.push_back({{{kEnable, text}}, {FRAME_RESCUE}, 0.0f});
-        for (const char* name : {kHeadroom, kTargetFps, kGpuJank, kBigJank}) {
-            cases.back().properties.push_back({name, "1"});
-        }
+        Properties allOn = {{kHeadroom, "1"}, {kTargetFps, "1"}, {kGpuJank, "1"}, {kBigJank, "1"}};
+        allOn.emplace_back(kEnable, text);
+        cases.push_back({allOn, {FRAME_RESCUE}, 0.0f});
     }
+    cases.push_back({{{kVariation, "0.999"}}, {CORVANE, FRAME_RESCUE}, 0.999f});
     for (const std::string text : {"1", "0", "-0.5", "nan", "abc"}) {
-        cases.push_back({{{kVariation, text}}, byDefault});
+        cases.push_back({{{kVariation, text}}});
         cases.back().errors = {"Invalid FrameResendVariation: " + text + ", fall back to 0.2"};
     }
+    const std::set<int> withGpuJank = {CORVANE, FRAME_RESCUE, GPU_JANK_DETECT};
+    cases.push_back({{{kGpuJank, "1"}, {kMultiplier, "0.25"}}, withGpuJank, 0.2f, 0.25f});
     for (const std::string text : {"-2", "0", "x", "inf", "1e99"}) {
         cases.push_back({{{kGpuJank, "1"}, {kMultiplier, text}}, withGpuJank});
         cases.back().errors = {"Invalid GpuMinExecTimeMult: " + text + ", fall back to 1.0"};
     }
-    for (const auto& [text, seconds] :
-         {std::pair("-2", -2), {"2.9", 2}, {"s", 0}, {"99999999999", 0}}) {
-        cases.push_back({{{kTargetFps, "1"}, {kSwitchTime, text}, {kCompensate, "unknown"}},
-                         withTarget,
-                         0.2f,
-                         1.0f,
-                         seconds});
+    const std::set<int> withTarget = {CORVANE, FRAME_RESCUE, TARGET_FPS};
+    for (const auto& [text, time] :
+         {std::pair("-2", -2), {"2.9", 2}, {"s", 0}, {"9999999999", 0}}) {
+        const Properties on = {{kTargetFps, "1"}, {kCompensate, "unknown"}, {kSwitchTime, text}};
+        cases.push_back({on, withTarget, 0.2f, 1.0f, time});
     }
     return cases;
 }
@@ -94,17 +95,17 @@ TEST_P(FeatureSwitchesTest, FollowTheProperties) {
     EXPECT_FALSE(PerfProxy::isProfileable());
     EXPECT_EQ(takeErrors(), c.errors);
     EXPECT_EQ(takeDebugLines(), Strings{});
-    const std::pair<Feature, const char*> dependent[] = {{CORVANE, kHeadroom},
-                                                         {CORVANE, kTargetFps},
-                                                         {CORVANE, kVariation},
-                                                         {CORVANE, kGpuJank},
-                                                         {CORVANE, kBigJank},
-                                                         {QUICK_TOUCH, kHeadroomDynamic},
-                                                         {TARGET_FPS, kCompensate},
-                                                         {GPU_JANK_DETECT, kMultiplier},
-                                                         {CPU_BIG_JANK, kThreshold}};
-    for (const auto& [feature, name] : dependent) {
-        EXPECT_EQ(propertyReads(name), c.enabled.count(feature)) << name;
+    // What depends on a switch that is off is not even read.
+    const std::pair<Feature, std::vector<const char*>> dependent[] =
+            {{CORVANE, {kHeadroom, kTargetFps, kVariation, kGpuJank, kBigJank}},
+             {QUICK_TOUCH, {kHeadroomDynamic}},
+             {TARGET_FPS, {kCompensate, kSwitchTime}},
+             {GPU_JANK_DETECT, {kMultiplier}},
+             {CPU_BIG_JANK, {kThreshold}}};
+    for (const auto& [feature, names] : dependent) {
+        for (const char* name : names) {
+            EXPECT_EQ(propertyReads(name), c.enabled.count(feature)) << name;
+        }
     }
 }
 

@@ -10,6 +10,7 @@
 #include <regex>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -179,21 +180,17 @@ TEST(LayerName, HostileNamesAreHarmless) {
 }
 
 TEST(LayerName, SceneTag) {
-    constexpr struct {
-        const char* package;
-        const char* layer;
-        const char* tag;
-    } kCases[] = {{"com.ss.android.ugc.aweme", "x minigame y", "minigame"},
-                  {"com.ss.android.ugc.aweme", "MiniGame", ""},
-                  {"com.ss.android.ugc.aweme2", "minigame", ""},
-                  {"com.ss.android.ugc.aweme", "AppBrandUI SurfaceView", ""},
-                  {"com.tencent.mm", "SurfaceView[com.tencent.mm/AppBrandUI]", "minigame"},
-                  {"com.tencent.mm", "AppBrandUI", ""},
-                  {"com.tencent.mm", "SurfaceView minigame", ""},
-                  {"", "minigame AppBrandUI SurfaceView", ""}};
-    for (const auto& c : kCases) {
-        EXPECT_EQ(c.tag, PerfProxy::getLayerSceneTag(c.package, c.layer))
-                << c.package << " " << c.layer;
+    constexpr const char* kVideoApp = "com.ss.android.ugc.aweme";
+    const std::tuple<std::string, const char*, const char*> kCases[] =
+            {{kVideoApp, "x minigame y", "minigame"},
+             {kVideoApp, "MiniGame AppBrandUI SurfaceView", ""},
+             {kVideoApp + std::string("2"), "minigame", ""},
+             {"com.tencent.mm", "SurfaceView[com.tencent.mm/AppBrandUI]", "minigame"},
+             {"com.tencent.mm", "AppBrandUI minigame", ""},
+             {"com.tencent.mm", "SurfaceView minigame", ""},
+             {"", "minigame AppBrandUI SurfaceView", ""}};
+    for (const auto& [package, layer, tag] : kCases) {
+        EXPECT_EQ(tag, PerfProxy::getLayerSceneTag(package, layer)) << package << " " << layer;
     }
 }
 

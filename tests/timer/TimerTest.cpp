@@ -266,26 +266,25 @@ TEST(TimerThread, LoopGoesOnWhenPollingFails) {
 
 // As far as the process may: an ordinary user's may raise nothing, and that is no error.
 TEST(TimerThread, RaisesTheCallingThreadAlone) {
-    const int niceBefore = getpriority(PRIO_PROCESS, 0);
-    std::thread([&] {
-        // What the system lets a thread do, asked of another thread.
-        bool mayRenice = false;
-        bool mayFifo = false;
-        std::thread([&] {
-            const sched_param one{1};
-            mayRenice = setpriority(PRIO_PROCESS, 0, -8) == 0;
-            mayFifo = sched_setscheduler(0, SCHED_FIFO, &one) == 0;
-        }).join();
-
-        raiseFrameThreadPriority();
+    const auto scheduling = [] {
         sched_param param{};
         sched_getparam(0, &param);
-        EXPECT_EQ(mayRenice ? -8 : niceBefore, getpriority(PRIO_PROCESS, 0));
-        EXPECT_EQ(mayFifo ? SCHED_FIFO : SCHED_OTHER, sched_getscheduler(0));
-        EXPECT_EQ(mayFifo ? 1 : 0, param.sched_priority);
+        const int nice = getpriority(PRIO_PROCESS, 0);
+        return std::tuple(nice, sched_getscheduler(0), param.sched_priority);
+    };
+    const auto before = scheduling();
+    auto allowed = before;  // what the system lets a thread have
+    std::thread([&] {
+        const sched_param one{1};
+        setpriority(PRIO_PROCESS, 0, -8);
+        sched_setscheduler(0, SCHED_FIFO, &one);
+        allowed = scheduling();
     }).join();
-    EXPECT_EQ(niceBefore, getpriority(PRIO_PROCESS, 0));
-    EXPECT_EQ(SCHED_OTHER, sched_getscheduler(0));
+    std::thread([&] {
+        raiseFrameThreadPriority();
+        EXPECT_EQ(allowed, scheduling());
+    }).join();
+    EXPECT_EQ(before, scheduling());
 }
 
 }  // namespace
