@@ -115,7 +115,16 @@ std::optional<AppPlan> appPlanFrom(const std::string& json) {
     return plan;
 }
 
-std::string toJson(const AppResult& result) {
+Json::Value valueOf(const Spread& spread) {
+    Json::Value value;
+    value["count"] = Json::UInt64(spread.count);
+    value["p50Ns"] = Json::Int64(spread.p50);
+    value["p99Ns"] = Json::Int64(spread.p99);
+    value["maxNs"] = Json::Int64(spread.max);
+    return value;
+}
+
+Json::Value valueOf(const AppResult& result) {
     Json::Value root;
     root["error"] = result.error;
     root["frames"] = Json::UInt64(result.frames);
@@ -125,15 +134,15 @@ std::string toJson(const AppResult& result) {
     root["inputHeld"] = Json::UInt64(result.inputHeld);
     root["hooks"] = Json::Value(Json::arrayValue);
     for (const auto& [name, spread] : result.hooks) {
-        Json::Value value;
-        value["name"] = name;
-        value["count"] = Json::UInt64(spread.count);
-        value["p50Ns"] = Json::Int64(spread.p50);
-        value["p99Ns"] = Json::Int64(spread.p99);
-        value["maxNs"] = Json::Int64(spread.max);
-        root["hooks"].append(std::move(value));
+        Json::Value hook = valueOf(spread);
+        hook["name"] = name;
+        root["hooks"].append(std::move(hook));
     }
-    return oneLine(root);
+    return root;
+}
+
+std::string toJson(const AppResult& result) {
+    return oneLine(valueOf(result));
 }
 
 std::optional<AppResult> appResultFrom(const std::string& json) {

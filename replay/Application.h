@@ -13,6 +13,10 @@
 #include "replay/Recording.h"
 #include "replay/Scenario.h"
 
+namespace Json {
+class Value;
+}
+
 namespace corvane::replay {
 
 // The touched application's side of a replay. It runs in a process of its own, which loads the
@@ -52,5 +56,9 @@ std::string toJson(const AppPlan& plan);
 std::string toJson(const AppResult& result);
 std::optional<AppPlan> appPlanFrom(const std::string& json);
 std::optional<AppResult> appResultFrom(const std::string& json);
+
+// The same as part of a report.
+Json::Value valueOf(const AppResult& result);
+Json::Value valueOf(const Spread& spread);
 
 }  // namespace corvane::replay

@@ -11,15 +11,6 @@
 namespace corvane::replay {
 namespace {
 
-Json::Value spreadOfNs(const Spread& spread) {
-    Json::Value value;
-    value["count"] = Json::UInt64(spread.count);
-    value["p50Ns"] = Json::Int64(spread.p50);
-    value["p99Ns"] = Json::Int64(spread.p99);
-    value["maxNs"] = Json::Int64(spread.max);
-    return value;
-}
-
 Json::Value list() {
     return Json::Value(Json::arrayValue);
 }
@@ -77,12 +68,12 @@ Json::Value featuresOf(const LayerFindings& found) {
         held.push_back(frame.heldNs);
         if (frame.beforeVsyncNs) before.push_back(*frame.beforeVsyncNs);
     }
-    headroom["heldSpread"] = spreadOfNs(spreadOf(std::move(held)));
-    headroom["beforeVsyncSpread"] = spreadOfNs(spreadOf(std::move(before)));
+    headroom["heldSpread"] = valueOf(spreadOf(std::move(held)));
+    headroom["beforeVsyncSpread"] = valueOf(spreadOf(std::move(before)));
 
     Json::Value targetFps;
     targetFps["switches"] = switchesOf(found.of(FeatureKind::kTargetFps));
-    targetFps["pacedSpread"] = spreadOfNs(spreadOf(found.pacedNs));
+    targetFps["pacedSpread"] = valueOf(spreadOf(found.pacedNs));
 
     Json::Value rescue;
     rescue["switches"] = switchesOf(found.of(FeatureKind::kFrameRescue));
@@ -163,25 +154,6 @@ Json::Value serviceOf(const ReportSource& source) {
     return service;
 }
 
-Json::Value applicationOf(const AppResult& app) {
-    Json::Value value;
-    value["error"] = app.error;
-    value["frames"] = Json::UInt64(app.frames);
-    value["instantNs"] = list();
-    for (const int64_t atNs : app.instantNs) value["instantNs"].append(Json::Int64(atNs));
-    value["powerBoosts"] = list();
-    for (const int boost : app.powerBoosts) value["powerBoosts"].append(boost);
-    value["inputConsumed"] = Json::UInt64(app.inputConsumed);
-    value["inputHeld"] = Json::UInt64(app.inputHeld);
-    value["hooks"] = list();
-    for (const auto& [name, spread] : app.hooks) {
-        Json::Value hook = spreadOfNs(spread);
-        hook["name"] = name;
-        value["hooks"].append(std::move(hook));
-    }
-    return value;
-}
-
 }  // namespace
 
 std::string jsonReport(const ReportSource& source) {
@@ -200,7 +172,7 @@ std::string jsonReport(const ReportSource& source) {
     root["replay"]["repeat"] = source.repeat;
     root["replay"]["stopped"] = played.stopped;
     root["replay"]["durationNs"] = Json::Int64(played.durationNs);
-    root["replay"]["vsyncLateness"] = spreadOfNs(played.lateness);
+    root["replay"]["vsyncLateness"] = valueOf(played.lateness);
     root["replay"]["droppedFrames"] = Json::UInt64(played.droppedFrames);
     root["replay"]["missedLatches"] = Json::UInt64(played.missedLatches);
     root["layers"] = layersOf(source);
@@ -209,7 +181,7 @@ std::string jsonReport(const ReportSource& source) {
     root["hooks"] = list();
     for (size_t i = 0; i < static_cast<size_t>(Hook::kCount); ++i) {
         const auto hook = static_cast<Hook>(i);
-        Json::Value value = spreadOfNs(played.costs.spread(hook));
+        Json::Value value = valueOf(played.costs.spread(hook));
         value["name"] = hookName(hook);
         root["hooks"].append(std::move(value));
     }
@@ -219,7 +191,7 @@ std::string jsonReport(const ReportSource& source) {
     root["fences"]["deadlinesSent"] = Json::UInt64(fences.sent);
     root["fences"]["filtered"] = Json::UInt64(fences.filtered);
     root["fences"]["skipped"] = Json::UInt64(fences.skipped());
-    root["application"] = source.application ? applicationOf(*source.application) : Json::Value();
+    root["application"] = source.application ? valueOf(*source.application) : Json::Value();
     root["complaints"] = list();
     for (const auto& [text, count] : source.findings.complaints) {
         Json::Value value;

@@ -59,8 +59,8 @@ struct PlayResult {
 //
 // The library may hold a producer back inside the hook. Then the replay goes on as a phone would:
 //  - The producer is late: a buffer is queued at its recorded time, or when the producer is free
-//  and
-//    has drawn it, for as long as it was recorded to take from getting the buffer to queueing it.
+//    and has drawn it, for as long as it was recorded to take from getting the buffer to queueing
+//    it.
 //  - A producer that is still held when even its next buffer is due has not drawn the one between:
 //    that buffer is dropped. (Only holding counts; a replay thread that the machine woke late is
 //    not the library's doing and drops nothing.)
