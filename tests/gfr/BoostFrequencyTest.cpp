@@ -5,7 +5,7 @@
 
 #include <cmath>
 #include <limits>
-#include <ostream>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -14,171 +14,142 @@
 namespace android {
 namespace {
 
-constexpr nsecs_t kPeriod = 10'000'000;
 constexpr nsecs_t kGolden = 6'000'000;
 constexpr nsecs_t kFar = 2 * kGolden + 1;
 constexpr int32_t kMaxInt = std::numeric_limits<int32_t>::max();
 constexpr nsecs_t kMaxNs = std::numeric_limits<nsecs_t>::max();
-constexpr nsecs_t kMinNs = std::numeric_limits<nsecs_t>::min();
 
-// Drop histories, as the drops found by successive latches.
-const std::vector<int> kRecent1 = {1};
-const std::vector<int> kRecent2 = {2};
-const std::vector<int> kRecent3 = {3};
-const std::vector<int> kOld2 = {2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
-const std::vector<int> kOld3 = {3, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+// A check of level 1 of three, with plain tunables.
+struct Check {
+    FrameDeadlines due;
+    GfrTunables tune;
+    FrameDropWindow dropWindow;
+    int level = 1;
+    nsecs_t l0DelayNs = 0;
+    int32_t lastBoostMHz = 0;
+    int32_t maxMHz = 3000;
 
-struct Case {
-    Case(const char* caseName, int32_t freqMHz, uint32_t flags)
-          : name(caseName), expectedMHz(freqMHz), expectedFlags(flags) {}
-
-    Case& ttd(nsecs_t v) { return ttdNs = v, *this; }
-    Case& base(int32_t v) { return baseMHz = v, *this; }
-    Case& level(int v) { return checkLevel = v, *this; }
-    Case& l0Delay(nsecs_t v) { return l0DelayNs = v, *this; }
-    Case& lowerBoost() { return tunables.lowerBoost = true, *this; }
-    Case& kFactor(float v) { return tunables.kFactor = v, *this; }
-    Case& history(const std::vector<int>& v) {
-        for (int count : v) dropWindow.record(count);
-        return tunables.histJank = true, *this;
+    Check() {
+        due.periodNs = 10'000'000;
+        due.goldenNs = kGolden;
+        due.jankDeadlinesNs = {13'000'000, 16'000'000, 19'000'000};
+        tune.histJank = true;
     }
-    Case& historyOff() { return tunables.histJank = false, *this; }
-    Case& lastBoost(int32_t v) { return lastBoostMHz = v, *this; }
-    Case& max(int32_t v) { return maxFreqMHz = v, *this; }
-    Case& golden(nsecs_t v) { return goldenNs = v, *this; }
-    Case& period(nsecs_t v) { return periodNs = v, *this; }
 
-    const char* name;
-    int32_t expectedMHz;
-    uint32_t expectedFlags;
+    void adjustLevel0() {
+        level = 0;
+        l0DelayNs = 1;
+    }
+
+    std::optional<BoostDecision> decide(nsecs_t ttdNs, int32_t baseMHz) const {
+        return decideBoost(
+                {level, baseMHz, ttdNs, l0DelayNs, lastBoostMHz, maxMHz, due, tune, dropWindow});
+    }
+};
+
+const std::vector<int> kThreeDropsLongAgo = {3, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+
+const struct {
+    const char* what;
+    int32_t freqMHz;
+    uint32_t flags;
     nsecs_t ttdNs = kGolden;
     int32_t baseMHz = 500;
-    int checkLevel = 1;  // of three
-    nsecs_t l0DelayNs = 0;
-    GfrTunables tunables;
-    FrameDropWindow dropWindow;
-    int32_t lastBoostMHz = 0;
-    int32_t maxFreqMHz = 3000;
-    nsecs_t goldenNs = kGolden;
-    nsecs_t periodNs = kPeriod;
-};
-
-void PrintTo(const Case& c, std::ostream* out) {
-    *out << c.name;
-}
-
-const Case kCases[] = {
-        // Where the deadline lies.
-        Case("beyond twice golden", 500, 0x002).ttd(kFar),
-        Case("beyond twice golden, lower boosts", 0, 0x001 | 0x080).ttd(kFar).lowerBoost(),
-        Case("exactly twice golden", 500, 0x004).ttd(2 * kGolden),
-        Case("exactly twice golden, lower boosts", 500, 0x004).ttd(2 * kGolden).lowerBoost(),
-        Case("one and a half golden", 750, 0x004).ttd(kGolden * 3 / 2),
-        Case("just over golden", 999, 0x004).ttd(kGolden + 10'000),
-        Case("exactly golden", 1000, 0x008),
-        Case("half golden", 1250, 0x008).ttd(kGolden / 2),
-        Case("at the deadline", 1500, 0x008).ttd(0),
-        Case("higher gain", 1250, 0x008).kFactor(1.5f),
-        Case("negative gain", 0, 0x008 | 0x080).kFactor(-5.0f),
+    std::vector<int> drops = {};  // of successive latches
+    void (*set)(Check&) = [](Check&) {};
+} kCases[] = {
+        {"beyond twice golden", 500, 0x002, kFar},
+        {"lower boosts", 0, 0x081, kFar, 500, {}, [](auto& c) { c.tune.lowerBoost = true; }},
+        {"exactly twice golden", 500, 0x004, 2 * kGolden},
+        {"just over golden", 999, 0x004, kGolden + 10'000},
+        {"exactly golden", 1000, 0x008},
+        {"at the deadline", 1500, 0x008, 0},
+        {"gain", 1250, 0x008, kGolden, 500, {}, [](auto& c) { c.tune.kFactor = 1.5f; }},
 
         // Passed deadlines and the last level leave history, floor and cap out.
-        Case("passed, base higher", 50, 0x400).ttd(-1).base(50).lastBoost(40),
-        Case("passed, last boost higher", 4000, 0x400).ttd(-1).lastBoost(4000).history(kRecent3),
-        Case("last level", 5000, 0x200).level(2).base(5000).history(kRecent3),
-        Case("last level, passed", 50, 0x200).level(2).ttd(-1).base(50).lastBoost(900),
+        {"passed", 50, 0x400, -1, 50, {3}, [](auto& c) { c.lastBoostMHz = 40; }},
+        {"passed, boosted", 4000, 0x400, -1, 50, {}, [](auto& c) { c.lastBoostMHz = 4000; }},
+        {"last level", 5000, 0x200, kGolden, 5000, {3}, [](auto& c) { c.level = 2; }},
+        {"last level, passed", 50, 0x200, -1, 50, {}, [](auto& c) { c.level = 2; }},
 
-        Case("adjusted level 0", 1000, 0x010 | 0x008).level(0).l0Delay(1),
-        Case("unadjusted level 0", 1000, 0x008).level(0),
-        Case("adjusted level 0, passed", 500, 0x010 | 0x400).level(0).l0Delay(1).ttd(-1),
-        Case("level 1 of an adjusted frame", 1000, 0x008).l0Delay(1),
+        {"not level 0", 1000, 0x008, kGolden, 500, {}, [](auto& c) { c.l0DelayNs = 1; }},
+        {"adjusted level 0, passed", 500, 0x410, -1, 500, {}, [](auto& c) { c.adjustLevel0(); }},
+        {"unadjusted level 0", 1000, 0x008, kGolden, 500, {}, [](auto& c) { c.level = 0; }},
 
         // Budgets that nothing can be divided by.
-        Case("golden 0", 500, 0x800).golden(0),
-        Case("golden negative", 500, 0x800).golden(-1),
-        Case("period 0", 500, 0x800).period(0),
-        Case("period unknown, with history", 625, 0x800 | 0x020).period(-1).history(kRecent1),
+        {"golden 0", 500, 0x800, 1, 500, {}, [](auto& c) { c.due.goldenNs = 0; }},
+        {"period 0", 625, 0x820, 1, 500, {1}, [](auto& c) { c.due.periodNs = 0; }},
 
-        Case("history off", 1000, 0x008).history(kRecent3).historyOff(),
-        Case("no drops", 1000, 0x008).history({}),
-        Case("1 drop, recent", 1250, 0x008 | 0x020).history(kRecent1),
-        Case("2 drops, recent", 1250, 0x008 | 0x020).history(kRecent2),
-        Case("3 drops, recent", 1500, 0x008 | 0x040).history(kRecent3),
-        Case("2 drops, long ago", 1000, 0x008).history(kOld2),
-        Case("3 drops, long ago", 1250, 0x008 | 0x020).history(kOld3),
+        {"history off", 1000, 0x008, kGolden, 500, {3}, [](auto& c) { c.tune.histJank = false; }},
+        {"2 drops, recent", 1250, 0x028, kGolden, 500, {2}},
+        {"3 drops, recent", 1500, 0x048, kGolden, 500, {3}},
+        {"3 drops, long ago", 1250, 0x028, kGolden, 500, kThreeDropsLongAgo},
 
-        Case("99 MHz", 0, 0x002 | 0x080).ttd(kFar).base(99),
-        Case("100 MHz", 100, 0x002).ttd(kFar).base(100),
-        Case("history lifts over the floor", 100, 0x002 | 0x020)
-                .ttd(kFar)
-                .base(80)
-                .history(kRecent1),
-        Case("exactly the maximum", 1000, 0x008).max(1000),
-        Case("above the maximum", 999, 0x008 | 0x100).max(999),
+        {"99 MHz", 0, 0x082, kFar, 99},
+        {"100 MHz", 100, 0x002, kFar, 100},
+        {"history lifts over the floor", 100, 0x022, kFar, 80, {1}},
+        {"at the maximum", 1000, 0x008, kGolden, 500, {}, [](auto& c) { c.maxMHz = 1000; }},
+        {"above the maximum", 999, 0x108, kGolden, 500, {}, [](auto& c) { c.maxMHz = 999; }},
 
         // Numbers that no tunables should carry, but that must end somewhere.
-        Case("result beyond int", 3000, 0x008 | 0x040 | 0x100)
-                .ttd(0)
-                .base(kMaxInt)
-                .kFactor(5.0f)
-                .history(kRecent3),
-        Case("golden beyond half the range", 999, 0x008).golden(kMaxNs).ttd(kMaxNs / 1000),
-        Case("gain not a number", 0, 0x008 | 0x080).kFactor(std::nanf("")),
-        Case("base negative", 0, 0x008 | 0x080).base(-500),
+        {"result beyond int", 3000, 0x148, 0, kMaxInt, {3}},
+        {"huge golden", 1000, 0x008, 0, 500, {}, [](auto& c) { c.due.goldenNs = kMaxNs; }},
+        {"no number", 0, 0x088, 0, 500, {}, [](auto& c) { c.tune.kFactor = std::nanf(""); }},
+        {"negative base", 0, 0x088, kGolden, -500},
 };
 
-FrameDeadlines deadlinesOf(const Case& c) {
-    FrameDeadlines deadlines;
-    deadlines.periodNs = c.periodNs;
-    deadlines.goldenNs = c.goldenNs;
-    deadlines.jankDeadlinesNs = {13'000'000, 16'000'000, 19'000'000};
-    return deadlines;
-}
-
-const Case kDefault("default", 1000, 0x008);
-
-class BoostFrequency : public testing::TestWithParam<Case> {};
-
-TEST_P(BoostFrequency, FollowsItsRules) {
-    const Case& c = GetParam();
-    const FrameDeadlines deadlines = deadlinesOf(c);
-    const auto decision =
-            decideBoost({c.checkLevel, c.baseMHz, c.ttdNs, c.l0DelayNs, c.lastBoostMHz,
-                         c.maxFreqMHz, deadlines, c.tunables, c.dropWindow});
-    ASSERT_TRUE(decision);
-    EXPECT_EQ(c.expectedMHz, decision->freqMHz);
-    EXPECT_EQ(c.expectedFlags, decision->flags);
-}
-
-INSTANTIATE_TEST_SUITE_P(Table, BoostFrequency, testing::ValuesIn(kCases));
-
-TEST(BoostFrequencyLimits, NothingIsDecidedForALevelWithoutADeadline) {
-    const FrameDeadlines deadlines = deadlinesOf(kDefault);
-    const GfrTunables tunables;
-    const FrameDropWindow dropWindow;
-    for (int level : {-1, 3, kMaxInt}) {
-        EXPECT_FALSE(
-                decideBoost({level, 500, kGolden, 1, 0, 3000, deadlines, tunables, dropWindow}))
-                << level;
+TEST(BoostFrequency, FollowsItsRules) {
+    for (const auto& row : kCases) {
+        SCOPED_TRACE(row.what);
+        Check check;
+        for (int count : row.drops) check.dropWindow.record(count);
+        row.set(check);
+        const auto decision = check.decide(row.ttdNs, row.baseMHz);
+        ASSERT_TRUE(decision);
+        EXPECT_EQ(row.freqMHz, decision->freqMHz);
+        EXPECT_EQ(row.flags, decision->flags);
     }
 }
 
-TEST(BoostFrequencyLimits, TimesAtTheEndsOfTheirRangeDoNotOverflow) {
-    const FrameDeadlines deadlines = deadlinesOf(kDefault);
-    const GfrTunables tunables;
-    EXPECT_EQ(500, calculateFrequencyByTTD(deadlines, tunables, kMaxNs, 500).freqMHz);
-    EXPECT_EQ(kMaxInt, calculateFrequencyByTTD(deadlines, tunables, kMinNs, 500).freqMHz);
+TEST(BoostFrequency, EndsAtItsLimits) {
+    Check check;
+    for (int level : {-1, 3, kMaxInt}) {
+        check.level = level;
+        EXPECT_FALSE(check.decide(kGolden, 500)) << level;
+    }
+    const nsecs_t longAgo = std::numeric_limits<nsecs_t>::min();
+    const auto late = calculateFrequencyByTTD(check.due, check.tune, longAgo, 500);
+    EXPECT_EQ(kMaxInt, late.freqMHz);
+
+    for (const auto& [top, expected] : {std::pair{800, 800}, {3000, 3000}, {3001, 3000}}) {
+        check.tune.baseFreq = {500, top};
+        EXPECT_EQ(expected, maxBoostMHz(check.tune));
+    }
+    check.tune.baseFreq = {};
+    EXPECT_EQ(3000, maxBoostMHz(check.tune));
 }
 
-TEST(BoostFrequencyLimits, MaximumIsTheLastLevelsBaseUpTo3000) {
-    const auto maxOf = [](std::vector<int32_t> baseFreq) {
-        GfrTunables tunables;
-        tunables.baseFreq = std::move(baseFreq);
-        return maxBoostMHz(tunables);
-    };
-    EXPECT_EQ(3000, maxOf({}));
-    EXPECT_EQ(800, maxOf({500, 800}));
-    EXPECT_EQ(3000, maxOf({500, 3000}));
-    EXPECT_EQ(3000, maxOf({500, 3001}));
+TEST(FrameDropWindow, MovesByOneSlotAndMarksTheDrops) {
+    FrameDropWindow window;
+    const struct {
+        int drops;
+        uint64_t expected;
+    } steps[] = {{0, 0x0}, {1, 0x1}, {0, 0x2}, {3, 0x7}, {-5, 0xe}, {9, 0x1ff}, {0, 0x3fe}};
+    for (const auto& step : steps) {
+        EXPECT_TRUE(window.record(step.drops));
+        EXPECT_EQ(step.expected, window.bits()) << step.drops;
+    }
+    EXPECT_EQ(8, window.dropsAmong(9));
+    for (int i = 0; i < 54; ++i) window.record(0);
+    EXPECT_EQ(9, window.dropsAmong(64));
+    window.record(0);
+    EXPECT_EQ(8, window.dropsAmong(64));
+
+    for (int extreme : {10, 64, kMaxInt}) {
+        window.record(1);
+        EXPECT_FALSE(window.record(extreme));
+        EXPECT_EQ(0u, window.bits()) << extreme;
+    }
 }
 
 }  // namespace
