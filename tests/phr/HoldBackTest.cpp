@@ -21,18 +21,24 @@ class HoldBackTest : public PhrMonitorTest {
         monitor.onVsync(clock.now());
         ASSERT_TRUE(clock.waitForSleepers(1));
     }
+
+    // Queues a buffer and returns once `threads` wait, this one and those that did before.
+    std::future<void> hold(size_t threads = 1, int id = kLayer) {
+        auto call = queue(/*instant=*/false, id);
+        EXPECT_TRUE(clock.waitForSleepers(threads));
+        return call;
+    }
 };
 
 TEST_F(HoldBackTest, BufferIsReleasedAtTheHeadroomPointOfItsVsync) {
     signalVsync();
     clock.advance(kMs);
-    const auto call = queue();
-    ASSERT_TRUE(clock.waitForSleepers(2));
+    const auto call = hold(2);
     EXPECT_EQ(waiting(), 1);
     clock.advanceTo(kStart + kPeriod - kHeadroom - 1);
     EXPECT_EQ(clock.sleepers(), 2u);
     EXPECT_FALSE(hasReturned(call));
-    clock.advanceTo(kStart + kPeriod - kHeadroom);
+    clock.advance(1);
     ASSERT_TRUE(returns(call));
     EXPECT_EQ(waiting(), 0);
     EXPECT_FALSE(state->mTimedOut);
@@ -40,14 +46,23 @@ TEST_F(HoldBackTest, BufferIsReleasedAtTheHeadroomPointOfItsVsync) {
     EXPECT_EQ(state->mPendingCount, 2);
     EXPECT_EQ(state->mQueuedSinceVsync, 1);
     EXPECT_EQ(state->mLastQueueTime, kStart + kMs);
+
+    // The release is skipped when the buffer came through. The thread has served that vsync once
+    // it sleeps for another one.
+    signalVsync();
+    ASSERT_TRUE(returns(queue(/*instant=*/true)));
+    clock.advance(kPeriod);
+    monitor.setQuickTouchStatus(kLayer, false);
+    addLayer(8, kRate);
+    monitor.setQuickTouchStatus(8, true);
+    signalVsync();
+    EXPECT_FALSE(state->mReleased);
 }
 
 TEST_F(HoldBackTest, WaitEndsByItselfAndTheNextReleaseIsDropped) {
     state->mPendingCount = 0;
     clock.advance(kMs);
-    const auto call = queue();  // nobody signals a vsync
-    ASSERT_TRUE(clock.waitForSleepers(1));
-    EXPECT_EQ(clock.nextDeadline(), kStart + kPeriod - kHeadroom);
+    const auto call = hold();  // nobody signals a vsync
     clock.advanceTo(kStart + kPeriod - kHeadroom);
     ASSERT_TRUE(returns(call));
     EXPECT_TRUE(state->mTimedOut);
@@ -57,32 +72,21 @@ TEST_F(HoldBackTest, WaitEndsByItselfAndTheNextReleaseIsDropped) {
     clock.advance(kPeriod);
     ASSERT_TRUE(becomes([&] { return !state->mTimedOut; }));
     EXPECT_FALSE(state->mReleased);
-
     signalVsync();
     clock.advance(kPeriod);
     ASSERT_TRUE(becomes([&] { return state->mReleased.load(); }));
     ASSERT_TRUE(returns(queue()));  // released before it was queued
     EXPECT_FALSE(state->mReleased);
-}
-
-TEST_F(HoldBackTest, ReleaseIsSkippedWhenTheBufferCameThrough) {
-    signalVsync();
-    ASSERT_TRUE(returns(queue(/*instant=*/true)));
-    clock.advance(kPeriod);
-    // The thread has served that vsync once it sleeps for another one.
-    monitor.setQuickTouchStatus(kLayer, false);
-    addLayer(8, kRate);
-    monitor.setQuickTouchStatus(8, true);
-    signalVsync();
-    EXPECT_FALSE(state->mReleased);
+    // Just before the wait is not too late: nobody would end it.
+    state->mReleased = true;
+    EXPECT_FALSE(state->waitUnlessReleased(kPeriod));
 }
 
 TEST_F(HoldBackTest, AdditionalDelayBringsAPendingBufferToItsHeadroom) {
     state->mLastJankTime = -1;
     signalVsync();
     clock.advance(kMs);
-    const auto call = queue();
-    ASSERT_TRUE(clock.waitForSleepers(2));
+    auto call = hold(2);
     clock.advanceTo(kStart + kPeriod - kHeadroom);
     ASSERT_TRUE(log.waitFor("additional delay"));
     ASSERT_TRUE(clock.waitForSleepers(1));
@@ -91,18 +95,18 @@ TEST_F(HoldBackTest, AdditionalDelayBringsAPendingBufferToItsHeadroom) {
     ASSERT_TRUE(returns(call));
     EXPECT_FALSE(state->mTimedOut);
     EXPECT_EQ(waiting(), 0);
-}
 
-TEST_F(HoldBackTest, EachOfTheTwoWaitsIsBoundedByAPeriod) {
-    state->mLastJankTime = -1;
-    state->mPendingCount = 5;
-    const auto call = queue();
-    for (int wait = 1; wait <= 2; ++wait) {
-        ASSERT_TRUE(clock.waitForSleepers(1)) << wait;
-        EXPECT_EQ(clock.nextDeadline(), kStart + wait * kPeriod);
+    // Each of the two waits is bounded by a period.
+    for (int32_t pending : {5, INT32_MAX}) {
+        state->mPendingCount = pending;
+        call = hold();
+        EXPECT_EQ(clock.nextDeadline(), clock.now() + kPeriod);
         clock.advance(kPeriod);
+        ASSERT_TRUE(clock.waitForSleepers(1));
+        EXPECT_EQ(clock.nextDeadline(), clock.now() + kPeriod);
+        clock.advance(kPeriod);
+        ASSERT_TRUE(returns(call));
     }
-    ASSERT_TRUE(returns(call));
 }
 
 TEST_F(HoldBackTest, AdditionalDelayIsWithheld) {
@@ -128,8 +132,7 @@ TEST_F(HoldBackTest, AdditionalDelayIsWithheld) {
         state->mPendingCount = c.pending;
         state->mLastJankTime = kStart - c.sinceJank;
         state->mDropWaitCount = c.dropWait;
-        const auto call = queue();
-        ASSERT_TRUE(clock.waitForSleepers(1));
+        const auto call = hold();
         state->releaseWaiters();
         if (c.delayed) {
             ASSERT_TRUE(clock.waitForSleepers(1));
@@ -140,25 +143,16 @@ TEST_F(HoldBackTest, AdditionalDelayIsWithheld) {
     }
 }
 
-TEST_F(HoldBackTest, InstantBufferAndTheOneAfterItPass) {
+TEST_F(HoldBackTest, InstantBuffersAndThoseBelowTheirHeadroomPass) {
     ASSERT_TRUE(returns(queue(/*instant=*/true)));
-    EXPECT_TRUE(state->mInstant);
-    ASSERT_TRUE(returns(queue()));
-    const auto held = queue();
-    ASSERT_TRUE(clock.waitForSleepers(1));
+    ASSERT_TRUE(returns(queue()));  // the one after it passes too
+    const auto held = hold();
     clock.advance(kPeriod);
     ASSERT_TRUE(returns(held));
-}
 
-TEST_F(HoldBackTest, ReleaseJustBeforeTheWaitIsNotMissed) {
-    state->mReleased = true;
-    EXPECT_FALSE(state->waitUnlessReleased(kPeriod));  // nobody would end it
-    EXPECT_EQ(waiting(), 0);
-}
-
-TEST_F(HoldBackTest, BufferBelowItsHeadroomPasses) {
+    state->mTimedOut = false;
     state->mPendingCount = 0;
-    clock.advance(kPeriod - kHeadroom + 1);
+    state->mLastLatchTime = clock.now() + kHeadroom - kPeriod - 1;
     ASSERT_TRUE(returns(queue()));
     EXPECT_EQ(state->mPendingCount, 1);
     EXPECT_FALSE(state->mTimedOut);
@@ -173,8 +167,7 @@ TEST_F(HoldBackTest, BufferBelowItsHeadroomPasses) {
 TEST_F(HoldBackTest, UnblockReleasesOnceAndLeavesNoAdditionalDelay) {
     state->mLastJankTime = -1;
     state->mHasPending = true;
-    const auto call = queue();
-    ASSERT_TRUE(clock.waitForSleepers(1));
+    const auto call = hold();
     monitor.unblockBuffer(kLayer);
     ASSERT_TRUE(returns(call));
     EXPECT_FALSE(state->mUnblocked);
@@ -186,15 +179,12 @@ TEST_F(HoldBackTest, UnblockReleasesOnceAndLeavesNoAdditionalDelay) {
 }
 
 TEST_F(HoldBackTest, UnregisteringAndStoppingReleaseTheBuffer) {
-    auto call = queue();
-    ASSERT_TRUE(clock.waitForSleepers(1));
+    const auto call = hold();
     monitor.unregisterLayer(kLayer);
     ASSERT_TRUE(returns(call));
     EXPECT_FALSE(state->mTimedOut);
-    EXPECT_EQ(waiting(), 0);
-    EXPECT_EQ(log.count("Layer 7 destroyed"), 1u);
     monitor.unregisterLayer(kLayer);
-    EXPECT_EQ(log.count("destroyed"), 1u);
+    EXPECT_EQ(log.count("Layer 7 destroyed"), 1u);
     // A thread that still holds the state does not wait on it any more.
     EXPECT_FALSE(state->waitForRelease(kPeriod));
     EXPECT_EQ(waiting(), 0);
@@ -205,17 +195,15 @@ TEST_F(HoldBackTest, UnregisteringAndStoppingReleaseTheBuffer) {
         other->mQuickTouchActive = true;
         other->mLastLatchTime = clock.now();
     }
-    auto call8 = queue(false, 8);
-    auto call9 = queue(false, 9);
-    ASSERT_TRUE(clock.waitForSleepers(2));
+    const auto call8 = hold(1, 8);
+    const auto call9 = hold(2, 9);
     monitor.forceStop();
     ASSERT_TRUE(returns(call8));
     ASSERT_TRUE(returns(call9));
 }
 
 TEST_F(HoldBackTest, ReplacedStateIsNotWokenButEndsInTime) {
-    const auto call = queue();
-    ASSERT_TRUE(clock.waitForSleepers(1));
+    const auto call = hold();
     const sp<LayerPHRState> replacement = addLayer(kLayer, kRate);
     EXPECT_NE(replacement, state);
     monitor.unblockBuffer(kLayer);
@@ -225,19 +213,18 @@ TEST_F(HoldBackTest, ReplacedStateIsNotWokenButEndsInTime) {
     EXPECT_TRUE(state->mTimedOut);
 }
 
-TEST_F(HoldBackTest, OneThreadsTimeOutLeavesTheOtherReachable) {
+TEST_F(HoldBackTest, OneThreadsTimeOutLeavesTheOthersReachable) {
     state->mPendingCount = 0;
-    const auto early = queue();
-    ASSERT_TRUE(clock.waitForSleepers(1));
+    const auto early = hold();
     state->mPendingCount = 1;
-    const auto late = queue();
-    ASSERT_TRUE(clock.waitForSleepers(2));
-    EXPECT_EQ(waiting(), 2);
+    const auto late = hold(2);
+    const auto another = hold(3);
     clock.advance(kPeriod - kHeadroom);
     ASSERT_TRUE(returns(early));
-    EXPECT_EQ(waiting(), 1);
-    monitor.unblockBuffer(kLayer);
+    EXPECT_EQ(waiting(), 2);
+    EXPECT_TRUE(state->releaseWaiters());
     ASSERT_TRUE(returns(late));
+    ASSERT_TRUE(returns(another));
     EXPECT_EQ(waiting(), 0);
 }
 
@@ -254,23 +241,7 @@ TEST_F(HoldBackTest, VsyncDuringTheWaitIsServedNext) {
     EXPECT_TRUE(state->mReleased);
 }
 
-TEST_F(HoldBackTest, HugeHeadroomPeriodAndCountStayWithinTwoPeriods) {
-    state->mPendingCount = INT32_MAX;
-    const auto call = queue();
-    ASSERT_TRUE(clock.waitForSleepers(1));
-    EXPECT_EQ(clock.nextDeadline(), kStart + kPeriod);
-    monitor.unblockBuffer(kLayer);
-    ASSERT_TRUE(returns(call));
-
-    monitor.setVsyncInfo(INT64_MAX, 60);
-    ASSERT_TRUE(returns(queue(/*instant=*/true)));
-    state->mHeadroom = INT64_MAX;
-    signalVsync();
-    EXPECT_EQ(clock.nextDeadline(), INT32_MAX * nsecs_t{1'000'000'000});
-    monitor.forceStop();
-}
-
-TEST_F(HoldBackTest, WithoutAPeriodNothingHappens) {
+TEST_F(HoldBackTest, NeedsAPeriodAndBearsAHugeOne) {
     monitor.setVsyncInfo(0, 60);
     const nsecs_t headroom = state->mHeadroom;
     ASSERT_TRUE(returns(queue()));
@@ -285,6 +256,13 @@ TEST_F(HoldBackTest, WithoutAPeriodNothingHappens) {
     monitor.onVsync(clock.now());
     monitor.setVsyncInfo(kPeriod, 60);
     EXPECT_EQ(state->mHeadroom, kPeriod / 2);  // the rates were kept for when it is known
+
+    monitor.setVsyncInfo(INT64_MAX, 60);
+    ASSERT_TRUE(returns(queue(/*instant=*/true)));
+    state->mHeadroom = INT64_MAX;
+    signalVsync();
+    EXPECT_EQ(clock.nextDeadline(), INT32_MAX * nsecs_t{1'000'000'000});
+    monitor.forceStop();
 }
 
 }  // namespace
