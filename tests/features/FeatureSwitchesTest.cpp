@@ -171,12 +171,15 @@ TEST(FeatureManagerFaultsTest, ComesUpWithNeitherAServiceNorThreads) {
 TEST_F(FeatureManagerTest, ManyFirstCallersGetOneInstance) {
     ASSERT_TRUE(base::SetProperty(kHeadroom, "1"));
     std::vector<FeatureManager*> instances(16);
-    // Half of the threads come first; the others after it, ordered by the instance alone.
+    // Two of the threads come first, together; the others later, ordered by the instance alone.
+    std::atomic<size_t> ready{0};
     std::atomic<bool> created{false};
     std::vector<std::thread> threads;
     for (size_t i = 0; i < instances.size(); ++i) {
         threads.emplace_back([&, i] {
-            while (i % 2 != 0 && !created.load(std::memory_order_relaxed)) {
+            ready.fetch_add(1, std::memory_order_relaxed);
+            while (i < 2 ? ready.load(std::memory_order_relaxed) < instances.size()
+                         : !created.load(std::memory_order_relaxed)) {
                 std::this_thread::yield();
             }
             instances[i] = FeatureManager::getInstance();

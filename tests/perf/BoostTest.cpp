@@ -108,12 +108,15 @@ TEST_F(BoostTest, WithoutADeviceTheServiceTakesEveryLevel) {
 TEST_F(BoostTest, OneInstanceAndOneProbeForAllThreads) {
     BoostDevice::enable();
     std::vector<PerfProxy*> seen(8);
-    // Half of the threads come first; the others after it, ordered by what they read alone.
+    // Two of the threads come first, together; the others later, ordered by what they read alone.
+    std::atomic<size_t> ready{0};
     std::atomic<bool> probed{false};
     std::vector<std::thread> threads;
     for (size_t i = 0; i < seen.size(); ++i) {
         threads.emplace_back([&, i] {
-            while (i % 2 != 0 && !probed.load(std::memory_order_relaxed)) {
+            ready.fetch_add(1, std::memory_order_relaxed);
+            while (i < 2 ? ready.load(std::memory_order_relaxed) < seen.size()
+                         : !probed.load(std::memory_order_relaxed)) {
                 std::this_thread::yield();
             }
             seen[i] = PerfProxy::getInstance();
