@@ -77,6 +77,9 @@ TEST_F(Program, EndsWithOneSentenceWhenTheInputIsNotUsable) {
             {good + " --config " +
                      write("lost.json", "{\"fences\": [{\"layer\": \"x\", \"timeline\": \"t\"}]}"),
              "'x'"},
+            {good + " --config " +
+                     write("refused.json", R"({"properties": [{"name": "a b", "value": "1"}]})"),
+             "property a b cannot be set"},
             {good + " --json " + path("no/folder.json"), "No such file"},
             {good + " --trace " + path("no/folder.txt"), "No such file"},
     };
