@@ -64,8 +64,14 @@ class HookTest : public ::testing::Test {
     LogCapture mLog;
 };
 
-// The same on a clock that moves only as frames are drawn.
-class DrivenHookTest : public HookTest {
+// The same on a clock that only the test moves.
+class ClockedHookTest : public HookTest {
+  protected:
+    DrivenClock mClock{1'000 * kSecond};
+};
+
+// It moves as frames are drawn.
+class DrivenHookTest : public ClockedHookTest {
   protected:
     // Moves time on to whatever is waited for until the condition holds; false when that has not
     // happened within ten real seconds.
@@ -112,7 +118,6 @@ class DrivenHookTest : public HookTest {
         draw(layer, static_cast<int>(kSecond * 17 / 10 / interval), interval);
     }
 
-    DrivenClock mClock{1'000 * kSecond};
     int64_t mNextFrame = 0;
 };
 

@@ -16,7 +16,7 @@ namespace {
 
 using std::chrono::steady_clock;
 
-TEST_F(HookTest, SixteenThreadsOfHooks) {
+TEST_F(HookTest, EveryHookFromManyThreads) {
     set("vendor.perf.phr.enable", "1");
     set("vendor.rdxe.enable.target_fps", "true");
     set("vendor.perf.gpu_jank_detect.enable", "true");
@@ -86,6 +86,31 @@ TEST_F(HookTest, SixteenThreadsOfHooks) {
             corvaneIsTargetFpsActive();
             set("debug.vendor.perf.smart_touch", corvaneSmartTouchEnabled() ? "0" : "1");
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+    });
+    // An application's render and input threads, and its switch, which also starts it anew.
+    threads.emplace_back([&] {
+        for (int64_t i = 0; running(); ++i) {
+            bool isAuto = true;
+            int64_t presentTime = -1;
+            uint32_t flags = 0xff;
+            aCorvaneSetVsyncTime(i);
+            aCorvaneQueueBuffer(i % 2 == 0);
+            aCorvaneFilterBuffer(&isAuto, &presentTime, &flags);
+        }
+    });
+    threads.emplace_back([&] {
+        for (int i = 0; running(); ++i) {
+            bool consume = false;
+            aCorvaneSetTouchEvent(i % 9);
+            aCorvaneConsumeInputNow(&consume);
+        }
+    });
+    threads.emplace_back([&] {
+        for (int i = 0; running(); ++i) {
+            set("debug.vendor.perf.smart_touch.move", i % 2 == 0 ? "1" : "0");
+            if (i % 50 == 0) aCorvaneAppInit();
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
     });
     for (std::thread& thread : threads) thread.join();
