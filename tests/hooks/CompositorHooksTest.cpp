@@ -8,7 +8,6 @@
 #include <system_error>
 
 #include "HookTest.h"
-#include "corvane/host/Properties.h"
 #include "corvane/host/Threads.h"
 
 namespace corvane::host {
@@ -33,18 +32,16 @@ class CompositorHooksTest : public HookTest {
     }
 };
 
-TEST_F(CompositorHooksTest, NothingHappensBeforeInit) {
+TEST_F(CompositorHooksTest, NothingHappensUntilEnabled) {
     set(kSmartTouch, "1");
     callAll();
     EXPECT_FALSE(corvaneSmartTouchEnabled());
     EXPECT_FALSE(corvaneIsTargetFpsActive());
     EXPECT_TRUE(mLog.lines().empty());
     EXPECT_TRUE(PerfService::calls().empty());
-}
 
-TEST_F(CompositorHooksTest, ADisabledLibraryLooksAgainOnEachInit) {
+    // A disabled library looks again on each call.
     set("vendor.perf.corvane.enable", "0");
-    set(kSmartTouch, "1");
     EXPECT_FALSE(corvaneInit(1, 2));
     EXPECT_FALSE(corvaneInit(1, 2));
     EXPECT_EQ(mLog.count("[Corvane Enable: 0]"), 2u);
@@ -55,28 +52,9 @@ TEST_F(CompositorHooksTest, ADisabledLibraryLooksAgainOnEachInit) {
     EXPECT_FALSE(PerfService::hasCallback());
 }
 
-TEST_F(CompositorHooksTest, InitialisesOnce) {
+TEST_F(CompositorHooksTest, RacingInitsInitialiseOnce) {
     set("vendor.perf.phr.enable", "1");
     set(kSmartTouch, "true");
-    ASSERT_TRUE(corvaneInit(1, 2));
-    EXPECT_TRUE(corvaneSmartTouchEnabled());
-    EXPECT_EQ(PerfService::calls("perf_callback_register", 4).size(), 1u);
-    EXPECT_TRUE(PerfService::hasCallback());
-    std::vector<std::string> texts;
-    for (const LogLine& line : mLog.lines()) {
-        if (line.tag == "Corvane" && line.text[0] == '[') texts.push_back(line.text);
-    }
-    EXPECT_EQ(texts, (std::vector<std::string>{"[Corvane Enable: 1]", "[sf: ST:1]", "[PHR:1]"}));
-
-    const int traceReads = propertyReads(kSmartTouchTrace);
-    mLog.clear();
-    EXPECT_TRUE(corvaneInit(3, 4));
-    EXPECT_TRUE(mLog.matching("[").empty());
-    EXPECT_EQ(propertyReads(kSmartTouchTrace), traceReads);
-    EXPECT_EQ(PerfService::calls("perf_callback_register", 4).size(), 1u);
-}
-
-TEST_F(CompositorHooksTest, RacingInitsInitialiseOnce) {
     std::atomic<int> enabled{0};
     std::vector<std::thread> threads;
     for (int i = 0; i < 16; ++i) {
@@ -87,9 +65,18 @@ TEST_F(CompositorHooksTest, RacingInitsInitialiseOnce) {
     }
     for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(enabled, 16);
-    EXPECT_EQ(mLog.count("[PHR:"), 1u);
-    EXPECT_EQ(mLog.count("LayerManager initialized"), 1u);
+    EXPECT_TRUE(corvaneSmartTouchEnabled());
+    for (const char* text : {"[Corvane Enable: 1]", "[sf: ST:1]", "[PHR:1]", "LayerManager init"}) {
+        EXPECT_EQ(mLog.count(text), 1u) << text;
+    }
     EXPECT_EQ(PerfService::calls("perf_callback_register", 4).size(), 1u);
+    EXPECT_TRUE(PerfService::hasCallback());
+    // The target rates' switch is off.
+    EXPECT_TRUE(PerfService::push(4171, "com.example.app1", 3'000, 0, {}));
+    EXPECT_FALSE(corvaneIsTargetFpsActive());
+    // This process is no application.
+    aCorvaneSetTouchEvent(0);
+    EXPECT_TRUE(powerBoosts().empty());
 }
 
 TEST_F(CompositorHooksTest, AFailedInitMayBeRepeated) {
@@ -122,12 +109,6 @@ TEST_F(CompositorHooksTest, SmartTouchFollowsItsProperty) {
     EXPECT_EQ(mLog.count("[Prop Changed"), 2u);
 }
 
-TEST_F(CompositorHooksTest, TargetFpsNeedsItsSwitch) {
-    ASSERT_TRUE(corvaneInit(0, 0));
-    EXPECT_TRUE(PerfService::push(4171, "com.example.app1", 3'000, 0, {}));
-    EXPECT_FALSE(corvaneIsTargetFpsActive());
-}
-
 TEST_F(CompositorHooksTest, TargetFpsIsActiveWhileConfigured) {
     set("vendor.rdxe.enable.target_fps", "true");
     ASSERT_TRUE(corvaneInit(0, 0));
@@ -152,9 +133,7 @@ class DrivenCompositorHooksTest : public DrivenHookTest {};
 TEST_F(DrivenCompositorHooksTest, IgnoresArgumentsThatMeanNothing) {
     set("vendor.perf.gpu_jank_detect.enable", "true");
     ASSERT_TRUE(corvaneInit(0, 0));
-    const TestLayer layer = TestLayer::ofApp(1);
-    settle(layer);
-    ASSERT_EQ(mLog.count("Add new layer to full tracking: [" + layer.name + "] layer 1"), 1u);
+    settle(TestLayer::ofApp(1));
     mLog.clear();
 
     const android::Rect bounds(0, 0, 1, 1);
@@ -174,14 +153,6 @@ TEST_F(DrivenCompositorHooksTest, IgnoresArgumentsThatMeanNothing) {
     EXPECT_EQ(mLog.count("SYNC_IOC_FILE_INFO failed, ret=-1, fd=0"), 2u);
 }
 
-TEST_F(DrivenCompositorHooksTest, FencesNeedTheirSwitch) {
-    ASSERT_TRUE(corvaneInit(0, 0));
-    settle(TestLayer::ofApp(1));
-    corvaneNotifyGpuFenceUnsignaled(0, 1);
-    corvaneTrackLatchUnsignaledGpuFence(0, 1);
-    EXPECT_EQ(mLog.count("[GPU JANK DETECTION]"), 0u);
-}
-
 TEST_F(DrivenCompositorHooksTest, HostileNamesAreOnlyTexts) {
     ASSERT_TRUE(corvaneInit(0, 0));
     TestLayer layer = TestLayer::ofApp(1);
@@ -196,6 +167,11 @@ TEST_F(DrivenCompositorHooksTest, HostileNamesAreOnlyTexts) {
         ++layer.uid;
     }
     ASSERT_TRUE(PerfService::waitForCalls("perf_event", 4194, 1));
+
+    // Nor are fences anything while their switch is off.
+    corvaneNotifyGpuFenceUnsignaled(0, 1);
+    corvaneTrackLatchUnsignaledGpuFence(0, 1);
+    EXPECT_EQ(mLog.count("[GPU JANK DETECTION]"), 0u);
 }
 
 // Builds of the service's client library that lack something; tracking goes on with each.

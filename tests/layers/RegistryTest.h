@@ -61,6 +61,12 @@ class RegistryTest : public ::testing::Test {
         for (int i = 0; i < 100 && manager().getLayer(id) == nullptr; ++i) draw({id}, 1);
     }
 
+    // Nothing is drawn for so long, then silent layers are looked for.
+    void idle(nsecs_t duration) {
+        mClock.advance(duration);
+        manager().cleanupInactiveLayers(mClock.now());
+    }
+
     static std::vector<corvane::host::PerfCall> events(int number) {
         awaitBoostWorker();
         return corvane::host::PerfService::calls("perf_event", number);

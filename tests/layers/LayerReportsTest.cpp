@@ -1,15 +1,103 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
-// When scenes are reported, and who gets low latency.
+// What the service hears of rates, janks and scenes, and who gets low latency.
+
+#include <limits>
 
 #include "RegistryTest.h"
-#include "features/FeatureManager.h"
 
 namespace android {
 namespace {
 
 using corvane::host::PerfService;
+
+class LayerReportsTest : public RegistryTest {
+  protected:
+    void setProperties() override {
+        base::SetProperty("debug.perf.enable_big_jank_detect", "true");
+        base::SetProperty("debug.perf.cpu_big_jank_threshold_ms", "40");
+    }
+};
+
+TEST_F(LayerReportsTest, ReportsTheHighestMode) {
+    draw({1, 2}, 100);
+    ASSERT_EQ(manager().getLayer(2)->mFpsMode, 60);
+    auto sent = events(4196);
+    ASSERT_EQ(sent.size(), 2u) << "one for each layer's change";
+    for (const auto& event : sent) {
+        EXPECT_EQ(event.package, appOf(1)) << "equal modes go by id";
+        EXPECT_EQ(event.args, (std::vector<int>{0, 60}));
+    }
+
+    // A slower layer that goes changes nothing. Layer 1 falls silent and goes: layer 2 takes its
+    // place, then nobody.
+    draw({1, 2, 3}, 40);
+    for (const std::vector<int>& drawing : {std::vector<int>{1, 2}, {2}}) {
+        EXPECT_EQ(events(4196).size(), 2u);
+        for (int i = 0; i < 2; ++i) {
+            draw(drawing, 61);
+            manager().cleanupInactiveLayers(mClock.now());
+        }
+    }
+    EXPECT_EQ(mLog.count("Unregistered layer 3"), 1u);
+    sent = events(4196);
+    ASSERT_EQ(sent.size(), 3u);
+    EXPECT_EQ(sent[2].package, appOf(2));
+    idle(1'000'000'001);
+    track(4);  // without a rate as yet
+    idle(500 * kMs);
+    sent = events(4196);
+    ASSERT_EQ(sent.size(), 4u);
+    EXPECT_EQ(sent[3].package, "null");
+    EXPECT_EQ(sent[3].args, (std::vector<int>{0, -1}));
+    EXPECT_EQ(mLog.count("Update MaxInfo: Reset to default"), 1u);
+}
+
+TEST_F(LayerReportsTest, ReportsCpuBigJank) {
+    track(1);
+    draw({1}, 1, 50 * kMs);
+    EXPECT_EQ(mLog.count("Send CPU big jank"), 0u) << "no frame rate yet";
+    draw({1}, 130);
+    ASSERT_EQ(manager().getLayer(1)->mFpsMode, 60);
+    draw({1}, 1, 40 * kMs - 1);
+    EXPECT_EQ(mLog.count("Send CPU big jank"), 0u);
+    draw({1}, 1, 40 * kMs);
+    EXPECT_EQ(mLog.count("Send CPU big jank [com.example.app1/Main#1]."), 1u);
+    ASSERT_TRUE(PerfService::waitForCalls("perf_event", 4186, 1));
+    const auto sent = events(4186);
+    EXPECT_EQ(sent[0].package, appOf(1));
+    EXPECT_EQ(sent[0].args, (std::vector<int>{5, 0}));
+
+    // The watched property's change reaches the registry.
+    base::SetProperty("debug.perf.cpu_big_jank_threshold_ms", "0");
+    ASSERT_TRUE(mLog.waitFor("OnFeatureConfigChanged - CPU_BIG_JANK: mCpuBigJankThreshold=0ms"));
+    draw({1}, 1, 500 * kMs);
+    EXPECT_EQ(mLog.count("Send CPU big jank"), 1u);
+}
+
+TEST_F(LayerReportsTest, SurvivesAnyPeriodAndDepth) {
+    track(1);
+    constexpr int kMax = std::numeric_limits<int>::max();
+    constexpr int kMin = std::numeric_limits<int>::min();
+    for (const int64_t period :
+         {std::numeric_limits<int64_t>::max(), std::numeric_limits<int64_t>::min(), int64_t{-1},
+          int64_t{0}, int64_t{1}, int64_t{k60Hz}}) {
+        manager().setVsyncPeriod(period);
+        for (const int pending : {kMax, kMin, -1, 0}) {
+            mClock.advance(3 * kMs);
+            manager().onBufferDecrement("n", 1, pending, Rect(kMin, kMin, kMax, kMax), false, true);
+            mClock.advance(3 * kMs);
+            manager().onBufferDecrement("n", 1, pending, Rect(kMin, kMin, kMax, kMax), false, true);
+            draw({1}, 2);
+            manager().unblockPendingBuffer();
+            manager().onVsync(mClock.now());
+        }
+    }
+    EXPECT_NE(manager().getLayer(1), nullptr);
+    EXPECT_EQ(mLog.count("vsync: 16666667"), 1u);
+    EXPECT_EQ(mLog.count("Unexpected vsync received: -1"), 1u);
+}
 
 class LayerScenesTest : public RegistryTest {
   protected:
