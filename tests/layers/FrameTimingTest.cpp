@@ -22,15 +22,12 @@ TEST(FrameTimingTest, PredictsTheTimeToPresent) {
         nsecs_t expected;
     } const cases[] = {
             {1'000, 0, 0, 0, 0},          // nothing known
-            {1'000, 0, 900, 3, 0},        //
             {1'000, 100, 0, 0, 100},      // no latch yet: a whole period
-            {1'000, 100, 0, 2, 300},      //
             {1'030, 100, 1'000, 0, 70},   // 30 into the period
             {1'230, 100, 1'000, 0, 70},   // whole periods do not count
             {1'000, 100, 1'000, 0, 100},  // on the vsync itself
             {1'030, 100, 1'000, 2, 270},  // behind two buffers
             {970, 100, 1'000, 0, 130},    // queued before the latch that was recorded first
-            {1'030, 100, 1'000, -1, -30},
             {1'000, kMax, 900, kIntMax, kMax},
             {970, kMax, 1'000, 0, kMax},
             {1'000, kMax, 0, kIntMin, kMin + kMax},
@@ -49,10 +46,8 @@ TEST(FrameTimingTest, CountsDroppedFrames) {
         int32_t expected;
     } const cases[] = {
             {0, 100, 0},
-            {100, 100, 0},
             {149, 100, 0},  // the frame that was due
             {150, 100, 1},
-            {249, 100, 1},
             {250, 100, 2},   // rounded to whole periods
             {-500, 100, 0},  // latches out of order
             {100, 0, 0},
@@ -81,7 +76,6 @@ TEST(FrameTimingTest, SettlesTheQueueDepth) {
             {3, 0, kLongAgo, 0},  // we missed latches
             {0, 2, kRecent, 2},   // we missed queued buffers
             {kIntMin, kIntMin, kLongAgo, kIntMin},
-            {kIntMax, kIntMin, kLongAgo, kIntMin},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(queueDepthAfterLatch(c.depth, c.pending, c.sinceQueue), c.expected)

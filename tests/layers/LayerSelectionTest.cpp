@@ -8,6 +8,8 @@
 
 #include <limits>
 #include <memory>
+#include <sstream>
+#include <string>
 
 #include "layers/LayerSelection.h"
 #include "layers/SceneReport.h"
@@ -17,83 +19,54 @@ namespace {
 
 constexpr nsecs_t kNow = 9'000'000'000;
 
-sp<LayerInfo> makeLayer(int id, int mode, bool focused = true, bool game = false) {
-    sp<LayerInfo> layer = sp<LayerInfo>::make();
-    layer->mId = id;
-    layer->mUid = 10'000 + id;
-    layer->mActive = true;
-    layer->mFpsMode = mode;
-    layer->mFocused = focused;
-    layer->mIsGame = game;
-    return layer;
+// Layers as "ID:MODE" with any of b(ackground), g(ame), h(idden), s(ame user), x = expired,
+// + = silent and in grace.
+LayerList layers(const std::string& text) {
+    LayerList result;
+    std::istringstream words(text);
+    char colon = 0;
+    std::string flags;
+    for (int id = 0, mode = 0; words >> id >> colon >> mode; result.back()->mFpsMode = mode) {
+        flags.clear();
+        std::getline(words, flags, ' ');
+        const auto has = [&](char flag) { return flags.find(flag) != std::string::npos; };
+        sp<LayerInfo> layer = sp<LayerInfo>::make();
+        layer->mId = id;
+        layer->mUid = has('s') ? 7 : 10'000 + id;
+        layer->mFocused = !has('b');
+        layer->mIsGame = has('g');
+        layer->mVisible = !has('h');
+        layer->mActive = !has('x') && !has('+');
+        layer->mRemoveDeadline = has('+') ? kNow + 1 : kNow;
+        result.push_back(std::move(layer));
+    }
+    return result;
 }
 
-sp<LayerInfo> makeInactive(int id, nsecs_t removeDeadline) {
-    sp<LayerInfo> layer = makeLayer(id, 60);
-    layer->mActive = false;
-    layer->mRemoveDeadline = removeDeadline;
-    return layer;
-}
-
-sp<LayerInfo> makeHidden(int id, int mode) {
-    sp<LayerInfo> layer = makeLayer(id, mode);
-    layer->mVisible = false;
-    return layer;
-}
-
-using Ids = std::vector<int>;
-
-Ids ids(const LayerList& layers) {
-    Ids result;
-    for (const sp<LayerInfo>& layer : layers) result.push_back(layer->mId);
+std::string ids(const LayerList& layers) {
+    std::string result;
+    for (const sp<LayerInfo>& layer : layers) result += std::to_string(layer->mId) + ' ';
     return result;
 }
 
 TEST(LayerSelectionTest, RemovesTheLeastImportant) {
-    const auto grace = [](int id) { return makeInactive(id, kNow + 1); };
     const struct {
         const char* what;
-        LayerList layers;
-        Ids removed;
+        const char* layers;
+        const char* removed;
         bool crowded;
         bool rankedOut;
     } cases[] = {
-            {"the expired, always",
-             {makeInactive(1, kNow), grace(2), makeLayer(3, -1)},
-             {1},
-             false,
-             false},
-            {"four may stay",
-             {makeLayer(1, -1), makeLayer(2, -1), makeLayer(3, -1), makeLayer(4, -1)},
-             {},
-             false,
-             false},
-            {"the fifth costs the slow and hidden",
-             {makeLayer(1, 29), makeHidden(2, 60), makeLayer(3, 30), makeLayer(4, 60), grace(5)},
-             {1, 2},
-             true,
-             false},
+            {"the expired, always", "1:60x 2:60+ 3:-1", "1 ", false, false},
+            {"four may stay", "1:-1 2:-1 3:-1 4:-1", "", false, false},
+            {"the fifth costs slow and hidden", "1:29 2:60h 3:30 4:60 5:60+", "1 2 ", true, false},
             {"focus outweighs game, and game the rate",
-             {makeLayer(1, 60, true, true), makeLayer(2, 30, true, true), makeLayer(3, 120),
-              makeLayer(4, 120), makeLayer(5, 120, false, true), makeLayer(6, 120, false),
-              makeLayer(7, 60, false)},
-             {7, 6, 5},
-             true,
-             true},
-            {"equal layers go by id",
-             {makeLayer(1, 60), makeLayer(2, 60), makeLayer(3, 60), makeLayer(4, 60),
-              makeLayer(5, 60)},
-             {1},
-             true,
-             true},
-            {"layers in grace cannot make room",
-             {grace(1), grace(2), grace(3), grace(4), grace(5), makeLayer(6, 60)},
-             {6},
-             true,
-             true},
+             "1:60g 2:30g 3:120 4:120 5:120bg 6:120b 7:60b", "7 6 5 ", true, true},
+            {"equal layers go by id", "1:60 2:60 3:60 4:60 5:60", "1 ", true, true},
+            {"in grace none makes room", "1:60+ 2:60+ 3:60+ 4:60+ 5:60+ 6:60", "6 ", true, true},
     };
     for (const auto& c : cases) {
-        const LayerRemovals removals = selectLayersToRemove(c.layers, kNow);
+        const LayerRemovals removals = selectLayersToRemove(layers(c.layers), kNow);
         EXPECT_EQ(ids(removals.layers), c.removed) << c.what;
         EXPECT_EQ(removals.crowded, c.crowded) << c.what;
         EXPECT_EQ(removals.rankedOut, c.rankedOut) << c.what;
@@ -101,19 +74,12 @@ TEST(LayerSelectionTest, RemovesTheLeastImportant) {
 }
 
 TEST(LayerSelectionTest, RanksOneLayerPerApplication) {
-    LayerList sameApp = {makeLayer(1, 30), makeLayer(2, 60), makeLayer(3, 60)};
-    for (const sp<LayerInfo>& layer : sameApp) layer->mUid = 7;
-    sameApp.push_back(makeHidden(4, 120));
-    sameApp.push_back(makeInactive(5, 0));
-    EXPECT_EQ(ids(rankVisibleApps(sameApp)), Ids{2});
-    EXPECT_EQ(ids(rankVisibleApps({makeLayer(1, 120, false, true), makeLayer(2, 30),
-                                   makeLayer(3, 60), makeLayer(4, 30, true, true),
-                                   makeLayer(5, 60)})),
-              (Ids{4, 3, 5, 2, 1}));
+    EXPECT_EQ(ids(rankVisibleApps(layers("1:30s 2:60s 3:60s 4:120h 5:60x"))), "2 ");
+    EXPECT_EQ(ids(rankVisibleApps(layers("1:120bg 2:30 3:60 4:30g 5:60"))), "4 3 5 2 1 ");
 }
 
 sp<LayerInfo> makeApp(const std::string& package, bool focused = true) {
-    sp<LayerInfo> layer = makeLayer(1, 60, focused);
+    sp<LayerInfo> layer = layers(focused ? "1:60" : "1:60b").front();
     layer->mPackageName = package;
     layer->mFps = 59.996f;
     layer->mBounds = Rect(0, 10, 1080, 2400);
