@@ -29,9 +29,7 @@ class PacingTest : public PhrMonitorTest {
 TEST_F(PacingTest, FirstFrameNeverSleepsAndTheOthersKeepTheRate) {
     startWithRamp("0");
     monitor.setTargetFpsStatus(kLayer, true, 60, 50);
-    EXPECT_TRUE(state->mTargetFpsActive);
     EXPECT_FALSE(monitor.isTargetFpsSwitching(kLayer));
-    EXPECT_EQ(log.count("Layer 7: enable target fps: 50.000000"), 1u);
     EXPECT_EQ(delayOfNext(), 0);
     clock.advance(15 * kMs);
     EXPECT_EQ(delayOfNext(), 5 * kMs);
@@ -39,23 +37,30 @@ TEST_F(PacingTest, FirstFrameNeverSleepsAndTheOthersKeepTheRate) {
     EXPECT_EQ(delayOfNext(), 0);
     clock.advance(3 * kMs);
     EXPECT_EQ(delayOfNext(), 5 * kMs);
-    monitor.resetTargetFpsClock(state.get());
-    EXPECT_EQ(delayOfNext(), 0);
-}
-
-TEST_F(PacingTest, SameTargetAgainChangesNothing) {
-    start();
-    monitor.setTargetFpsStatus(kLayer, true, 60, 50);
-    EXPECT_EQ(delayOfNext(), 0);
+    // The same target again changes nothing, not even the clock; another one starts anew.
     monitor.setTargetFpsStatus(kLayer, true, 55, 50);
-    EXPECT_EQ(delayOfNext(), 20 * kMs);  // the clock went on
+    EXPECT_EQ(delayOfNext(), 20 * kMs);
     monitor.setTargetFpsStatus(kLayer, true, 55, 40);
     EXPECT_EQ(delayOfNext(), 0);
     EXPECT_EQ(delayOfNext(), 25 * kMs);
+    monitor.resetTargetFpsClock(state.get());
+    EXPECT_EQ(delayOfNext(), 0);
     monitor.setTargetFpsStatus(kLayer, false, 55, 40);
     EXPECT_FALSE(state->mTargetFpsActive);
-    EXPECT_EQ(log.count("Layer 7: disable target fps"), 1u);
+    EXPECT_EQ(log.count("Layer 7: enable target fps: 50.000000"), 1u);
     EXPECT_EQ(log.count("enable target fps: "), 2u);
+    EXPECT_EQ(log.count("Layer 7: disable target fps"), 1u);
+
+    // A sleep of a second or more is refused.
+    monitor.setTargetFpsStatus(kLayer, true, 60, 0.5f);
+    EXPECT_EQ(delayOfNext(), 0);
+    EXPECT_EQ(delayOfNext(), 0);  // due in two seconds
+    clock.advance(3'500 * kMs);
+    EXPECT_EQ(delayOfNext(), 500 * kMs);  // due in four
+    // Only the low 32 bits of a delay count.
+    monitor.setTargetFpsStatus(kLayer, true, 60, 0.2f);
+    EXPECT_EQ(delayOfNext(), 0);
+    EXPECT_EQ(delayOfNext(), 5'000 * kMs - (nsecs_t{1} << 32));
 }
 
 TEST_F(PacingTest, RampLastsAsManyFramesAsConfigured) {
@@ -73,7 +78,6 @@ TEST_F(PacingTest, RampLastsAsManyFramesAsConfigured) {
 }
 
 TEST_F(PacingTest, LateFramesAreNotMadeUpForWithoutCompensation) {
-    base::SetProperty("vendor.rdxe.enable.target_fps", "true");
     base::SetProperty("vendor.rdxe.target_fps.compensate", "false");
     startWithRamp("0");
     monitor.setTargetFpsStatus(kLayer, true, 60, 50);
@@ -81,19 +85,6 @@ TEST_F(PacingTest, LateFramesAreNotMadeUpForWithoutCompensation) {
     clock.advance(32 * kMs);
     EXPECT_EQ(delayOfNext(), 0);
     EXPECT_EQ(delayOfNext(), 20 * kMs);
-}
-
-TEST_F(PacingTest, SleepOfASecondOrMoreIsRefused) {
-    startWithRamp("0");
-    monitor.setTargetFpsStatus(kLayer, true, 60, 0.5f);
-    EXPECT_EQ(delayOfNext(), 0);
-    EXPECT_EQ(delayOfNext(), 0);  // due in two seconds
-    clock.advance(3'500 * kMs);
-    EXPECT_EQ(delayOfNext(), 500 * kMs);  // due in four
-    // Only the low 32 bits of a delay count.
-    monitor.setTargetFpsStatus(kLayer, true, 60, 0.2f);
-    EXPECT_EQ(delayOfNext(), 0);
-    EXPECT_EQ(delayOfNext(), 5'000 * kMs - (nsecs_t{1} << 32));
 }
 
 }  // namespace
