@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <functional>
+#include <iterator>
 #include <random>
 #include <thread>
 #include <vector>
@@ -50,32 +51,20 @@ TEST(MonitorStressTest, EveryEntryFromManyThreads) {
                                        systemTime(SYSTEM_TIME_MONOTONIC));
         });
         run([&](int id, auto& random) {
-            switch (random() % 8) {
-                case 0:
-                    monitor->registerLayer(id, "layer", 0.25f, 0.5f);
-                    break;
-                case 1:
-                    if (random() % 8 == 0) monitor->unregisterLayer(id);
-                    break;
-                case 2:
-                    monitor->updateHeadRoom(id, static_cast<float>(random() % 3), -1);
-                    break;
-                case 3:
-                    monitor->setVsyncInfo(kPeriod + static_cast<nsecs_t>(random() % 3),
-                                          random() % 2 == 0 ? 60 : 90);
-                    break;
-                case 4:
-                    monitor->setTargetFpsStatus(id, random() % 2 == 0, 1'000, 900);
-                    break;
-                case 5:
-                    monitor->resetAdaptivePhrState(monitor->getLayerState(id).get());
-                    break;
-                case 6:
-                    monitor->isTargetFpsSwitching(id);
-                    break;
-                default:
-                    monitor->setQuickTouchStatus(id, random() % 4 != 0);
-            }
+            const bool coin = random() % 2 == 0;
+            const std::function<void()> entries[] = {
+                    [&] { monitor->registerLayer(id, "layer", 0.25f, 0.5f); },
+                    [&] {
+                        if (random() % 8 == 0) monitor->unregisterLayer(id);
+                    },
+                    [&] { monitor->updateHeadRoom(id, static_cast<float>(random() % 3), -1); },
+                    [&] { monitor->setVsyncInfo(kPeriod + coin, coin ? 60 : 90); },
+                    [&] { monitor->setTargetFpsStatus(id, coin, 1'000, 900); },
+                    [&] { monitor->resetAdaptivePhrState(monitor->getLayerState(id).get()); },
+                    [&] { monitor->isTargetFpsSwitching(id); },
+                    [&] { monitor->setQuickTouchStatus(id, random() % 4 != 0); },
+            };
+            entries[random() % std::size(entries)]();
         });
     }
     run([&](int id, auto&) {

@@ -89,21 +89,6 @@ TEST_F(MonitorTest, StopsOnceAndMayStartAgain) {
     EXPECT_TRUE(clock.waitForSleepers(1));
 }
 
-TEST_F(MonitorTest, UnknownLayersAreIgnored) {
-    start();
-    monitor.unregisterLayer(1);
-    monitor.updateHeadRoom(1, 1, 1);
-    monitor.onBufferIncrement(1, kPeriod, kStart, false);
-    monitor.onBufferDecrement(1, 1, kStart);
-    monitor.setQuickTouchStatus(1, true);
-    monitor.unblockBuffer(1);
-    monitor.setTargetFpsStatus(1, true, 60, 30);
-    monitor.resetAdaptivePhrState(nullptr);
-    EXPECT_FALSE(monitor.isTargetFpsSwitching(1));
-    monitor.setQuickTouchStatus(kLayer, true);  // nobody took the focus
-    EXPECT_TRUE(state->mQuickTouchActive);
-}
-
 TEST_F(MonitorTest, PeriodAndRateClassDeriveTheHeadroom) {
     start();
     EXPECT_EQ(log.count("Layer 7 set headroom: 4000000"), 1u);

@@ -1,6 +1,12 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <utility>
+
+#include "phr/FramePacer.h"
 #include "phr/MonitorFixture.h"
 
 namespace android {
@@ -82,9 +88,62 @@ TEST_F(PacingTest, LateFramesAreNotMadeUpForWithoutCompensation) {
     startWithRamp("0");
     monitor.setTargetFpsStatus(kLayer, true, 60, 50);
     EXPECT_EQ(delayOfNext(), 0);
-    clock.advance(32 * kMs);
+    clock.advance(21 * kMs);
+    EXPECT_EQ(delayOfNext(), 0);  // a millisecond late is not late yet
+    EXPECT_EQ(delayOfNext(), 19 * kMs);
+    clock.advance(21 * kMs + 1);
     EXPECT_EQ(delayOfNext(), 0);
     EXPECT_EQ(delayOfNext(), 20 * kMs);
+}
+
+// A layer whose thread sleeps exactly as told.
+struct Layer {
+    FramePacer pacer;
+    nsecs_t lastPaceTime = -1;
+
+    FramePacer::Decision queueAt(nsecs_t time) {
+        const auto decision = pacer.schedule(time, lastPaceTime, time, /*compensate=*/true);
+        lastPaceTime = time + std::max<nsecs_t>(decision.sleepNs, 0);
+        return decision;
+    }
+};
+
+TEST(FramePacerTest, RampTakesOneStepPerFrameAndHandsOverToTheSchedule) {
+    Layer layer;
+    layer.pacer.start(60, 40, 4, kStart);
+    nsecs_t due = kStart;
+    for (float fps : {55.0f, 50.0f, 45.0f, 40.0f}) {
+        due += static_cast<nsecs_t>(1e9f / fps);
+        const auto decision = layer.queueAt(due - 3 * kMs);
+        EXPECT_EQ(decision.sleepNs, 3 * kMs) << fps;
+        EXPECT_EQ(decision.event == FramePacer::Event::RampFinished, fps == 40.0f) << fps;
+    }
+    // No frame without delay in between: the clock starts at the ramp's end.
+    EXPECT_EQ(layer.queueAt(due + 5 * kMs).sleepNs, 20 * kMs);
+
+    layer.pacer.start(30, 60, 2, kStart);
+    EXPECT_EQ(layer.queueAt(kStart).event, FramePacer::Event::None);
+    EXPECT_EQ(layer.queueAt(kStart).event, FramePacer::Event::RampFinished);
+    EXPECT_EQ(layer.pacer.interval(), 16'666'667);
+}
+
+TEST(FramePacerTest, HostileRatesNeitherOverflowNorRampForEver) {
+    constexpr float kInfinity = std::numeric_limits<float>::infinity();
+    const float kNaN = std::nanf("");
+    const std::pair<float, float> rates[] = {
+            {60, 60},          // nothing to step
+            {60.000004f, 60},  // a step lost in rounding
+            {0, 60},          {-30, 60},       {60, -60},  {60, 0},    {60, 1e-30f},
+            {kInfinity, 60},  {60, kInfinity}, {kNaN, 60}, {60, kNaN},
+    };
+    for (const auto& [current, target] : rates) {
+        for (int rampFrames : {0, 10}) {
+            Layer layer;
+            layer.pacer.start(current, target, rampFrames, kStart);
+            for (int frame = 0; frame < 40; ++frame) layer.queueAt(kStart + frame * 16 * kMs);
+            EXPECT_FALSE(layer.pacer.isSwitching()) << current << " to " << target;
+        }
+    }
 }
 
 }  // namespace
