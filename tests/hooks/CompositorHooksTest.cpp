@@ -46,6 +46,7 @@ TEST_F(CompositorHooksTest, NothingHappensUntilEnabled) {
     EXPECT_FALSE(corvaneInit(1, 2));
     EXPECT_EQ(mLog.count("[Corvane Enable: 0]"), 2u);
     callAll();
+    corvaneSetVsyncPeriod(8'333'333);  // a change would be logged
     EXPECT_FALSE(corvaneSmartTouchEnabled()) << "nothing has read it";
     EXPECT_EQ(mLog.count("candidate"), 0u);
     EXPECT_EQ(mLog.count("vsync"), 0u);
