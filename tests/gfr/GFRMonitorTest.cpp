@@ -22,7 +22,6 @@
 #include "corvane/host/Threads.h"
 #include "features/FeatureManager.h"
 #include "gfr/GFRMonitor.h"
-#include "perf/PerfProxy.h"
 
 namespace android {
 namespace {
@@ -37,23 +36,28 @@ constexpr nsecs_t kPeriod = 10 * kMs;
 constexpr nsecs_t kFrameTime = 4 * kMs;
 constexpr nsecs_t kJankHeadroom = 7 * kMs;  // the frame's deadline is 17 ms after its begin
 constexpr int kLayer = 7;
+constexpr char kLayerName[] = "Game %n%s";
 constexpr char kPackage[] = "com.example.game";
 constexpr nsecs_t kNone = -1;  // no check is pending
 constexpr nsecs_t kMaxNs = std::numeric_limits<nsecs_t>::max();
 constexpr nsecs_t kMinNs = std::numeric_limits<nsecs_t>::min();
 
-// A running monitor on the driven clock, its one layer active.
+// A running monitor on the driven clock, its one layer active, with all messages on.
 class MonitorTest : public testing::Test {
   protected:
     void SetUp() override {
         BoostDevice::enable();
+        ASSERT_TRUE(PerfService::install());
+        base::SetProperty("vendor.perf.corvane.debug", "1");
+        base::SetProperty("vendor.perf.corvane.profile", "1");
+        FeatureManager::getInstance();  // reads the properties
         ASSERT_TRUE(monitor.init());
         monitor.setVsyncInfo(kPeriod, 90);
         addLayer();
     }
 
     void addLayer() {
-        monitor.registerLayer(kLayer, "layer", kPackage);
+        monitor.registerLayer(kLayer, kLayerName, kPackage);
         monitor.setGFRActive(kLayer, true);
     }
 
@@ -90,8 +94,7 @@ class MonitorTest : public testing::Test {
 
     // How many frames of the layer are told as finished while `action` runs.
     static int finishedFrames(const std::string& layerName, const std::function<void()>& action) {
-        PerfProxy::setDebuggable(true, false);
-        const std::vector<std::string> events = tracedEvents(action);
+        const auto events = tracedEvents(action);
         return static_cast<int>(
                 std::count(events.begin(), events.end(), "B|frame finish, [" + layerName + "]"));
     }
@@ -109,6 +112,7 @@ class MonitorTest : public testing::Test {
 
     const Hints release = {{0, kFrameTime, 0}};
     corvane::host::DrivenClock clock{kStart};
+    LogCapture log;
     GFRMonitor monitor;
     GfrTunables tunables;
 };
@@ -309,7 +313,6 @@ TEST_F(MonitorTest, StopsAndStartsAgainOrFailsTo) {
     EXPECT_EQ(kNone, clock.nextDeadline());
     monitor.forceStop();
 
-    LogCapture log;
     corvane::host::failThreadCreation(1);
     EXPECT_FALSE(monitor.init());
     EXPECT_EQ(1u, log.count("Failed to create GFRMonitor thread"));
@@ -342,43 +345,27 @@ TEST_F(MonitorTest, ChecksGoOnWithoutADevice) {
 
 // What the service and the developer get to see
 
-TEST(GFRMonitorMessages, AreThoseOfEachOperation) {
-    ASSERT_TRUE(PerfService::install());
-    base::SetProperty("vendor.perf.corvane.debug", "1");
-    base::SetProperty("vendor.perf.corvane.profile", "1");
-    corvane::host::DrivenClock clock(kStart);
-    LogCapture log;
-    GFRMonitor monitor;
-    GfrTunables tunables;
+TEST_F(MonitorTest, MessagesAreThoseOfEachOperation) {
+    BoostDevice::disable();
     tunables.dynamic = true;
     tunables.lowerBoost = true;
     tunables.baseFreq = {500, 800};
-
-    monitor.registerLayer(kLayer, "Game %n%s", kPackage);
-    ASSERT_TRUE(monitor.init());
-    monitor.setVsyncInfo(kPeriod, 90);
     monitor.updateLayerTunables(kLayer, tunables);
-    monitor.setGFRActive(kLayer, true);
-    monitor.onQueueBegin(kLayer, kStart, kFrameTime, kJankHeadroom);
-    monitor.onQueueEnd(kLayer, kStart, 0.0f);
+    queueFrame();
     monitor.updateFrameDropWindow(kLayer, 2);
     monitor.updateFrameDropWindow(kLayer, 12);
-    for (nsecs_t check : {11, 14, 17}) {
-        clock.advanceTo(kStart + check * kMs);
-        ASSERT_TRUE(log.waitFor("final_freq", static_cast<size_t>(check - 8) / 3));
-        monitor.updateFrameDropWindow(-1, 0);  // waits for the check's end
-    }
-    // There is no boost device. The worker runs tasks of the same time in any order.
+    runChecks({kStart + 11 * kMs, kStart + 14 * kMs, kStart + 17 * kMs});
+    clock.advanceTo(kStart + 17 * kMs);
+    // The worker runs tasks of the same time in any order.
     ASSERT_TRUE(PerfService::waitForCalls("perf_event", 4186, 3));
     clock.advance(1);
-    const std::vector<std::string> events = tracedEvents([&] {
-        // Three frames in time, of which two are seen to end by the next.
-        for (int i = 0; i < 3; ++i) {
-            monitor.onQueueBegin(kLayer, clock.now(), kFrameTime, 0);
-            monitor.onQueueEnd(kLayer, clock.now(), 0.0f);
-        }
-    });
-    EXPECT_EQ(2, std::count(events.begin(), events.end(), "B|frame finish, [Game %n%s]"));
+    // Two of the frames in time are seen to end by the next.
+    EXPECT_EQ(2, finishedFrames(kLayerName, [this] {
+                  for (int i = 0; i < 3; ++i) {
+                      monitor.onQueueBegin(kLayer, clock.now(), kFrameTime, 0);
+                      monitor.onQueueEnd(kLayer, clock.now(), 0.0f);
+                  }
+              }));
     monitor.setGFRActive(kLayer, false);
     monitor.setGFRActive(kLayer + 1, false);  // unknown: nothing
     monitor.unregisterLayer(kLayer + 1);      // unknown: told
