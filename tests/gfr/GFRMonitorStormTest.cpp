@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <map>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -31,13 +32,17 @@ TEST(GFRMonitorStorm, EveryFrameClimbsItsOwnLevels) {
     monitor.setVsyncInfo(20'000, 0);
 
     std::atomic<bool> running{true};
+    std::mutex switching[kLayers + 1];  // an end without its begin belongs to the frame before
     std::vector<std::thread> threads;
     for (int layer = 1; layer <= kLayers; ++layer) {
         threads.emplace_back([&, layer] {
             for (int32_t frame = 1; running; ++frame) {
                 const nsecs_t tag = layer * kFramesPerLayer + frame;
-                monitor.onQueueBegin(layer, systemTime(SYSTEM_TIME_MONOTONIC), tag, tag);
-                monitor.onQueueEnd(layer, systemTime(SYSTEM_TIME_MONOTONIC), 0.0f);
+                {
+                    std::lock_guard<std::mutex> lock(switching[layer]);
+                    monitor.onQueueBegin(layer, systemTime(SYSTEM_TIME_MONOTONIC), tag, tag);
+                    monitor.onQueueEnd(layer, systemTime(SYSTEM_TIME_MONOTONIC), 0.0f);
+                }
                 monitor.updateFrameDropWindow(layer, frame % 12);
                 if (frame % 4 == 0) std::this_thread::sleep_for(std::chrono::microseconds(50));
             }
@@ -53,8 +58,11 @@ TEST(GFRMonitorStorm, EveryFrameClimbsItsOwnLevels) {
             monitor.setGFRActive(layer, true);
             monitor.updateLayerTunables(layer, tunables);
             std::this_thread::sleep_for(std::chrono::microseconds(100));
-            monitor.setGFRActive(layer, false);
-            monitor.setGFRActive(layer, true);
+            {
+                std::lock_guard<std::mutex> lock(switching[layer]);
+                monitor.setGFRActive(layer, false);
+                monitor.setGFRActive(layer, true);
+            }
             if (i % 5 == 0) monitor.unregisterLayer(layer);
             monitor.setVsyncInfo(20'000 + i % 3, 0);
         }

@@ -241,7 +241,7 @@ TEST_F(HoldBackTest, VsyncDuringTheWaitIsServedNext) {
     EXPECT_TRUE(state->mReleased);
 }
 
-TEST_F(HoldBackTest, NeedsAPeriodAndBearsAHugeOne) {
+TEST_F(HoldBackTest, WithoutAPeriodNothingHappens) {
     monitor.setVsyncInfo(0, 60);
     const nsecs_t headroom = state->mHeadroom;
     ASSERT_TRUE(returns(queue()));
@@ -256,7 +256,9 @@ TEST_F(HoldBackTest, NeedsAPeriodAndBearsAHugeOne) {
     monitor.onVsync(clock.now());
     monitor.setVsyncInfo(kPeriod, 60);
     EXPECT_EQ(state->mHeadroom, kPeriod / 2);  // the rates were kept for when it is known
+}
 
+TEST_F(HoldBackTest, BearsAHugePeriod) {
     monitor.setVsyncInfo(INT64_MAX, 60);
     ASSERT_TRUE(returns(queue(/*instant=*/true)));
     state->mHeadroom = INT64_MAX;

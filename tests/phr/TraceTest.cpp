@@ -60,7 +60,7 @@ TEST_F(TraceTest, WaitsAndTheirReasonsAreTraced) {
         std::string reason;
     } cases[] = {{kStart, 1, "B|No additional delay due to recent jank.; E; "},
                  {-1, 1, "B|No additional delay due to wait for buffer drop; E; "},
-                 {-1, -1, "B|additional delay; E; B|unblockBuffer; E; "}};
+                 {-1, -1, "B|additional delay; E; "}};
     for (const auto& c : cases) {
         state->mPendingCount = 1;
         state->mLastJankTime = c.lastJankTime;
@@ -76,6 +76,7 @@ TEST_F(TraceTest, WaitsAndTheirReasonsAreTraced) {
             ASSERT_TRUE(returns(call));
         });
         EXPECT_NE(events.find("B|delay finish; E; " + c.reason), std::string::npos) << events;
+        EXPECT_EQ(events.find("B|unblockBuffer; ") != std::string::npos, c.dropWait < 0) << events;
     }
 }
 
