@@ -16,6 +16,7 @@
 
 #include "features/FeatureLog.h"
 #include "perf/PerfProxy.h"
+#include "timer/Singleton.h"
 
 namespace android {
 
@@ -43,19 +44,7 @@ Number extractNumber(const std::string& text) {
 }  // namespace
 
 FeatureManager* FeatureManager::getInstance() {
-    FeatureManager* instance = sInstance.load(std::memory_order_acquire);
-    if (instance != nullptr) {
-        return instance;
-    }
-    // Never destroyed: binder and watcher threads come here even while the process exits.
-    static Mutex& sInstanceMutex = *new Mutex;
-    Mutex::Autolock lock(sInstanceMutex);
-    instance = sInstance.load(std::memory_order_relaxed);
-    if (instance == nullptr) {
-        instance = new FeatureManager();
-        sInstance.store(instance, std::memory_order_release);
-    }
-    return instance;
+    return instanceOnFirstUse<FeatureManager>(sInstance, [] { return new FeatureManager(); });
 }
 
 FeatureManager::FeatureManager()

@@ -14,6 +14,7 @@
 #include "gfr/GFRHandler.h"
 #include "perf/PerfProxy.h"
 #include "timer/SaturatingCast.h"
+#include "timer/Singleton.h"
 #include "timer/TimerQueue.h"
 #include "timer/TimerThread.h"
 
@@ -40,17 +41,7 @@ bool differsBy(nsecs_t a, nsecs_t b, nsecs_t threshold) {
 }  // namespace
 
 GFRMonitor* GFRMonitor::getInstance() {
-    GFRMonitor* instance = sInstance.load(std::memory_order_acquire);
-    if (instance != nullptr) return instance;
-    // Never destroyed either: the compositor's threads go on while the process exits.
-    static Mutex& sInstanceLock = *new Mutex;
-    Mutex::Autolock lock(sInstanceLock);
-    instance = sInstance.load(std::memory_order_relaxed);
-    if (instance == nullptr) {
-        instance = new GFRMonitor();
-        sInstance.store(instance, std::memory_order_release);
-    }
-    return instance;
+    return instanceOnFirstUse<GFRMonitor>(sInstance, [] { return new GFRMonitor(); });
 }
 
 GFRMonitor::GFRMonitor() = default;

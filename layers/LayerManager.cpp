@@ -9,23 +9,13 @@
 #include "layers/LogTag.h"
 #include "perf/PerfProxy.h"
 #include "phr/PHRMonitor.h"
+#include "timer/Singleton.h"
 
 namespace android {
 
 LayerManager* LayerManager::getInstance() {
     static std::atomic<LayerManager*> sInstance{nullptr};
-    LayerManager* instance = sInstance.load(std::memory_order_acquire);
-    if (instance != nullptr) return instance;
-
-    // Never destroyed: binder and watcher threads come here even while the process exits.
-    static Mutex& sInstanceLock = *new Mutex;
-    Mutex::Autolock lock(sInstanceLock);
-    instance = sInstance.load(std::memory_order_relaxed);
-    if (instance == nullptr) {
-        instance = new LayerManager();
-        sInstance.store(instance, std::memory_order_release);
-    }
-    return instance;
+    return instanceOnFirstUse<LayerManager>(sInstance, [] { return new LayerManager(); });
 }
 
 LayerManager::LayerManager() = default;

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "perf/PerfLog.h"
+#include "timer/Singleton.h"
 
 namespace android {
 
@@ -38,18 +39,7 @@ constexpr int kGameFeedback = 2;    // its answer for a game
 std::atomic<PerfProxy*> PerfProxy::sInstance{nullptr};
 
 PerfProxy* PerfProxy::getInstance() {
-    PerfProxy* instance = sInstance.load(std::memory_order_acquire);
-    if (instance != nullptr) return instance;
-
-    // Never destroyed: hooks and binder threads come here even while the process exits.
-    static Mutex& sInstanceLock = *new Mutex;
-    Mutex::Autolock lock(sInstanceLock);
-    instance = sInstance.load(std::memory_order_relaxed);
-    if (instance == nullptr) {
-        instance = new PerfProxy();
-        sInstance.store(instance, std::memory_order_release);
-    }
-    return instance;
+    return instanceOnFirstUse<PerfProxy>(sInstance, [] { return new PerfProxy(); });
 }
 
 PerfProxy::PerfProxy() {

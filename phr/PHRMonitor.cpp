@@ -20,6 +20,7 @@
 #include "phr/LogTag.h"
 #include "phr/TraceSection.h"
 #include "timer/SaturatingCast.h"
+#include "timer/Singleton.h"
 #include "timer/TimerThread.h"
 
 namespace android {
@@ -33,18 +34,7 @@ constexpr nsecs_t kLastDeadline = std::numeric_limits<int32_t>::max() * nsecs_t{
 
 PHRMonitor* PHRMonitor::getInstance() {
     static std::atomic<PHRMonitor*> sInstance{nullptr};
-    PHRMonitor* instance = sInstance.load(std::memory_order_acquire);
-    if (instance != nullptr) return instance;
-
-    // Never destroyed: the compositor's threads come here even while the process exits.
-    static Mutex& sInstanceLock = *new Mutex;
-    Mutex::Autolock lock(sInstanceLock);
-    instance = sInstance.load(std::memory_order_relaxed);  // written under this lock alone
-    if (instance == nullptr) {
-        instance = new PHRMonitor();
-        sInstance.store(instance, std::memory_order_release);
-    }
-    return instance;
+    return instanceOnFirstUse<PHRMonitor>(sInstance, [] { return new PHRMonitor(); });
 }
 
 PHRMonitor::~PHRMonitor() {
