@@ -1,12 +1,11 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
+#include <android/log.h>
 #include <string.h>
 
 #include <algorithm>
 #include <utility>
-
-#include <android/log.h>
 
 #include "features/FeatureLog.h"
 #include "features/FeatureManager.h"

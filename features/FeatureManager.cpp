@@ -3,6 +3,9 @@
 
 #include "features/FeatureManager.h"
 
+#include <android-base/parsebool.h>
+#include <android/log.h>
+#include <cutils/properties.h>
 #include <string.h>
 
 #include <cmath>
@@ -10,13 +13,9 @@
 #include <sstream>
 #include <system_error>
 
-#include <android-base/parsebool.h>
-#include <android/log.h>
-#include <cutils/properties.h>
-
+#include "base/Singleton.h"
 #include "features/FeatureLog.h"
 #include "perf/PerfProxy.h"
-#include "timer/Singleton.h"
 
 namespace android {
 

@@ -3,6 +3,8 @@
 
 #pragma once
 
+#include <utils/Mutex.h>
+
 #include <atomic>
 #include <cstdint>
 #include <map>
@@ -10,12 +12,10 @@
 #include <string>
 #include <vector>
 
-#include <utils/Mutex.h>
-
+#include "base/Relaxed.h"
 #include "features/Feature.h"
 #include "features/GfrTunables.h"
 #include "features/PackageConfigs.h"
-#include "timer/Relaxed.h"
 
 namespace android {
 

@@ -1,12 +1,12 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include <chrono>
-#include <thread>
-
 #include <android-base/properties.h>
 #include <android/log.h>
 #include <cutils/properties.h>
+
+#include <chrono>
+#include <thread>
 
 #include "features/FeatureLog.h"
 #include "features/FeatureManager.h"

@@ -3,10 +3,10 @@
 
 #pragma once
 
+#include <utils/Timers.h>
+
 #include <cstdint>
 #include <vector>
-
-#include <utils/Timers.h>
 
 namespace android {
 

@@ -3,13 +3,13 @@
 
 #include "features/GfrTunablesParser.h"
 
+#include <android-base/stringprintf.h>
+
 #include <cmath>
 #include <cstdint>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
-
-#include <android-base/stringprintf.h>
 
 namespace android {
 

@@ -10,11 +10,11 @@
 #include <system_error>
 #include <utility>
 
+#include "base/SaturatingCast.h"
+#include "base/Singleton.h"
 #include "features/FeatureManager.h"
 #include "gfr/GFRHandler.h"
 #include "perf/PerfProxy.h"
-#include "timer/SaturatingCast.h"
-#include "timer/Singleton.h"
 #include "timer/TimerQueue.h"
 #include "timer/TimerThread.h"
 

@@ -10,13 +10,13 @@
 #include <cstdio>
 #include <system_error>
 
+#include "base/Relaxed.h"
+#include "base/SaturatingCast.h"
 #include "corvane/hooks.h"
 #include "hooks/GameTracker.h"
 #include "hooks/HookState.h"
 #include "hooks/PropertyMonitor.h"
 #include "hooks/SmartTouch.h"
-#include "timer/Relaxed.h"
-#include "timer/SaturatingCast.h"
 
 // Smart touch in the application's process: the frame after a touch is shown at once, and moves are
 // consumed as late as their frame allows. Called on the application's input and render threads.

@@ -3,7 +3,7 @@
 
 #pragma once
 
-#include "timer/Relaxed.h"
+#include "base/Relaxed.h"
 
 namespace android {
 

@@ -3,7 +3,7 @@
 
 #include "hooks/SmartTouch.h"
 
-#include "timer/SaturatingCast.h"
+#include "base/SaturatingCast.h"
 
 namespace android {
 namespace {

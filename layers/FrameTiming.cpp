@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "timer/SaturatingCast.h"
+#include "base/SaturatingCast.h"
 
 namespace android {
 namespace {

@@ -3,8 +3,8 @@
 
 #include "layers/InGameTracker.h"
 
+#include "base/SaturatingCast.h"
 #include "perf/PerfProxy.h"
-#include "timer/SaturatingCast.h"
 
 namespace android {
 namespace {

@@ -8,7 +8,7 @@
 
 #include <cstdint>
 
-#include "timer/Relaxed.h"
+#include "base/Relaxed.h"
 
 namespace android {
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "timer/Relaxed.h"
+#include "base/Relaxed.h"
 
 namespace android {
 

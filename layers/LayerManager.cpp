@@ -3,13 +3,13 @@
 
 #include "layers/LayerManager.h"
 
+#include "base/Singleton.h"
 #include "features/FeatureManager.h"
 #include "gfr/GFRMonitor.h"
 #include "layers/LayerInfo.h"
 #include "layers/LogTag.h"
 #include "perf/PerfProxy.h"
 #include "phr/PHRMonitor.h"
-#include "timer/Singleton.h"
 
 namespace android {
 

@@ -15,9 +15,9 @@
 #include <unordered_map>
 #include <vector>
 
+#include "base/Relaxed.h"
 #include "features/Feature.h"
 #include "layers/LayerCandidate.h"
-#include "timer/Relaxed.h"
 
 namespace android {
 
@@ -60,7 +60,7 @@ class LayerManager {
     void stop() EXCLUDES(mLock);
     void setSmartTouchEnable(bool enable);
 
-    // --- Compositor events (LayerEvents.cpp) ---
+    // --- Compositor events (LayerManagerEvents.cpp) ---
 
     // A buffer was queued, by the process and user of the binder call being served. May hold the
     // caller back for headroom control or pacing. `flag` is true for an instant buffer.
@@ -74,7 +74,7 @@ class LayerManager {
     // Smart touch wants held buffers to go.
     void unblockPendingBuffer() EXCLUDES(mLock);
 
-    // --- GPU jank (LayerGpuJank.cpp). Descriptors stay the caller's. ---
+    // --- GPU jank (LayerManagerGpuJank.cpp). Descriptors stay the caller's. ---
 
     // The fence is unsignalled although its frame is due: tells the GPU driver at once.
     void notifyGpuFenceUnsignaled(int fenceFd, int layerId) EXCLUDES(mLock);
@@ -83,7 +83,7 @@ class LayerManager {
     void trackLatchUnsignaledGpuFence(int fenceFd, int layerId) EXCLUDES(mLock);
     void flushLatchUnsignaledGpuFences() EXCLUDES(mLock);
 
-    // --- Registry (LayerRegistry.cpp) ---
+    // --- Registry (LayerManagerRegistry.cpp) ---
 
     // The tracked layer, or null while it is a candidate or refused. Counts one buffer.
     sp<LayerInfo> getOrCreateLayer(const std::string& name, int layerId, int pid, int uid,
@@ -94,7 +94,7 @@ class LayerManager {
     // Forgets silent candidates and enforces their limit.
     void cleanupCandidates(nsecs_t now) EXCLUDES(mLock);
 
-    // --- Scene reports (LayerScenes.cpp) ---
+    // --- Scene reports (LayerManagerScenes.cpp) ---
 
     // Ranks the visible applications, picks the low-latency one and reports the top ones to the
     // performance service when they changed or a report was asked for.
@@ -102,7 +102,7 @@ class LayerManager {
     // Forces a report after `delay` nanoseconds, on the boost worker.
     void scheduleNotifyUserScene(nsecs_t delay);
 
-    // --- Configuration changes (LayerConfigChanges.cpp) ---
+    // --- Configuration changes (LayerManagerConfigChanges.cpp) ---
 
     // A configuration or notification arrived from the service. An empty package means the
     // low-latency application.
@@ -120,7 +120,7 @@ class LayerManager {
 
     LayerManager();
 
-    // LayerRegistry.cpp
+    // LayerManagerRegistry.cpp
     void unregisterLayerLocked(LayerInfo& layer) REQUIRES(mLock);
     sp<LayerInfo> promoteLocked(const std::string& name, int layerId, int pid, int uid,
                                 std::string packageName) REQUIRES(mLock);
@@ -128,20 +128,20 @@ class LayerManager {
     // Where order matters, layers are walked by ascending id, so that results repeat.
     std::vector<sp<LayerInfo>> layersByIdLocked() const REQUIRES(mLock);
 
-    // LayerAppInfo.cpp
+    // LayerManagerAppInfo.cpp
     // Remembers the package under the user and has the boost worker classify it.
     void checkAppInfo(int layerId, const std::string& packageName, int uid, nsecs_t now)
             EXCLUDES(mLock);
     std::string cachedPackageLocked(const std::string& name, int uid, nsecs_t now) REQUIRES(mLock);
     void classifyLayer(int layerId, const std::string& packageName) EXCLUDES(mLock);
 
-    // LayerEvents.cpp
+    // LayerManagerEvents.cpp
     QueuedFrame trackQueueLocked(LayerInfo& layer, nsecs_t now) REQUIRES(mLock);
 
-    // LayerFrameRates.cpp
+    // LayerManagerFrameRates.cpp
     void onFpsModeChangedLocked() REQUIRES(mLock);
 
-    // LayerFeatures.cpp
+    // LayerManagerFeatures.cpp
     // Both create their monitor on first need. They run under mLock like all feature switching.
     void initGFREnv() REQUIRES(mLock);
     void initPHREnv() REQUIRES(mLock);
@@ -153,20 +153,20 @@ class LayerManager {
     void updateAliveCheckLocked(LayerInfo& layer) REQUIRES(mLock);
     void setLowLatencyAppLocked(LayerInfo* layer) REQUIRES(mLock);
 
-    // LayerConfigChanges.cpp
+    // LayerManagerConfigChanges.cpp
     void onHeadroomRatesChanged(const std::string& pkgName) EXCLUDES(mLock);
     void onGfrTunablesChanged(const std::string& pkgName) EXCLUDES(mLock);
     void onTargetFpsChanged(const std::string& pkgName) EXCLUDES(mLock);
     // The layers that a change for this package concerns.
     std::vector<sp<LayerInfo>> layersOfAppLocked(const std::string& pkgName) const REQUIRES(mLock);
 
-    // LayerScenes.cpp
+    // LayerManagerScenes.cpp
     void postSceneCheck();
     // Marks a report as due and has the boost worker run `task`, which sends it. When there is no
     // worker the mark is taken back, or the periodic check would wait for it forever.
     void postSceneTask(nsecs_t delay, std::function<void()> task);
 
-    // LayerGpuJank.cpp
+    // LayerManagerGpuJank.cpp
     // False when the layer's fences are known not to be the GPU driver's.
     bool checkAndCacheFenceOrigin(LayerInfo& layer, int fenceFd) EXCLUDES(mLock);
 

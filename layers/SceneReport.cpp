@@ -9,8 +9,8 @@
 #include <cmath>
 #include <utility>
 
+#include "base/SaturatingCast.h"
 #include "layers/LogTag.h"
-#include "timer/SaturatingCast.h"
 
 namespace android {
 namespace {

@@ -12,8 +12,8 @@
 #include <cstring>
 #include <utility>
 
+#include "base/Singleton.h"
 #include "perf/PerfLog.h"
-#include "timer/Singleton.h"
 
 namespace android {
 

@@ -15,7 +15,7 @@
 #include <thread>
 #include <vector>
 
-#include "timer/Relaxed.h"
+#include "base/Relaxed.h"
 #include "timer/TimerQueue.h"
 
 namespace aidl::vendor::hxw::hardware::perf2 {

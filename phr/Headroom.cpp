@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-#include "timer/SaturatingCast.h"
+#include "base/SaturatingCast.h"
 
 namespace android {
 

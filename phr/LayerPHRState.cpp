@@ -3,7 +3,7 @@
 
 #include "phr/LayerPHRState.h"
 
-#include "timer/SaturatingCast.h"
+#include "base/SaturatingCast.h"
 
 namespace android {
 

@@ -14,13 +14,13 @@
 #include <utility>
 #include <vector>
 
+#include "base/SaturatingCast.h"
+#include "base/Singleton.h"
 #include "features/FeatureManager.h"
 #include "perf/PerfProxy.h"
+#include "perf/TraceSection.h"
 #include "phr/Headroom.h"
 #include "phr/LogTag.h"
-#include "phr/TraceSection.h"
-#include "timer/SaturatingCast.h"
-#include "timer/Singleton.h"
 #include "timer/TimerThread.h"
 
 namespace android {

@@ -6,12 +6,12 @@
 #include <algorithm>
 #include <cmath>
 
+#include "base/SaturatingCast.h"
 #include "perf/PerfProxy.h"
+#include "perf/TraceSection.h"
 #include "phr/Headroom.h"
 #include "phr/LogTag.h"
 #include "phr/PHRMonitor.h"
-#include "phr/TraceSection.h"
-#include "timer/SaturatingCast.h"
 
 namespace android {
 

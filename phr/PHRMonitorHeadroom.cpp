@@ -6,11 +6,11 @@
 #include <algorithm>
 #include <optional>
 
+#include "base/SaturatingCast.h"
 #include "perf/PerfProxy.h"
 #include "phr/Headroom.h"
 #include "phr/LogTag.h"
 #include "phr/PHRMonitor.h"
-#include "timer/SaturatingCast.h"
 
 namespace android {
 

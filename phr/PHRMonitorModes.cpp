@@ -7,9 +7,9 @@
 #include <ctime>
 
 #include "perf/PerfProxy.h"
+#include "perf/TraceSection.h"
 #include "phr/LogTag.h"
 #include "phr/PHRMonitor.h"
-#include "phr/TraceSection.h"
 
 namespace android {
 

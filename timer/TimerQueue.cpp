@@ -14,7 +14,7 @@
 #include <cstring>
 #include <utility>
 
-#include "timer/SaturatingCast.h"
+#include "base/SaturatingCast.h"
 
 namespace android {
 

@@ -4,8 +4,8 @@
 // The functions through which a compositor and applications enter libcorvane.
 //
 // Unless its comment says otherwise, a function may be called from any thread and any number at a
-// time, does not block, and ignores null pointers and layer ids below 1. Texts are copied before the
-// function returns and may hold any bytes.
+// time, does not block, and ignores null pointers and layer ids below 1. Texts are copied before
+// the function returns and may hold any bytes.
 //
 // Times are nanoseconds of CLOCK_MONOTONIC.
 
@@ -105,8 +105,9 @@ CORVANE_EXPORT void aCorvaneSetTouchEvent(int32_t action);
 CORVANE_EXPORT void aCorvaneSetVsyncTime(int64_t vsyncTime);
 
 // Looks at a buffer before it is queued. One whose present time the application chose itself
-// (`*isAutoTimestamp` false) is left alone. Otherwise bit 0x20 of the flags is cleared, and the first
-// buffer after a touch becomes an instant one where it can: `*isAutoTimestamp` turns false and
+// (`*isAutoTimestamp` false) is left alone. Otherwise bit 0x20 of the flags is cleared, and the
+// first buffer after a touch becomes an instant one where it can: `*isAutoTimestamp` turns false
+// and
 // `*desiredPresentTime` a time just past. Null for any argument: ignored.
 CORVANE_EXPORT void aCorvaneFilterBuffer(bool* isAutoTimestamp, int64_t* desiredPresentTime,
                                          uint32_t* bufferFlags);

@@ -4,6 +4,7 @@
 #include <android/log.h>
 #include <ui/Rect.h>
 
+#include "base/SaturatingCast.h"
 #include "gfr/GFRMonitor.h"
 #include "layers/FrameTiming.h"
 #include "layers/LayerInfo.h"
@@ -11,7 +12,6 @@
 #include "layers/LogTag.h"
 #include "perf/PerfProxy.h"
 #include "phr/PHRMonitor.h"
-#include "timer/SaturatingCast.h"
 
 namespace android {
 namespace {

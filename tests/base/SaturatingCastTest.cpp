@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <limits>
 
-#include "timer/SaturatingCast.h"
+#include "base/SaturatingCast.h"
 
 namespace android {
 namespace {
