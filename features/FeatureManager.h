@@ -43,7 +43,8 @@ class FeatureManager {
     float getFrameResendVariation() const { return mFrameResendVariation; }
     // Above 0.
     float getGpuMinExecTimeMult() const { return mGpuMinExecTimeMult; }
-    // Seconds; -1 while TARGET_FPS is off.
+    // Length of the ramp to a target rate in queued frames, below 1 for none; -1 while TARGET_FPS is
+    // off. The log line that shows it says "seconds", which its readers know it by.
     int getTargetFpsSwitchTime() const { return mTargetFpsSwitchTime; }
     bool isTargetFpsCompensate() const { return mTargetFpsCompensate; }
     bool isPHRDynamicEnabled() const { return mPHRDynamicEnable; }
@@ -138,7 +139,7 @@ class FeatureManager {
     bool mEnable = true;
     bool mTargetFpsEnable = false;
     bool mTargetFpsCompensate = false;
-    int32_t mTargetFpsSwitchTime = -1;  // seconds
+    int32_t mTargetFpsSwitchTime = -1;  // queued frames
     bool mPHREnable = false;
     bool mPHRDynamicEnable = false;
     float mFrameResendVariation = 0.0f;

@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "corvane/hooks.h"
 #include "corvane/host/Binder.h"
 #include "corvane/host/LogCapture.h"
 #include "replay/Application.h"
@@ -30,13 +31,13 @@ constexpr uint32_t kBufferFlags = 0x20;
 
 // The library's application hooks, looked up by name.
 struct AppHooks {
-    void (*appInit)();
-    bool (*smartTouchActive)();
-    void (*queueBuffer)(bool markOnly);
-    void (*setTouchEvent)(int32_t action);
-    void (*setVsyncTime)(int64_t vsyncTime);
-    void (*filterBuffer)(bool* isAutoTimestamp, int64_t* desiredPresentTime, uint32_t* bufferFlags);
-    void (*consumeInputNow)(bool* consumeNow);
+    ACorvaneAppInitFn* appInit;
+    ACorvaneSmartTouchActiveFn* smartTouchActive;
+    ACorvaneQueueBufferFn* queueBuffer;
+    ACorvaneSetTouchEventFn* setTouchEvent;
+    ACorvaneSetVsyncTimeFn* setVsyncTime;
+    ACorvaneFilterBufferFn* filterBuffer;
+    ACorvaneConsumeInputNowFn* consumeInputNow;
 
     // Returns what is missing, or an empty text.
     std::string load() {

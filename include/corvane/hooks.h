@@ -23,13 +23,14 @@ extern "C" {
 
 // --- The compositor ---
 //
-// Call corvaneInit() once, before the first frame. Until it has returned true, and for ever when
-// the master switch is off, every other function does nothing and every query is false.
+// Call corvaneInit() once, before the first frame. Before it, and for ever when the master switch
+// is off, every other function does nothing and every query is false. The others act as soon as it
+// has read the switch: those called from other threads meanwhile may act before it returns.
 
 // Reads the switches and properties, registers with the performance service and starts tracking.
-// True when the library is enabled. Once it has returned true, calls change nothing; a disabled
-// library looks at its master switch again on each. The two integers are kept as they are and have
-// no meaning to the library.
+// True when the library is enabled. Once it has returned true, further calls change nothing. The
+// master switch is read once per process: a disabled library stays disabled, and every call logs
+// that. The two integers are kept as they are and have no meaning to the library.
 CORVANE_EXPORT bool corvaneInit(int32_t arg0, int32_t arg1);
 
 // Whether smart touch is on now. It can change at run time.
@@ -117,3 +118,27 @@ CORVANE_EXPORT void aCorvaneFilterBuffer(bool* isAutoTimestamp, int64_t* desired
 CORVANE_EXPORT void aCorvaneConsumeInputNow(bool* consumeNow);
 
 }  // extern "C"
+
+// --- The types of these functions ---
+//
+// For those who open the library at run time: what dlsym(library, "corvaneInit") returns points to
+// a CorvaneInitFn, and so on.
+
+using CorvaneInitFn = decltype(corvaneInit);
+using CorvaneSmartTouchEnabledFn = decltype(corvaneSmartTouchEnabled);
+using CorvaneSetVsyncPeriodFn = decltype(corvaneSetVsyncPeriod);
+using CorvaneUnblockPendingBufferFn = decltype(corvaneUnblockPendingBuffer);
+using CorvaneTrackBufferIncrementFn = decltype(corvaneTrackBufferIncrement);
+using CorvaneTrackBufferDecrementFn = decltype(corvaneTrackBufferDecrement);
+using CorvaneTrackVsyncSignalFn = decltype(corvaneTrackVsyncSignal);
+using CorvaneIsTargetFpsActiveFn = decltype(corvaneIsTargetFpsActive);
+using CorvaneNotifyGpuFenceUnsignaledFn = decltype(corvaneNotifyGpuFenceUnsignaled);
+using CorvaneTrackLatchUnsignaledGpuFenceFn = decltype(corvaneTrackLatchUnsignaledGpuFence);
+using CorvaneFlushLatchUnsignaledGpuFencesFn = decltype(corvaneFlushLatchUnsignaledGpuFences);
+using ACorvaneAppInitFn = decltype(aCorvaneAppInit);
+using ACorvaneSmartTouchActiveFn = decltype(aCorvaneSmartTouchActive);
+using ACorvaneQueueBufferFn = decltype(aCorvaneQueueBuffer);
+using ACorvaneSetTouchEventFn = decltype(aCorvaneSetTouchEvent);
+using ACorvaneSetVsyncTimeFn = decltype(aCorvaneSetVsyncTime);
+using ACorvaneFilterBufferFn = decltype(aCorvaneFilterBuffer);
+using ACorvaneConsumeInputNowFn = decltype(aCorvaneConsumeInputNow);
