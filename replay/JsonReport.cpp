@@ -169,6 +169,9 @@ std::string jsonReport(const ReportSource& source) {
     root["recording"]["layersLeftOut"] = Json::UInt64(recording.skippedLayers);
     root["scenario"] =
             source.scenarioFile.empty() ? Json::Value() : Json::Value(source.scenarioFile);
+    root["notes"] = list();
+    for (const auto& note : source.notes) root["notes"].append(note);
+    root["suggestion"] = source.suggestion.empty() ? Json::Value() : Json::Value(source.suggestion);
     root["replay"]["repeat"] = source.repeat;
     root["replay"]["stopped"] = played.stopped;
     root["replay"]["durationNs"] = Json::Int64(played.durationNs);

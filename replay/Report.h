@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "replay/Application.h"
 #include "replay/Findings.h"
@@ -24,6 +25,10 @@ struct ReportSource {
     const Findings& findings;
     std::optional<AppResult> application = std::nullopt;  // where touches were played
     bool terminal = false;                                // the text goes to one
+    // What a reader of the report should know of the recording and the scenario, a sentence each;
+    // may hold names that applications chose.
+    std::vector<std::string> notes = {};
+    std::string suggestion = {};  // the line to type next, which ends the report; empty: none
 };
 
 // For a person at a terminal: at most 100 columns, units at every number.

@@ -32,6 +32,19 @@ std::string heading(const ReportSource& source, const std::string& text) {
     return source.terminal ? "\x1b[1m" + text + "\x1b[0m\n" : text + "\n";
 }
 
+std::string notesPart(const ReportSource& source) {
+    std::string text;
+    for (const auto& note : source.notes) text += wrapped(note, "  Note: ", kWidth);
+    return text;
+}
+
+// What to type next stays one line, so that it can be copied.
+std::string suggestionPart(const ReportSource& source) {
+    if (source.suggestion.empty()) return "";
+    return heading(source, "To switch features on for a package of this recording") + "  " +
+           shown(source.suggestion, source.suggestion.size()) + "\n";
+}
+
 std::string recordingPart(const ReportSource& source) {
     const Recording& recording = source.recording;
     const PlayResult& played = source.played;
@@ -63,7 +76,7 @@ std::string recordingPart(const ReportSource& source) {
             text += "  " + shown(source.scenarioDescription, kWidth - 2) + "\n";
         }
     }
-    return text;
+    return text + notesPart(source);
 }
 
 std::string layersPart(const ReportSource& source) {
@@ -385,7 +398,7 @@ std::string complaintsPart(const ReportSource& source) {
 std::string textReport(const ReportSource& source) {
     return recordingPart(source) + layersPart(source) + featuresPart(source) + fencesPart(source) +
            scenesPart(source) + applicationPart(source) + servicePart(source) + hooksPart(source) +
-           complaintsPart(source);
+           complaintsPart(source) + suggestionPart(source);
 }
 
 }  // namespace corvane::replay

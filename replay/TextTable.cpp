@@ -53,6 +53,24 @@ std::string shown(std::string text, size_t width) {
     return text.substr(0, width - tail - kDots) + "..." + text.substr(text.size() - tail);
 }
 
+std::string wrapped(const std::string& sentence, const std::string& indent, size_t width) {
+    const size_t room = width - std::min(width - 1, indent.size());
+    std::string rest = shown(sentence, sentence.size());
+    std::string text;
+    do {
+        size_t end = rest.size();
+        if (end > room) {
+            end = rest.rfind(' ', room);
+            if (end == std::string::npos || end == 0) end = room;  // a word without an end
+        }
+        text += (text.empty() ? indent : std::string(indent.size(), ' ')) + rest.substr(0, end);
+        text += "\n";
+        rest.erase(0, end);
+        rest.erase(0, rest.find_first_not_of(' '));
+    } while (!rest.empty());
+    return text;
+}
+
 std::string TextTable::text(size_t width) const {
     constexpr const char* kIndent = "  ";
     constexpr const char* kGap = "  ";

@@ -25,6 +25,10 @@ std::string plural(size_t count, const char* noun);  // "1 frame", "2 frames"
 // its middle.
 std::string shown(std::string text, size_t width);
 
+// A sentence, broken between words into lines of at most `width` columns; the first begins with
+// `indent`, the others with as many blanks.
+std::string wrapped(const std::string& sentence, const std::string& indent, size_t width);
+
 // Lines of cells in aligned columns.
 class TextTable {
   public:

@@ -161,8 +161,8 @@ TEST_F(FindingsTest, ReportsFitAScreenWhateverTheNames) {
     const Findings findings = find();
     ASSERT_EQ(findings.complaints.size(), 1U);
     EXPECT_EQ(findings.complaints[0].second, 2U);
-    const ReportSource
-            source{"dir/" + std::string(300, 'f'), "", "", 1, mRecording, mPlayed, findings};
+    ReportSource source{"dir/" + std::string(300, 'f'), "", "", 1, mRecording, mPlayed, findings};
+    source.notes = {"a note of " + std::string(250, 'w') + "\x1b[2J and more words", ""};
     const std::string text = textReport(source);
     EXPECT_EQ(text.find('\x1b'), std::string::npos);
     for (size_t begin = 0; begin < text.size();) {
@@ -171,6 +171,7 @@ TEST_F(FindingsTest, ReportsFitAScreenWhateverTheNames) {
         begin = end + 1;
     }
     EXPECT_NE(text.find("4196"), std::string::npos);
+    EXPECT_NE(text.find("Note: a note of\n        www"), std::string::npos) << text;
     const std::string json = jsonReport(source);
     EXPECT_NE(json.find("\"candidateNs\" : 10000000"), std::string::npos);
     EXPECT_EQ(json.find('\x1b'), std::string::npos);
