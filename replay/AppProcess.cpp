@@ -56,6 +56,10 @@ void AppProcess::begin(int64_t startNs) {
     if (mError.empty() && !send(std::to_string(startNs))) mError = "the application ended early";
 }
 
+void AppProcess::stop() {
+    if (mPid > 0) kill(mPid, SIGTERM);
+}
+
 AppResult AppProcess::result() {
     AppResult failed;
     if (mError.empty()) {

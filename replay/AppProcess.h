@@ -24,6 +24,8 @@ class AppProcess {
 
     // Tells it when the replay's first step is due.
     void begin(int64_t startNs);
+    // Lets it end early, with the result so far.
+    void stop();
     // Waits for its end.
     AppResult result();
 

@@ -27,8 +27,12 @@ const char* const kUsage =
         "  --trace FILE           keep the library's own trace, which Perfetto opens\n"
         "  --help                 this text\n"
         "\n"
+        "FILE may be - for standard output; the text of the report goes to standard error then.\n"
+        "\n"
+        "An interrupt (Ctrl-C) or a termination signal ends the replay with the report so far.\n"
+        "\n"
         "Exit status: 0 played, 1 the library or the output failed, 2 the command line, the\n"
-        "recording or the scenario is not usable.\n";
+        "recording or the scenario is not usable; 130 ended by an interrupt, 143 by termination.\n";
 
 namespace {
 

@@ -98,7 +98,7 @@ PlayResult Player::play(const std::function<void(int64_t, int64_t)>& progress) {
 
     PlayResult result;
     result.startNs = mStartNs;
-    result.durationNs = sinceStart(mEndNs);
+    result.durationNs = std::max<int64_t>(0, sinceStart(mEndNs));
     result.stopped = mStopped;
     result.missedLatches = mMissedLatches;
     result.fences = mToldFences;
@@ -146,7 +146,8 @@ void Player::playPass(int64_t passStartNs) {
                 break;
             case Step::Kind::kLatch:
                 mRecordedDepth[step.layer] -= step.count;
-                sleepUntil(passStartNs + step.timeNs);
+                sleepUntil(passStartNs + step.timeNs, mStopped);
+                if (mStopped) break;
                 mMissedLatches += static_cast<size_t>(step.count - latch(step.layer, step.count));
                 break;
         }
@@ -170,7 +171,8 @@ void Player::drain(int64_t fromNs) {
 
 void Player::vsync(int64_t atNs) {
     flushFences();
-    sleepUntil(atNs);
+    sleepUntil(atNs, mStopped);
+    if (mStopped) return;
     mVsyncLateness.push_back(now() - atNs);
     mCompositorCosts.measure(Hook::kTrackVsyncSignal, [&] { mHooks.trackVsyncSignal(); });
 }
@@ -259,7 +261,7 @@ void Player::runProducer(Producer& producer) {
     };
     const size_t total = count * static_cast<size_t>(mRepeat);
     int64_t freeNs = 0;  // when the library let the producer go, apart from the machine's delays
-    for (size_t i = 0; i < total && !mStopped; ++i) {
+    for (size_t i = 0; i < total; ++i) {
         const Step& step = stepAt(i);
         const size_t next = i + producer.toNext[i % count];
         if (next < total && freeNs > dueAt(i) && freeNs >= dueAt(next)) {
@@ -267,7 +269,8 @@ void Player::runProducer(Producer& producer) {
             continue;
         }
         const int64_t startNs = std::max(dueAt(i), freeNs + producer.drawNs[i % count]);
-        sleepUntil(startNs);
+        sleepUntil(startNs, mStopped);
+        if (mStopped) break;
         const Layer& layer = mRecording.layers[step.layer];
         const int64_t callNs = now();
         const int64_t cost = producer.costs.measure(Hook::kTrackBufferIncrement, [&] {
@@ -287,8 +290,9 @@ void Player::runActions() {
     const int64_t endNs = mStartNs + mRepeat * passNs();
     for (const auto& action : mActions) {
         const int64_t at = mStartNs + action.atNs;
-        if (at > endNs || mStopped) break;  // never reached within the time that is played
-        sleepUntil(at);
+        if (at > endNs) break;  // never reached within the time that is played
+        sleepUntil(at, mStopped);
+        if (mStopped) break;
         action.run(mActionCosts);
     }
 }

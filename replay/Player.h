@@ -81,8 +81,8 @@ class Player {
     // Called with systemTime of the first step before that comes.
     void setOnStart(std::function<void(int64_t startNs)> onStart) { mOnStart = std::move(onStart); }
 
-    // Ends the replay early, at each thread's next step. May be called from any thread, and from a
-    // signal handler.
+    // Ends the replay early, each thread within a tenth of a second. May be called from any thread,
+    // and from a signal handler.
     void stop() { mStopped = true; }
 
     // Blocks until all is played. `progress` is called several times a second on the calling thread

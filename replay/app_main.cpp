@@ -6,8 +6,11 @@
 
 #include <android-base/properties.h>
 #include <dlfcn.h>
+#include <sys/prctl.h>
 #include <utils/Timers.h>
 
+#include <atomic>
+#include <csignal>
 #include <cstdint>
 #include <iostream>
 #include <string>
@@ -60,6 +63,19 @@ struct AppHooks {
     }
 };
 
+// Set by a signal: the replay is stopped, and the result is what was done so far.
+std::atomic<bool> sStopped{false};
+
+// The terminal's interrupt reaches this process, too; the replay itself passes on a termination.
+// Should the replay be killed, there is nobody left to play for.
+void followTheReplay() {
+    struct sigaction action {};
+    action.sa_handler = [](int /*signal*/) { sStopped.store(true); };
+    action.sa_flags = SA_RESTART;
+    for (const int signal : {SIGINT, SIGTERM}) sigaction(signal, &action, nullptr);
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+}
+
 class Application {
   public:
     Application(const AppHooks& hooks, AppPlan plan) : mHooks(hooks), mPlan(std::move(plan)) {}
@@ -90,19 +106,20 @@ class Application {
     void mainThread() {
         enterTimelineThread("main");
         for (const auto& step : mPlan.steps) {
+            if (step.kind == AppStep::Kind::kDequeue || step.kind == AppStep::Kind::kQueue)
+                continue;
+            sleepUntil(mStartNs + step.atNs, sStopped);
+            if (sStopped) return;
             switch (step.kind) {
                 case AppStep::Kind::kVsync:
-                    sleepUntil(mStartNs + step.atNs);
                     mMainCosts.measure(Hook::kAppSetVsyncTime, [&] {
                         mHooks.setVsyncTime(systemTime(SYSTEM_TIME_MONOTONIC));
                     });
                     break;
                 case AppStep::Kind::kTouch:
-                    sleepUntil(mStartNs + step.atNs);
                     touch(step.action);
                     break;
                 case AppStep::Kind::kProperty:
-                    sleepUntil(mStartNs + step.atNs);
                     android::base::SetProperty(step.property.name, step.property.value);
                     break;
                 case AppStep::Kind::kDequeue:
@@ -125,11 +142,13 @@ class Application {
     void renderThread() {
         enterTimelineThread("RenderThread");
         for (const auto& step : mPlan.steps) {
+            if (step.kind != AppStep::Kind::kDequeue && step.kind != AppStep::Kind::kQueue)
+                continue;
+            sleepUntil(mStartNs + step.atNs, sStopped);
+            if (sStopped) return;
             if (step.kind == AppStep::Kind::kDequeue) {
-                sleepUntil(mStartNs + step.atNs);
                 mRenderCosts.measure(Hook::kAppQueueBuffer, [&] { mHooks.queueBuffer(true); });
-            } else if (step.kind == AppStep::Kind::kQueue) {
-                sleepUntil(mStartNs + step.atNs);
+            } else {
                 mRenderCosts.measure(Hook::kAppQueueBuffer, [&] { mHooks.queueBuffer(false); });
                 filter(step.atNs);
             }
@@ -157,6 +176,7 @@ class Application {
 };
 
 int run() {
+    followTheReplay();
     std::string line;
     if (!std::getline(std::cin, line)) return 1;
     auto plan = appPlanFrom(line);

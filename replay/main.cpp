@@ -8,17 +8,16 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <utility>
 #include <variant>
@@ -31,25 +30,19 @@
 #include "replay/AppProcess.h"
 #include "replay/Application.h"
 #include "replay/Findings.h"
+#include "replay/Interruption.h"
 #include "replay/LibraryHooks.h"
 #include "replay/Options.h"
+#include "replay/OutputFile.h"
 #include "replay/Player.h"
 #include "replay/Recording.h"
 #include "replay/Report.h"
 #include "replay/Scenario.h"
+#include "replay/Stop.h"
+#include "replay/Timeline.h"
 
 namespace corvane::replay {
 namespace {
-
-constexpr int kPlayed = 0;
-constexpr int kFailed = 1;
-constexpr int kUnusable = 2;
-
-// Ends the program with one sentence.
-struct Stop {
-    int status;
-    std::string sentence;
-};
 
 std::string readFile(const std::string& path) {
     const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "rbe"), std::fclose);
@@ -62,35 +55,38 @@ std::string readFile(const std::string& path) {
     throw Stop{kUnusable, "cannot read " + path + ": " + std::strerror(errno)};
 }
 
-// The library's trace, which the findings are drawn from: the user's file, or one without a name,
+// The library's trace while it plays, which the findings are drawn from: a file without a name,
 // which goes away with the process however that ends.
 class TraceFile {
   public:
-    explicit TraceFile(std::string path) : mPath(std::move(path)) {
-        if (mPath.empty()) {
-            std::string name = std::filesystem::temp_directory_path() / "corvane-replay-XXXXXX";
-            mFd = mkostemp(name.data(), O_CLOEXEC);
-            if (mFd >= 0) unlink(name.c_str());
-            mPath = "/proc/self/fd/" + std::to_string(mFd);
-        }
-        if (!host::startTrace(mPath, ATRACE_TAG_GRAPHICS)) {
-            throw Stop{kUnusable, "cannot write the trace " + mPath + ": " + std::strerror(errno)};
-        }
+    TraceFile() : mFolder(std::filesystem::temp_directory_path()) {
+        std::string name = mFolder / "corvane-replay-XXXXXX";
+        mFd = mkostemp(name.data(), O_CLOEXEC);
+        if (mFd < 0) throw Stop{kFailed, failure(errno)};
+        unlink(name.c_str());
+        if (!host::startTrace(path(), ATRACE_TAG_GRAPHICS)) throw Stop{kFailed, failure(errno)};
     }
     ~TraceFile() {
         host::stopTrace();
-        if (mFd >= 0) close(mFd);
+        close(mFd);
     }
     TraceFile(const TraceFile&) = delete;
     TraceFile& operator=(const TraceFile&) = delete;
 
     std::string finish() {
-        host::stopTrace();
-        return readFile(mPath);
+        // Findings of half a trace would look like findings.
+        if (const int error = host::stopTrace()) throw Stop{kFailed, failure(error)};
+        return readFile(path());
     }
 
   private:
-    std::string mPath;
+    std::string path() const { return "/proc/self/fd/" + std::to_string(mFd); }
+    std::string failure(int error) const {
+        return "cannot write the library's trace in " + mFolder.string() + ": " +
+               std::strerror(error);
+    }
+
+    const std::filesystem::path mFolder;
     int mFd = -1;
 };
 
@@ -190,20 +186,32 @@ void endProgress() {
     if (isatty(STDERR_FILENO)) std::fputs("\r\x1b[K", stderr);
 }
 
-// The player that an interrupt stops, so that the report tells of what was played until then.
-std::atomic<Player*> sInterruptible{nullptr};
-
-void onInterrupt(int /*signal*/) {
-    if (Player* player = sInterruptible.load()) player->stop();
+PlayResult play(Player& player, AppProcess* application, Interruption& interruption) {
+    interruption.setPlayer(&player);
+    PlayResult played = player.play(showProgress);
+    interruption.setPlayer(nullptr);
+    if (played.stopped && application != nullptr) application->stop();
+    endProgress();
+    return played;
 }
 
-PlayResult play(Player& player) {
-    sInterruptible = &player;
-    std::signal(SIGINT, onInterrupt);
-    PlayResult played = player.play(showProgress);
-    std::signal(SIGINT, SIG_DFL);
-    sInterruptible = nullptr;
-    return played;
+// Every output is tried, whatever became of the ones before.
+void writeOutputs(const ReportSource& source, const std::string& trace, OutputFile& traceFile,
+                  OutputFile& jsonFile, OutputFile& textFile) {
+    std::string failures;
+    const auto finish = [&](OutputFile& file, std::string_view text) {
+        const std::string failure = file.finish(text);
+        if (!failure.empty()) failures += (failures.empty() ? "" : "; ") + failure;
+    };
+    if (traceFile.isOpen()) finish(traceFile, trace);
+    if (jsonFile.isOpen()) finish(jsonFile, jsonReport(source));
+    // A document for a program takes standard output whole.
+    if (traceFile.isStandardOutput() || jsonFile.isStandardOutput()) {
+        std::fputs(textReport(source).c_str(), stderr);
+    } else {
+        finish(textFile, textReport(source));
+    }
+    if (!failures.empty()) throw Stop{kFailed, failures};
 }
 
 Scenario loadScenario(const Options& options) {
@@ -213,7 +221,8 @@ Scenario loadScenario(const Options& options) {
     return std::move(*result.scenario);
 }
 
-void run(const Options& options) {
+// Returns the exit status.
+int run(const Options& options) {
     const Scenario scenario = loadScenario(options);
     const std::string file = options.recording.empty() ? scenario.recording : options.recording;
     if (file.empty()) {
@@ -224,15 +233,15 @@ void run(const Options& options) {
     const Recording& recording = *parsed.recording;
     const int repeat = options.repeat > 0 ? options.repeat : std::max(1, scenario.repeat);
 
-    std::ofstream json;
-    if (!options.json.empty()) {
-        json.open(options.json, std::ios::binary);
-        if (!json) {
-            throw Stop{kUnusable, "cannot write " + options.json + ": " + std::strerror(errno)};
-        }
-    }
+    const bool textIsApart = options.json == kStandardStream || options.trace == kStandardStream;
+    refuseClashes({file, options.scenario},
+                  {options.json, options.trace, textIsApart ? "" : kStandardStream});
+    Interruption interruption;
+    OutputFile jsonFile(options.json);
+    OutputFile traceFile(options.trace);
+    OutputFile textFile(kStandardStream);
     const host::LogCapture log;
-    TraceFile trace(options.trace);
+    TraceFile trace;
     setUpPhone(scenario);
     HookCosts startCosts;
     bool enabled = false;
@@ -250,8 +259,7 @@ void run(const Options& options) {
         player.setOnStart([&](int64_t startNs) { application->begin(startNs); });
     }
     queryLibrary(startCosts);
-    PlayResult played = play(player);
-    endProgress();
+    PlayResult played = play(player, application.get(), interruption);
     queryLibrary(startCosts);
     played.costs.merge(startCosts);
 
@@ -262,11 +270,15 @@ void run(const Options& options) {
                         played, findings};
     if (application) source.application = application->result();
     source.terminal = isatty(STDOUT_FILENO);
-    std::fputs(textReport(source).c_str(), stdout);
-    if (!enabled) std::puts("The library is switched off (vendor.perf.corvane.enable).");
-    if (json.is_open() && !(json << jsonReport(source)).flush()) {
-        throw Stop{kFailed, "cannot write " + options.json + ": " + std::strerror(errno)};
+    if (!enabled) {
+        source.notes.emplace_back("the library is switched off (vendor.perf.corvane.enable)");
     }
+    if (isRealTimeRefused()) {
+        source.notes.emplace_back(
+                "real-time priority was refused, as to any user but root: times are less exact");
+    }
+    writeOutputs(source, evidence.trace, traceFile, jsonFile, textFile);
+    return interruption.signal() == 0 ? kPlayed : kSignalled + interruption.signal();
 }
 
 }  // namespace
@@ -279,12 +291,12 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "corvane-replay: %s\n", parsed.error.c_str());
         return kUnusable;
     }
-    if (parsed.options->help) {
-        std::fputs(kUsage, stdout);
-        return kPlayed;
-    }
+    // A limit on the size of files is told like a full disk.
+    std::signal(SIGXFSZ, SIG_IGN);
     try {
-        run(*parsed.options);
+        if (!parsed.options->help) return run(*parsed.options);
+        const std::string failure = OutputFile(kStandardStream).finish(kUsage);
+        if (!failure.empty()) throw Stop{kFailed, failure};
     } catch (const Stop& stop) {
         std::fprintf(stderr, "corvane-replay: %s\n", stop.sentence.c_str());
         return stop.status;

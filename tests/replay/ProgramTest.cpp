@@ -1,17 +1,21 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <json/json.h>
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "TraceText.h"
 
@@ -39,9 +43,11 @@ class Program : public testing::Test {
         std::ofstream(path(name), std::ios::binary) << text;
         return path(name);
     }
-    Outcome run(const std::string& arguments) const {
+    // `setup` is what a shell does before.
+    Outcome run(const std::string& arguments, const std::string& setup = "") const {
         Outcome outcome{};
-        FILE* pipe = popen((mProgram.string() + " " + arguments + " 2>&1").c_str(), "r");
+        const std::string command = "exec 2>&1; " + setup + mProgram.string() + " " + arguments;
+        FILE* pipe = popen(command.c_str(), "r");
         char buffer[4096];
         size_t count = 0;
         while ((count = fread(buffer, 1, sizeof(buffer), pipe)) > 0) {
@@ -49,6 +55,30 @@ class Program : public testing::Test {
         }
         outcome.status = WEXITSTATUS(pclose(pipe));
         return outcome;
+    }
+    std::string read(const std::string& name) const {
+        std::ifstream file(path(name), std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+    // A scenario that touches, and its recording, both in the folder.
+    std::string touched() const {
+        TraceText text;
+        text.vsyncs(0, 10.0, 20);
+        for (int frame = 0; frame < 18; ++frame) {
+            text.counter(2.0 + 10.0 * frame, "SurfaceView[com.a/com.a.X]#7", 1);
+            text.counter(8.0 + 10.0 * frame, "SurfaceView[com.a/com.a.X]#7", 0);
+        }
+        text.counter(3.0, "wallpaper#8", 1).counter(7.0, "wallpaper#8", 0);
+        write("r.txt", text.str() + "damaged\n");
+        return write("s.json", R"({
+            "recording": "r.txt", "repeat": 2,
+            "games": [{"package": "com.a", "weight": 1, "targetFps": 30}],
+            "properties": [{"name": "vendor.rdxe.enable.target_fps", "value": "1"},
+                           {"name": "debug.vendor.perf.smart_touch", "value": "1"}],
+            "events": [{"atMs": 20, "unblock": true},
+                       {"atMs": 30, "property": {"name": "p", "value": "v"}},
+                       {"atMs": 20, "touch": "down"}, {"atMs": 30, "touch": "move"},
+                       {"atMs": 40, "touch": "up"}]})");
     }
 
     std::filesystem::path mProgram;
@@ -60,6 +90,9 @@ TEST_F(Program, EndsWithOneSentenceWhenTheInputIsNotUsable) {
     noLayers.vsyncs(0, 10.0, 4);
     usable.vsyncs(0, 10.0, 4).counter(1.0, "a/b#7", 1);
     const std::string good = write("good.txt", usable.str());
+    const std::string empty = write("empty.json", "{}");
+    std::filesystem::create_symlink(good, path("link"));
+    std::filesystem::create_hard_link(good, path("hard"));
     const struct {
         std::string arguments;
         const char* says;
@@ -82,6 +115,12 @@ TEST_F(Program, EndsWithOneSentenceWhenTheInputIsNotUsable) {
              "property a b cannot be set"},
             {good + " --json " + path("no/folder.json"), "No such file"},
             {good + " --trace " + path("no/folder.txt"), "No such file"},
+            {good + " --json " + good, "over the input"},
+            {good + " --trace " + path("link"), "over the input"},
+            {good + " >> " + path("hard"), "standard output would be written over the input"},
+            {good + " --config " + empty + " --json " + empty, "over the input"},
+            {good + " --json " + path("new") + " --trace " + path("./new"), "two outputs"},
+            {good + " --json - --trace -", "two outputs"},
     };
     for (const auto& test : kCases) {
         const Outcome outcome = run(test.arguments);
@@ -90,27 +129,75 @@ TEST_F(Program, EndsWithOneSentenceWhenTheInputIsNotUsable) {
         EXPECT_EQ(std::count(outcome.output.begin(), outcome.output.end(), '\n'), 1)
                 << outcome.output;
     }
+    EXPECT_EQ(read("good.txt"), usable.str());
+    EXPECT_EQ(read("empty.json"), "{}");
+    EXPECT_FALSE(std::filesystem::exists(path("new"))) << "refused before anything is written";
+}
+
+TEST_F(Program, TellsWhichOutputCannotBeWritten) {
+    TraceText usable;
+    usable.vsyncs(0, 10.0, 4).counter(1.0, "a/b#7", 1);
+    const std::string good = write("good.txt", usable.str());
+    const struct {
+        const char* setup;
+        std::string arguments;
+        const char* says;
+    } kCases[] = {
+            {"", good + " > /dev/full", "cannot write standard output: No space"},
+            {"", "--help > /dev/full", "cannot write standard output: No space"},
+            {"", good + " --json /dev/full", "cannot write /dev/full: No space"},
+            {"", good + " --trace /dev/full", "cannot write /dev/full: No space"},
+            {"", good + " --json - > /dev/full", "cannot write standard output: No space"},
+            {"ulimit -f 0; ", good, "cannot write the library's trace in "},
+            {"TMPDIR=/proc ", good, "cannot write the library's trace in /proc"},
+    };
+    for (const auto& test : kCases) {
+        const Outcome outcome = run(test.arguments, test.setup);
+        EXPECT_EQ(outcome.status, 1) << test.setup << test.arguments;
+        EXPECT_NE(outcome.output.find(test.says), std::string::npos) << outcome.output;
+    }
+}
+
+TEST_F(Program, GivesADocumentStandardOutputAlone) {
+    const Outcome outcome = run("--config " + touched() + " --json - 2>" + path("text"));
+    EXPECT_EQ(outcome.status, 0);
+    Json::Value report;
+    EXPECT_TRUE(Json::Reader().parse(outcome.output, report)) << outcome.output;
+    EXPECT_EQ(read("text").rfind("Recording  r.txt\n", 0), 0U);
+}
+
+TEST_F(Program, EndsOnASignalWithTheReportSoFar) {
+    const std::string scenario = touched();
+    for (const int signal : {SIGINT, SIGTERM}) {
+        std::filesystem::remove(path("out.json"));
+        const std::string arguments[] = {mProgram, "--config", scenario,        "--repeat",
+                                         "1000",   "--json",   path("out.json")};
+        std::vector<char*> argv;
+        for (const auto& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+        argv.push_back(nullptr);
+        posix_spawn_file_actions_t quiet;
+        posix_spawn_file_actions_init(&quiet);
+        posix_spawn_file_actions_addopen(&quiet, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+        pid_t pid = 0;
+        ASSERT_EQ(posix_spawn(&pid, mProgram.c_str(), &quiet, nullptr, argv.data(), environ), 0);
+        posix_spawn_file_actions_destroy(&quiet);
+        // Signals are handled before the first output is opened.
+        while (!std::filesystem::exists(path("out.json"))) usleep(1'000);
+        kill(pid, signal);
+        int status = 0;
+        ASSERT_EQ(waitpid(pid, &status, 0), pid);
+        EXPECT_TRUE(WIFEXITED(status));
+        EXPECT_EQ(WEXITSTATUS(status), 128 + signal);
+        Json::Value report;
+        std::ifstream(path("out.json")) >> report;
+        EXPECT_TRUE(report["replay"]["stopped"].asBool());
+        EXPECT_EQ(report["application"]["error"].asString(), "");
+        EXPECT_LT(report["application"]["frames"].asInt(), 18'000);
+    }
 }
 
 TEST_F(Program, ReportsWhatItPlayedAndWhatTheTouchedApplicationDid) {
-    TraceText text;
-    text.vsyncs(0, 10.0, 20);
-    for (int frame = 0; frame < 18; ++frame) {
-        text.counter(2.0 + 10.0 * frame, "SurfaceView[com.a/com.a.X]#7", 1);
-        text.counter(8.0 + 10.0 * frame, "SurfaceView[com.a/com.a.X]#7", 0);
-    }
-    text.counter(3.0, "wallpaper#8", 1).counter(7.0, "wallpaper#8", 0);
-    const std::string scenario = write("s.json", R"({
-        "recording": "r.txt", "repeat": 2,
-        "games": [{"package": "com.a", "weight": 1, "targetFps": 30}],
-        "properties": [{"name": "vendor.rdxe.enable.target_fps", "value": "1"},
-                       {"name": "debug.vendor.perf.smart_touch", "value": "1"}],
-        "events": [{"atMs": 20, "unblock": true},
-                   {"atMs": 30, "property": {"name": "p", "value": "v"}},
-                   {"atMs": 20, "touch": "down"}, {"atMs": 30, "touch": "move"},
-                   {"atMs": 40, "touch": "up"}]})");
-    write("r.txt", text.str() + "damaged\n");
-    const Outcome outcome = run("--config " + scenario + " --json " + path("out.json") +
+    const Outcome outcome = run("--config " + touched() + " --json " + path("out.json") +
                                 " --trace " + path("trace.txt"));
     EXPECT_EQ(outcome.status, 0) << outcome.output;
     EXPECT_NE(outcome.output.find("1 line skipped"), std::string::npos) << outcome.output;

@@ -10,6 +10,7 @@
 #include <utils/Timers.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 #include <mutex>
@@ -21,6 +22,11 @@ std::atomic<uint64_t> sTags{0};  // 0 while off
 struct TraceFile {
     std::mutex mutex;
     FILE* file = nullptr;
+    int error = 0;  // of the first write that failed
+
+    void note(bool failed) {
+        if (failed && error == 0) error = errno;
+    }
 };
 
 // Never destroyed: the library's detached threads may trace until the process ends.
@@ -47,10 +53,12 @@ void write(const std::string& event) {
     if (trace.file == nullptr) return;
     // Read under the lock, so that the lines are in the order of their times.
     const int64_t us = systemTime(SYSTEM_TIME_MONOTONIC) / 1'000;
-    fprintf(trace.file,
-            "%16s-%-7d (%7d) [%03d] .... %6" PRId64 ".%06" PRId64 ": tracing_mark_write: %s\n",
-            thread, gettid(), getpid(), sched_getcpu(), us / 1'000'000, us % 1'000'000,
-            event.c_str());
+    const int written = fprintf(trace.file,
+                                "%16s-%-7d (%7d) [%03d] .... %6" PRId64 ".%06" PRId64
+                                ": tracing_mark_write: %s\n",
+                                thread, gettid(), getpid(), sched_getcpu(), us / 1'000'000,
+                                us % 1'000'000, event.c_str());
+    trace.note(written < 0);
 }
 
 // "TYPE|pid|name", the beginning of every event but the end of a slice.
@@ -72,20 +80,22 @@ bool startTrace(const std::string& path, uint64_t tags) {
     const std::lock_guard<std::mutex> lock(trace.mutex);
     trace.file = fopen(path.c_str(), "we");
     if (trace.file == nullptr) return false;
-    fputs("# tracer: nop\n#\n"
-          "#           TASK-PID        TGID    CPU#  ||||   TIMESTAMP  FUNCTION\n",
-          trace.file);
+    trace.error = 0;
+    trace.note(fputs("# tracer: nop\n#\n"
+                     "#           TASK-PID        TGID    CPU#  ||||   TIMESTAMP  FUNCTION\n",
+                     trace.file) == EOF);
     sTags.store(tags, std::memory_order_relaxed);
     return true;
 }
 
-void stopTrace() {
+int stopTrace() {
     TraceFile& trace = traceFile();
     const std::lock_guard<std::mutex> lock(trace.mutex);
     sTags.store(0, std::memory_order_relaxed);
-    if (trace.file == nullptr) return;
-    fclose(trace.file);
+    if (trace.file == nullptr) return 0;
+    trace.note(fclose(trace.file) != 0);
     trace.file = nullptr;
+    return trace.error;
 }
 
 }  // namespace corvane::host

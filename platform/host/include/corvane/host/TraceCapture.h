@@ -14,7 +14,8 @@ namespace corvane::host {
 // Starts writing to `path`, with these tag bits enabled. False when the file cannot be created.
 bool startTrace(const std::string& path, uint64_t tags);
 
-// Completes the file and switches tracing off. Does nothing when it is off.
-void stopTrace();
+// Completes the file and switches tracing off. Returns the errno of the first write that failed
+// since the start, 0 when the file has everything or tracing is off.
+int stopTrace();
 
 }  // namespace corvane::host
