@@ -83,9 +83,9 @@ bool isMove(int32_t action) {
     return action == ACTION_MOVE || action == ACTION_HOVER_MOVE;
 }
 
-void watch(const char* property, void (*callback)(bool)) {
+void watch(const char* property, bool current, void (*callback)(bool)) {
     try {
-        propertyMonitor(property, callback);
+        propertyMonitor(property, current, callback);
     } catch (const std::system_error&) {
         // The switch keeps its value. An application must not die for want of a watcher.
     }
@@ -119,20 +119,18 @@ using namespace android;
 
 void aCorvaneAppInit() {
     sAppSmartTouchActive = true;
-    sSmartTouch = base::GetBoolProperty(kSmartTouchProperty, false);
-    sSmartTouchMove = base::GetBoolProperty(kSmartTouchMoveProperty, false);
+    const bool smartTouch = base::GetBoolProperty(kSmartTouchProperty, false);
+    const bool smartTouchMove = base::GetBoolProperty(kSmartTouchMoveProperty, false);
+    sSmartTouch = smartTouch;
+    sSmartTouchMove = smartTouchMove;
     sSmartTouchTrace = base::GetBoolProperty(kSmartTouchTraceProperty, false);
-    if (sSmartTouchMove) {
-        // A second call starts the measurement anew.
-        if (InGameTracker* tracker = inGameTracker()) tracker->reset();
-        createInGameTracker();
-    }
+    if (smartTouchMove) replaceInGameTracker();
     if (sSmartTouchTrace) {
         __android_log_print(ANDROID_LOG_DEBUG, kHookLogTag, "[App: ST:%d, STM:%d, STD:%d]",
-                            bool{sSmartTouch}, bool{sSmartTouchMove}, 1);
+                            smartTouch, smartTouchMove, 1);
     }
-    watch(kSmartTouchProperty, onSTPropChanged);
-    watch(kSmartTouchMoveProperty, onSTMPropChanged);
+    watch(kSmartTouchProperty, smartTouch, onSTPropChanged);
+    watch(kSmartTouchMoveProperty, smartTouchMove, onSTMPropChanged);
 }
 
 bool aCorvaneSmartTouchActive() {

@@ -51,12 +51,13 @@ bool initLocked(int32_t arg0, int32_t arg1) REQUIRES(sLock) {
     sGpuJankDetectEnabled = features->isFeatureEnabled(GPU_JANK_DETECT);
     sPhrEnabled = features->isFeatureEnabled(QUICK_TOUCH) || sTargetFpsEnabled;
     registerCallback();
-    sSmartTouch = base::GetBoolProperty(kSmartTouchProperty, false);
+    const bool smartTouch = base::GetBoolProperty(kSmartTouchProperty, false);
+    sSmartTouch = smartTouch;
     sSmartTouchTrace = base::GetBoolProperty(kSmartTouchTraceProperty, false);
-    __android_log_print(ANDROID_LOG_DEBUG, kHookLogTag, "[sf: ST:%d]", bool{sSmartTouch});
+    __android_log_print(ANDROID_LOG_DEBUG, kHookLogTag, "[sf: ST:%d]", smartTouch);
     __android_log_print(ANDROID_LOG_DEBUG, kHookLogTag, "[PHR:%d]", bool{sPhrEnabled});
-    LayerManager::getInstance()->init(sPhrEnabled || sSmartTouch, arg0, arg1);
-    propertyMonitor(kSmartTouchProperty, onSTPropChanged);
+    LayerManager::getInstance()->init(sPhrEnabled || smartTouch, arg0, arg1);
+    propertyMonitor(kSmartTouchProperty, smartTouch, onSTPropChanged);
     sInitialized = true;
     return true;
 }

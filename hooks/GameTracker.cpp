@@ -9,9 +9,20 @@
 namespace android {
 namespace {
 
-// Published once and kept: the hooks, which take no lock, could otherwise hold on to one that a
-// watcher has just replaced.
-std::atomic<InGameTracker*> sInGameTracker{nullptr};
+// A tracker that was published. It is never freed: the hooks, which take no lock, may be measuring
+// with one that has just been replaced. An application starts over once or twice.
+struct PublishedTracker final : InGameTracker {
+    const PublishedTracker* previous = nullptr;  // keeps it findable for whoever looks for leaks
+};
+
+std::atomic<PublishedTracker*> sInGameTracker{nullptr};
+
+PublishedTracker* newTracker() {
+    auto* created = new (std::nothrow) PublishedTracker;
+    // The process's reference, never given back.
+    if (created != nullptr) created->incStrong(&sInGameTracker);
+    return created;
+}
 
 }  // namespace
 
@@ -21,14 +32,19 @@ InGameTracker* inGameTracker() {
 
 void createInGameTracker() {
     if (inGameTracker() != nullptr) return;
-    auto* created = new (std::nothrow) InGameTracker;
+    PublishedTracker* created = newTracker();
     if (created == nullptr) return;
-    created->incStrong(&sInGameTracker);  // the process's reference, never given back
-    InGameTracker* expected = nullptr;
+    PublishedTracker* expected = nullptr;
     if (!sInGameTracker.compare_exchange_strong(expected, created, std::memory_order_release,
                                                 std::memory_order_relaxed)) {
-        created->decStrong(&sInGameTracker);  // another thread was first
+        delete created;  // another thread was first
     }
+}
+
+void replaceInGameTracker() {
+    PublishedTracker* created = newTracker();
+    const PublishedTracker* previous = sInGameTracker.exchange(created, std::memory_order_acq_rel);
+    if (created != nullptr) created->previous = previous;
 }
 
 }  // namespace android

@@ -15,10 +15,8 @@
 
 namespace android {
 
-void propertyMonitor(const std::string& name, void (*callback)(bool)) {
-    // Read here and not on the thread, which may start late: a flip after the return is never lost.
-    const bool initial = base::GetBoolProperty(name, false);
-    std::thread([name, callback, current = initial]() mutable {
+void propertyMonitor(const std::string& name, bool current, void (*callback)(bool)) {
+    std::thread([name, callback, current]() mutable {
         while (true) {
             const char* flipped = current ? "0" : "1";
             if (!base::WaitForProperty(name, flipped, std::chrono::milliseconds::max())) continue;

@@ -47,14 +47,4 @@ void InGameTracker::trackMoveEvent(nsecs_t time) {
     mLastMoveTime = time;
 }
 
-void InGameTracker::reset() {
-    mFpsMode = -1;
-    mFrameCount = 0;
-    mMoveCount = 0;
-    mWindowStart = -1;
-    mLastMoveTime = -1;
-    mFrameInterval = -1;
-    mTouchInterval = kDefaultTouchInterval;
-}
-
 }  // namespace android

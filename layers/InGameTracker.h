@@ -22,24 +22,18 @@ class InGameTracker : public LightRefBase<InGameTracker> {
     void queueBuffer(nsecs_t time);
     void trackMoveEvent(nsecs_t time);
 
-    // Forgets everything measured.
-    void reset();
-
     int getFpsMode() const { return mFpsMode; }                  // -1 until a window gave one
     nsecs_t getFrameInterval() const { return mFrameInterval; }  // ns; -1 until known
     nsecs_t getTouchInterval() const { return mTouchInterval; }  // ns
 
   private:
-    // Assumed until moves were measured: touch panels report at 100 Hz and more.
-    static constexpr nsecs_t kDefaultTouchInterval = 10'000'000;
-
     Relaxed<int32_t> mFpsMode{-1};
     Relaxed<int32_t> mFrameCount{0};  // buffers of the current window
     Relaxed<int32_t> mMoveCount{0};   // successive fast moves
     Relaxed<nsecs_t> mWindowStart{-1};
     Relaxed<nsecs_t> mLastMoveTime{-1};
     Relaxed<nsecs_t> mFrameInterval{-1};
-    Relaxed<nsecs_t> mTouchInterval{kDefaultTouchInterval};
+    Relaxed<nsecs_t> mTouchInterval{10'000'000};  // at first as of a touch panel of 100 Hz
 };
 
 }  // namespace android

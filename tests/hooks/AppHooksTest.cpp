@@ -8,6 +8,7 @@
 #include <fstream>
 
 #include "HookTest.h"
+#include "corvane/host/Properties.h"
 #include "corvane/host/Threads.h"
 #include "corvane/host/TraceCapture.h"
 
@@ -91,6 +92,9 @@ TEST_F(AppHooksTest, NothingHappensBeforeInit) {
 
 TEST_F(AppHooksTest, SwitchesFollowTheirProperties) {
     init(false, false);
+    for (const char* property : {kTouch, kMove}) {
+        EXPECT_EQ(propertyReads(property), 1) << "a flip between two would stay unnoticed";
+    }
     aCorvaneSetTouchEvent(DOWN);
     EXPECT_TRUE(powerBoosts().empty());
     Buffer buffer;

@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "HookTest.h"
+#include "corvane/host/Properties.h"
 #include "corvane/host/Threads.h"
 
 namespace corvane::host {
@@ -94,6 +95,7 @@ TEST_F(CompositorHooksTest, AFailedInitMayBeRepeated) {
 TEST_F(CompositorHooksTest, SmartTouchFollowsItsProperty) {
     set(kSmartTouchTrace, "1");
     ASSERT_TRUE(corvaneInit(0, 0));
+    EXPECT_EQ(propertyReads(kSmartTouch), 1) << "a flip between two would stay unnoticed";
     corvaneUnblockPendingBuffer();
     EXPECT_EQ(mLog.count("Smart touch debug"), 0u);
 

@@ -5,6 +5,7 @@
 
 #include <limits>
 
+#include "hooks/GameTracker.h"
 #include "hooks/SmartTouch.h"
 
 namespace android {
@@ -68,6 +69,23 @@ TEST(InputDecision, FollowsItsRules) {
                                            r.lastQueue, r.pendCount, r.firstPend}))
                 << r.what;
     }
+}
+
+// Whoever measures with a tracker while it is replaced goes on measuring with that one.
+TEST(GameTrackerTest, AReplacedTrackerKeepsWhatItMeasured) {
+    replaceInGameTracker();
+    InGameTracker* first = inGameTracker();
+    createInGameTracker();
+    EXPECT_EQ(inGameTracker(), first);
+    const auto queue = [first](nsecs_t from, nsecs_t until) {
+        for (nsecs_t time = from; time <= until; time += kFrame) first->queueBuffer(time);
+    };
+    queue(0, 500 * kMs);
+    replaceInGameTracker();
+    EXPECT_EQ(inGameTracker()->getFrameInterval(), -1);
+    queue(500 * kMs + kFrame, 1'000 * kMs);
+    EXPECT_EQ(first->getFpsMode(), 60) << "50 buffers";
+    EXPECT_EQ(inGameTracker()->getFpsMode(), -1);
 }
 
 }  // namespace
