@@ -9,7 +9,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <functional>
 #include <set>
 #include <string>
 #include <unordered_map>
@@ -17,6 +16,7 @@
 
 #include "base/Relaxed.h"
 #include "features/Feature.h"
+#include "features/PackageConfigs.h"
 #include "layers/LayerCandidate.h"
 
 namespace android {
@@ -99,7 +99,7 @@ class LayerManager {
     // Ranks the visible applications, picks the low-latency one and reports the top ones to the
     // performance service when they changed or a report was asked for.
     void checkMultiLayer(nsecs_t now) EXCLUDES(mLock);
-    // Forces a report after `delay` nanoseconds, on the boost worker.
+    // Sends one report after `delay` nanoseconds, on the boost worker, whatever is sent before.
     void scheduleNotifyUserScene(nsecs_t delay);
 
     // --- Configuration changes (LayerManagerConfigChanges.cpp) ---
@@ -157,14 +157,17 @@ class LayerManager {
     void onHeadroomRatesChanged(const std::string& pkgName) EXCLUDES(mLock);
     void onGfrTunablesChanged(const std::string& pkgName) EXCLUDES(mLock);
     void onTargetFpsChanged(const std::string& pkgName) EXCLUDES(mLock);
+    void setHeadroomRatesLocked(LayerInfo& layer, const PhrConfig& config) REQUIRES(mLock);
+    void applyGfrTunablesLocked(LayerInfo& layer) REQUIRES(mLock);
+    void applyTargetFpsLocked(LayerInfo& layer) REQUIRES(mLock);
+    // The layer has turned out to be a game's, to which more configurations apply. The monitors may
+    // know it already, with what it had until now.
+    void applyGameConfigsLocked(LayerInfo& layer) REQUIRES(mLock);
     // The layers that a change for this package concerns.
     std::vector<sp<LayerInfo>> layersOfAppLocked(const std::string& pkgName) const REQUIRES(mLock);
 
     // LayerManagerScenes.cpp
     void postSceneCheck();
-    // Marks a report as due and has the boost worker run `task`, which sends it. When there is no
-    // worker the mark is taken back, or the periodic check would wait for it forever.
-    void postSceneTask(nsecs_t delay, std::function<void()> task);
 
     // LayerManagerGpuJank.cpp
     // False when the layer's fences are known not to be the GPU driver's.
@@ -194,8 +197,10 @@ class LayerManager {
     bool mLayerLimitReached GUARDED_BY(mLock) = false;      // no promotions
     bool mCandidateLimitReached GUARDED_BY(mLock) = false;  // no new candidates
 
-    // A scene report is due: forced by a change of focus or rate mode, or scheduled.
+    // The next scene check sends its report, changed or not: the focus, a rate mode or time wants
+    // it.
     Relaxed<bool> mMultiLayerCheckPending{false};
+    std::atomic<int32_t> mScheduledReports{0};  // that wait for their time on the boost worker
     // The master gate of buffer events.
     Relaxed<bool> mTrackingEnabled{true};
     // No activity switch is going on.

@@ -10,6 +10,7 @@
 #include "layers/LayerManager.h"
 #include "layers/LogTag.h"
 #include "perf/PerfProxy.h"
+#include "perf/TraceSection.h"
 
 namespace android {
 namespace {
@@ -55,21 +56,17 @@ void LayerManager::checkAppInfo(int layerId, const std::string& packageName, int
 
 void LayerManager::classifyLayer(int layerId, const std::string& packageName) {
     PerfProxy* proxy = PerfProxy::getInstance();
-    PerfProxy::VTRACE_BEGIN("game layer checker");
+    const TraceSection section("game layer checker");
     const bool isGame = proxy->isGameApp(packageName);
     const int weight = proxy->getGameWeight(packageName);
-    {
-        Mutex::Autolock lock(mLock);
-        const auto layer = mLayers.find(layerId);
-        // The id may have gone to another application's layer meanwhile.
-        if (layer != mLayers.end() && layer->second->mPackageName == packageName) {
-            layer->second->mIsGame = isGame;
-            layer->second->mGameWeight = weight;
-            // Only a game may use headroom rates and the settings for all packages.
-            if (isGame) loadFeatureConfigsLocked(layer->second.get());
-        }
-    }
-    PerfProxy::VTRACE_END();
+
+    Mutex::Autolock lock(mLock);
+    const auto layer = mLayers.find(layerId);
+    // The id may have gone to another application's layer meanwhile.
+    if (layer == mLayers.end() || layer->second->mPackageName != packageName) return;
+    layer->second->mIsGame = isGame;
+    layer->second->mGameWeight = weight;
+    if (isGame) applyGameConfigsLocked(*layer->second);
 }
 
 }  // namespace android

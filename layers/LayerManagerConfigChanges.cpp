@@ -4,6 +4,7 @@
 #include <android/log.h>
 
 #include <cmath>
+#include <cstdlib>
 
 #include "features/FeatureManager.h"
 #include "gfr/GFRMonitor.h"
@@ -20,11 +21,19 @@ namespace {
 // Applications that came to share the screen need this long to settle.
 constexpr nsecs_t kConcurrencyReportDelay = 3'000'000'000;
 
-// A smaller change of a headroom rate is not worth restarting the adaptation.
-constexpr float kHeadroomRateTolerance = 0.01f;
+// A change of a headroom rate by so many hundredths of a period is not worth restarting the
+// adaptation.
+constexpr long long kMaxIgnoredHeadroomRateChange = 1;
 
 // Above this display rate the high-rate headroom applies.
 constexpr int32_t kMaxLowDisplayFps = 60;
+
+// The service counts rates in hundredths, and so they are compared: as fractions, steps of one
+// hundredth differ by a little more or less than 0.01.
+bool differs(float rate, float otherRate) {
+    const auto hundredths = [](float value) { return std::llround(value * 100.0f); };
+    return std::llabs(hundredths(rate) - hundredths(otherRate)) > kMaxIgnoredHeadroomRateChange;
+}
 
 }  // namespace
 
@@ -66,6 +75,8 @@ void LayerManager::onFeatureConfigChanged(Feature feature, const std::string& pk
             PerfProxy::VLOGD(kLayerLogTag, "OnFeatureConfigChanged - ACTV_IF_CONCURRENCY");
             break;
         case ACTV_SWITCHING: {
+            // Read and stored in one: of two callbacks at once, the older value must not stay.
+            Mutex::Autolock lock(mLock);
             const bool stable = features->isActvStable();
             mActvStable = stable;
             PerfProxy::VLOGD(kLayerLogTag,
@@ -96,20 +107,14 @@ void LayerManager::onHeadroomRatesChanged(const std::string& pkgName) {
     const bool highFps = mDisplayFpsMode > kMaxLowDisplayFps;
     for (const sp<LayerInfo>& layer : layersOfAppLocked(pkgName)) {
         if (!layer->mIsGame) continue;
-        const bool atMonitor = layer->mPhrRegistered && phr != nullptr;
         const auto config = FeatureManager::getInstance()->getPhrConfig(layer->mPackageName, true);
         layer->mQuickTouchActive = config.has_value();
         if (config) {
-            const float change = highFps ? config->highFpsPhrMinRate - layer->highFpsPhrMinRate
-                                         : config->phrMinRate - layer->phrMinRate;
-            if (std::fabs(change) > kHeadroomRateTolerance) {
-                layer->phrMinRate = config->phrMinRate;
-                layer->highFpsPhrMinRate = config->highFpsPhrMinRate;
-                if (atMonitor) {
-                    phr->updateHeadRoom(layer->mId, layer->phrMinRate, layer->highFpsPhrMinRate);
-                }
-            }
-        } else if (atMonitor) {
+            const bool changed =
+                    highFps ? differs(config->highFpsPhrMinRate, layer->highFpsPhrMinRate)
+                            : differs(config->phrMinRate, layer->phrMinRate);
+            if (changed) setHeadroomRatesLocked(*layer, *config);
+        } else if (layer->mPhrRegistered && phr != nullptr) {
             phr->setQuickTouchStatus(layer->mId, false);
         }
         PerfProxy::VLOGD(kLayerLogTag,
@@ -120,21 +125,23 @@ void LayerManager::onHeadroomRatesChanged(const std::string& pkgName) {
     }
 }
 
+void LayerManager::setHeadroomRatesLocked(LayerInfo& layer, const PhrConfig& config) {
+    layer.phrMinRate = config.phrMinRate;
+    layer.highFpsPhrMinRate = config.highFpsPhrMinRate;
+    PHRMonitor* phr = mPhrMonitor.load(std::memory_order_relaxed);
+    if (layer.mPhrRegistered && phr != nullptr) {
+        phr->updateHeadRoom(layer.mId, layer.phrMinRate, layer.highFpsPhrMinRate);
+    }
+}
+
 void LayerManager::onGfrTunablesChanged(const std::string& pkgName) {
-    if (mLayerCount == 0) return;
+    // No look at the number of layers before the lock: one that is being promoted there may have
+    // read the tunables before they came.
     Mutex::Autolock lock(mLock);
     bool logged = false;
     for (const sp<LayerInfo>& layer : layersOfAppLocked(pkgName)) {
         if (!mayRescueFrames(layer->mPackageName, layer->mSceneTag)) continue;
-        const bool atMonitor = layer->mGfrRegistered && mGfrMonitor != nullptr;
-        const auto tunables =
-                FeatureManager::getInstance()->getGFRTunables(layer->mPackageName, true);
-        if (layer->mGfrAllowed != tunables.has_value()) {
-            layer->mGfrAllowed = tunables.has_value();
-            layer->mGfrActive = false;
-            if (atMonitor) mGfrMonitor->setGFRActive(layer->mId, false);
-        }
-        if (tunables && atMonitor) mGfrMonitor->updateLayerTunables(layer->mId, *tunables);
+        applyGfrTunablesLocked(*layer);
         if (!logged) {
             PerfProxy::VLOGD(kLayerLogTag,
                              "OnFeatureConfigChanged - FRAME_RESCUE: gfrEnabled=%d, pkgName=%s",
@@ -144,23 +151,24 @@ void LayerManager::onGfrTunablesChanged(const std::string& pkgName) {
     }
 }
 
+void LayerManager::applyGfrTunablesLocked(LayerInfo& layer) {
+    const bool atMonitor = layer.mGfrRegistered && mGfrMonitor != nullptr;
+    const auto tunables = FeatureManager::getInstance()->getGFRTunables(layer.mPackageName, true);
+    if (layer.mGfrAllowed != tunables.has_value()) {
+        layer.mGfrAllowed = tunables.has_value();
+        layer.mGfrActive = false;
+        if (atMonitor) mGfrMonitor->setGFRActive(layer.mId, false);
+    }
+    if (tunables && atMonitor) mGfrMonitor->updateLayerTunables(layer.mId, *tunables);
+}
+
 void LayerManager::onTargetFpsChanged(const std::string& pkgName) {
     Mutex::Autolock lock(mLock);
     if (!mTargetFpsEnabled) return;
-    PHRMonitor* phr = mPhrMonitor.load(std::memory_order_relaxed);
     bool logged = false;
     for (const sp<LayerInfo>& layer : layersOfAppLocked(pkgName)) {
         if (!layer->mIsGame) continue;
-        const auto config = FeatureManager::getInstance()->getTfpsConfig(layer->mPackageName, true);
-        const float targetFps = config ? config->targetFps : 0.0f;
-        if (targetFps != layer->mGfrQueueEndValue) {
-            layer->mGfrQueueEndValue = targetFps;
-            const bool pace = targetFps > 0.0f && layer->mFps > targetFps;
-            if (layer->mPhrRegistered && phr != nullptr && (layer->mGfrQueueEndValid || pace)) {
-                layer->mGfrQueueEndValid = pace;
-                phr->setTargetFpsStatus(layer->mId, pace, layer->mFps, targetFps);
-            }
-        }
+        applyTargetFpsLocked(*layer);
         if (!logged) {
             PerfProxy::VLOGD(kLayerLogTag,
                              "OnFeatureConfigChanged - TARGET_FPS: targetFps=%.2f, pkgName=%s",
@@ -168,6 +176,28 @@ void LayerManager::onTargetFpsChanged(const std::string& pkgName) {
             logged = true;
         }
     }
+}
+
+void LayerManager::applyTargetFpsLocked(LayerInfo& layer) {
+    const auto config = FeatureManager::getInstance()->getTfpsConfig(layer.mPackageName, true);
+    const float targetFps = config ? config->targetFps : 0.0f;
+    if (targetFps == layer.mGfrQueueEndValue) return;
+    layer.mGfrQueueEndValue = targetFps;
+    const bool pace = targetFps > 0.0f && layer.mFps > targetFps;
+    PHRMonitor* phr = mPhrMonitor.load(std::memory_order_relaxed);
+    if (layer.mPhrRegistered && phr != nullptr && (layer.mGfrQueueEndValid || pace)) {
+        layer.mGfrQueueEndValid = pace;
+        phr->setTargetFpsStatus(layer.mId, pace, layer.mFps, targetFps);
+    }
+}
+
+void LayerManager::applyGameConfigsLocked(LayerInfo& layer) {
+    // Until now it had no headroom rates: whatever there is differs from none.
+    const auto rates = FeatureManager::getInstance()->getPhrConfig(layer.mPackageName, true);
+    layer.mQuickTouchActive = rates.has_value();
+    if (rates) setHeadroomRatesLocked(layer, *rates);
+    if (mayRescueFrames(layer.mPackageName, layer.mSceneTag)) applyGfrTunablesLocked(layer);
+    applyTargetFpsLocked(layer);
 }
 
 }  // namespace android

@@ -161,7 +161,7 @@ void LayerManager::onVsync(nsecs_t now) {
 
     cleanupInactiveLayers(now);
     cleanupCandidates(now);
-    if (!mMultiLayerCheckPending) checkMultiLayer(now);
+    if (!mMultiLayerCheckPending && mScheduledReports == 0) checkMultiLayer(now);
 }
 
 void LayerManager::setVsyncPeriod(nsecs_t periodNs) {

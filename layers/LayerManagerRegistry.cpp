@@ -35,6 +35,8 @@ sp<LayerInfo> LayerManager::getOrCreateLayer(const std::string& name, int layerI
     sp<LayerInfo> layer = getLayer(layerId);
     if (layer != nullptr) return layer;
 
+    // An application may have made the name long on purpose: nobody waits for the lock meanwhile.
+    std::string packageName = PerfProxy::getPackageName(name);
     bool tooManyCandidates = false;
     bool tooManyLayers = false;
     {
@@ -54,12 +56,11 @@ sp<LayerInfo> LayerManager::getOrCreateLayer(const std::string& name, int layerI
             if (promoted != mLayers.end()) return promoted->second;
             if (mCandidateLimitReached) return nullptr;
 
+            if (packageName.empty()) packageName = cachedPackageLocked(name, uid, now);
+            if (packageName.empty()) return nullptr;
+
             LayerCandidate newCandidate;
-            newCandidate.packageName = PerfProxy::getPackageName(name);
-            if (newCandidate.packageName.empty()) {
-                newCandidate.packageName = cachedPackageLocked(name, uid, now);
-            }
-            if (newCandidate.packageName.empty()) return nullptr;
+            newCandidate.packageName = std::move(packageName);
             newCandidate.updateAndCheckPromotion(now);
             tooManyCandidates = mCandidates.size() > kMaxCandidates;
             mCandidates.emplace(layerId, std::move(newCandidate));

@@ -39,23 +39,25 @@ void LayerManager::checkMultiLayer(nsecs_t /*now*/) {
 }
 
 void LayerManager::scheduleNotifyUserScene(nsecs_t delay) {
-    postSceneTask(delay, [this] {
+    ++mScheduledReports;
+    const uint64_t posted = PerfProxy::getInstance()->postTaskDelayed(delay, [this] {
         const nsecs_t now = systemTime(SYSTEM_TIME_MONOTONIC);
         cleanupInactiveLayers(now);
         cleanupCandidates(now);
+        // Not marked before: any check in between would have taken the mark for its own.
+        mMultiLayerCheckPending = true;
+        --mScheduledReports;
         checkMultiLayer(now);
     });
+    if (posted == 0) --mScheduledReports;
 }
 
 void LayerManager::postSceneCheck() {
-    postSceneTask(0, [this] { checkMultiLayer(systemTime(SYSTEM_TIME_MONOTONIC)); });
-}
-
-void LayerManager::postSceneTask(nsecs_t delay, std::function<void()> task) {
     mMultiLayerCheckPending = true;
-    if (PerfProxy::getInstance()->postTaskDelayed(delay, std::move(task)) == 0) {
-        mMultiLayerCheckPending = false;
-    }
+    const uint64_t posted = PerfProxy::getInstance()->postTask(
+            [this] { checkMultiLayer(systemTime(SYSTEM_TIME_MONOTONIC)); });
+    // Without a worker nobody takes the mark, and the periodic check would wait for it forever.
+    if (posted == 0) mMultiLayerCheckPending = false;
 }
 
 }  // namespace android

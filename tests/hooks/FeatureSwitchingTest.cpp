@@ -234,12 +234,22 @@ TEST_F(FeatureSwitchingTest, HeadroomFollowsItsConfiguration) {
     ASSERT_EQ(mLog.count("PHR: Registered layer 1"), 1u);
     const size_t set = mLog.count("Layer 1 set headroom");
 
-    headroom(mApp.package, 81);
-    EXPECT_EQ(mLog.count("Layer 1 set headroom"), set) << "0.01 is no change";
-    headroom(mApp.package, 81, 150);
-    EXPECT_EQ(mLog.count("Layer 1 set headroom"), set) << "nor is the other refresh class";
+    headroom(mApp.package, 80, 150);
+    EXPECT_EQ(mLog.count("Layer 1 set headroom"), set) << "the other refresh class";
+    // Wherever the rate stands, one point is no change and two are.
+    for (int percent = 2; percent <= 119; ++percent) {
+        headroom(mApp.package, 150);
+        headroom(mApp.package, percent);
+        mLog.clear();
+        headroom(mApp.package, percent + 1);
+        headroom(mApp.package, percent - 1);
+        EXPECT_EQ(mLog.count("Layer 1 set headroom"), 0u) << percent;
+        headroom(mApp.package, percent + 2);
+        EXPECT_EQ(mLog.count("Layer 1 set headroom"), 1u) << percent;
+    }
+    mLog.clear();
     headroom(mApp.package, 50);
-    EXPECT_EQ(mLog.count("Layer 1 set headroom"), set + 1);
+    EXPECT_EQ(mLog.count("Layer 1 set headroom"), 1u);
     EXPECT_EQ(mLog.count("OnFeatureConfigChanged - QUICK_TOUCH: set enabled=1, phrMinRate=0.50, "
                          "highFpsPhrMinRate=1.20, pkgName=" +
                          mApp.package),
@@ -249,7 +259,7 @@ TEST_F(FeatureSwitchingTest, HeadroomFollowsItsConfiguration) {
     corvaneSetVsyncPeriod(k90Hz);
     corvaneSetVsyncPeriod(15 * kMs);
     corvaneSetVsyncPeriod(k90Hz);
-    EXPECT_EQ(mLog.count("Layer 1 set headroom"), set + 2);
+    EXPECT_EQ(mLog.count("Layer 1 set headroom"), 2u);
     deepenQueue();
     EXPECT_EQ(mLog.count("Layer 1: enable PHR"), 0u);
     corvaneSetVsyncPeriod(k60Hz);

@@ -225,14 +225,19 @@ TEST_F(LayerRegistryTest, StopsAndStartsAgain) {
 // Rescue for every layer, and the headroom monitor without any pacing: the target is out of reach.
 class MonitorLifecycleTest : public RegistryTest {
   protected:
-    void setProperties() override { base::SetProperty("vendor.rdxe.enable.target_fps", "true"); }
+    void setProperties() override {
+        base::SetProperty("vendor.rdxe.enable.target_fps", "true");
+        base::SetProperty("vendor.perf.phr.enable", "true");
+    }
+    static void configure(int hint, const std::string& text, int arg, std::vector<int> values) {
+        FeatureManager::getInstance()->setCallbackHintValue(hint, text, arg, 0, values);
+    }
     void SetUp() override {
         RegistryTest::SetUp();
         manager().setVsyncPeriod(k60Hz);
         for (int id = 1; id <= 3; ++id) {
-            FeatureManager::getInstance()->setCallbackHintValue(4189, appOf(id) + ":golden=0.8", 0,
-                                                                0, {1});
-            FeatureManager::getInstance()->setCallbackHintValue(4171, appOf(id), 10'000, 0, {});
+            configure(4189, appOf(id) + ":golden=0.8", 0, {1});
+            configure(4171, appOf(id), 10'000, {});
         }
     }
 };
@@ -250,6 +255,34 @@ TEST_F(MonitorLifecycleTest, MonitorsStartAgainAfterAStop) {
         draw({2}, 100);
         EXPECT_EQ(mLog.count("GFRMonitor initialized"), round) << "nobody would stop it";
         manager().init(true, 0, 0);
+    }
+}
+
+// Paced and rescued by what its package has, it turns out to be a game's after all three of its
+// settings have changed: the monitors must hear of each.
+TEST_F(MonitorLifecycleTest, ALateAnswerIsAConfigurationChange) {
+    for (const bool rescued : {true, false}) {
+        const int id = rescued ? 1 : 2;
+        const std::string layer = "Layer " + std::to_string(id);
+        PerfService::addGame(appOf(id), 7);
+        std::promise<void> answer;
+        PerfProxy::getInstance()->postTask([go = answer.get_future().share()] { go.wait(); });
+        configure(4189, appOf(id) + ":golden=0.8", 0, {1});
+        configure(4171, appOf(id), 5'000, {});
+        configure(4187, appOf(id), 0, {0, 80, 0, 120});
+        while (mLog.count(layer + ": enable target fps") == 0) draw({id}, 1);
+        EXPECT_EQ(mLog.count(layer + " enable GFR"), 1u);
+
+        configure(4171, appOf(id), 0, {});
+        configure(4189, "1.2;1.5", 0, {rescued ? 1 : 0});
+        mLog.clear();
+        answer.set_value();
+        awaitBoostWorker();
+        ASSERT_TRUE(manager().getLayer(id)->mIsGame);
+        EXPECT_EQ(mLog.count(layer + " set headroom"), 1u);
+        EXPECT_EQ(mLog.count(layer + ": disable target fps"), 1u);
+        EXPECT_EQ(mLog.count("updateLayerTunables layer " + std::to_string(id)), rescued ? 1u : 0u);
+        EXPECT_EQ(mLog.count(layer + " disable GFR"), rescued ? 0u : 1u);
     }
 }
 

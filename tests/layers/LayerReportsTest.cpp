@@ -158,15 +158,21 @@ TEST_F(LayerScenesTest, AScheduledReportComesOnceAndHoldsBackThePeriodicOne) {
     mClock.advance(94 * kMs);
     EXPECT_EQ(reportsAfter(1), 1u);
 
+    // A report for another reason meanwhile takes nothing from the two that are scheduled.
     manager().scheduleNotifyUserScene(5'000 * kMs);
+    manager().scheduleNotifyUserScene(6'000 * kMs);
+    latch(1, /*focused=*/true);
+    EXPECT_EQ(reportsAfter(2), 2u);
     mClock.advance(1'000 * kMs);
     draw({2}, 40);
     manager().onVsync(mClock.now());
-    EXPECT_EQ(events(4194).size(), 1u) << "changed, but one is scheduled";
+    EXPECT_EQ(events(4194).size(), 2u) << "changed, but one is scheduled";
     EXPECT_EQ(mLog.count("marked for removal"), 1u);
-    mClock.advance(5'000 * kMs);
-    EXPECT_EQ(reportsAfter(2), 2u);
+    mClock.advance(4'000 * kMs);
+    EXPECT_EQ(reportsAfter(3), 3u);
     EXPECT_EQ(mLog.count("marked for removal"), 2u) << "it looks who is still drawing first";
+    mClock.advance(1'000 * kMs);
+    EXPECT_EQ(reportsAfter(4), 4u) << "unchanged, but scheduled";
 }
 
 TEST_F(LayerScenesTest, TheFirstGameInRankGetsLowLatency) {
