@@ -29,6 +29,23 @@ void postAndCancel(benchmark::State& state) {
 }
 BENCHMARK(postAndCancel)->Name("TimerQueue/postAndCancel")->Arg(0)->Arg(10)->Arg(1000);
 
+// The same behind an entry that is due earlier, as another layer's check is: the timer stays as it
+// is set. Given, since a cancelled entry stays in the heap until it would be due.
+constexpr int kRoundsBehindFront = 100'000;
+
+void postAndCancelBehindFront(benchmark::State& state) {
+    const auto queue = sp<TimerQueue>::make();
+    const sp<MessageHandler> handler = sp<NoHandler>::make();
+    queue->sendMessageDelayed(30 * kSecond, handler, Message());
+    for (auto _ : state) {
+        const uint64_t id = queue->sendMessageDelayed(60 * kSecond, handler, Message());
+        queue->cancelTask(id);
+    }
+}
+BENCHMARK(postAndCancelBehindFront)
+        ->Name("TimerQueue/postAndCancelBehindFront")
+        ->Iterations(kRoundsBehindFront);
+
 // A task that is due at once, up to its run.
 void postAndRun(benchmark::State& state) {
     const auto queue = sp<TimerQueue>::make();

@@ -60,6 +60,9 @@ TimerQueue::TimerQueue() {
 
 TimerQueue::~TimerQueue() {
     wake();
+    // The entries go last. One whose destruction posts or cancels must find a closed queue, not a
+    // heap that is being destroyed.
+    mInitialized = false;
     closeFd(mEpollFd);
     closeFd(mTimerFd);
     closeFd(mEventFd);
@@ -127,7 +130,7 @@ void TimerQueue::cancelTask(uint64_t id) {
     std::vector<TimerEntry> dropped;  // outlives the lock
     Mutex::Autolock lock(mLock);
     mCancelled.insert(id);
-    rearmFromHeapLocked(dropped);
+    dropCancelledFrontLocked(dropped);
 }
 
 void TimerQueue::removeMessages(const sp<MessageHandler>& handler) {
@@ -148,7 +151,7 @@ void TimerQueue::cancelMatching(Predicate matches) {
     for (const TimerEntry& entry : mHeap) {
         if (matches(entry)) mCancelled.insert(entry.id);
     }
-    rearmFromHeapLocked(dropped);
+    dropCancelledFrontLocked(dropped);
 }
 
 int TimerQueue::pollOnce(int timeoutMs) {
@@ -234,6 +237,11 @@ void TimerQueue::rearmFromHeapLocked(std::vector<TimerEntry>& dropped) {
     } else {
         armTimerLocked(mHeap.front().when);
     }
+}
+
+void TimerQueue::dropCancelledFrontLocked(std::vector<TimerEntry>& dropped) {
+    const bool changes = !mHeap.empty() && mCancelled.count(mHeap.front().id) != 0;
+    if (changes) rearmFromHeapLocked(dropped);
 }
 
 bool TimerQueue::takeCancelledLocked(uint64_t id) {

@@ -35,7 +35,8 @@ class TimerQueue : public RefBase {
     TimerQueue(const TimerQueue&) = delete;
     TimerQueue& operator=(const TimerQueue&) = delete;
 
-    // False when a descriptor could not be set up. The queue then accepts nothing.
+    // False when a descriptor could not be set up, and from the destructor's wake-up on. The queue
+    // then accepts nothing.
     bool isInitialized() const { return mInitialized; }
 
     // Each post returns the entry's id, never 0, or 0 with nothing posted when not initialised.
@@ -88,6 +89,9 @@ class TimerQueue : public RefBase {
     // may call this queue.
     void rearmFromHeapLocked(std::vector<TimerEntry>& dropped) REQUIRES(mLock);
 
+    // The same after a cancellation, at the price of a system call only when the front is concerned.
+    void dropCancelledFrontLocked(std::vector<TimerEntry>& dropped) REQUIRES(mLock);
+
     template <typename Predicate>
     void cancelMatching(Predicate matches) EXCLUDES(mLock);
 
@@ -97,7 +101,7 @@ class TimerQueue : public RefBase {
     int mEpollFd = -1;
     int mTimerFd = -1;  // one-shot, armed for the earliest pending deadline
     int mEventFd = -1;  // wake counter
-    bool mInitialized = false;
+    bool mInitialized = false;  // written by the constructor and the destructor alone
 
     Mutex mLock;
     std::vector<TimerEntry> mHeap GUARDED_BY(mLock);

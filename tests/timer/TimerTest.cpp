@@ -6,6 +6,7 @@
 #include <sched.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/timerfd.h>
 
 #include <atomic>
 #include <future>
@@ -58,7 +59,14 @@ class TimerQueueTest : public ::testing::Test {
         return deadline < 0 ? -1 : deadline - kStart;
     }
 
+    // Behind the queue's back, so that the next time it sets its timer shows.
+    void disarm() {
+        const itimerspec disarmed{};
+        ASSERT_EQ(0, timerfd_settime(mTimerFd, 0, &disarmed, nullptr));
+    }
+
     corvane::host::DrivenClock mClock{kStart};
+    const int mTimerFd = nextDescriptor() + 1;  // the queue opens it second
     const sp<TimerQueue> mQueue = sp<TimerQueue>::make();
     const sp<Recorder> mRecorder = sp<Recorder>::make();
 };
@@ -108,6 +116,10 @@ TEST_F(TimerQueueTest, CancelledAndRemovedEntriesNeverRun) {
     EXPECT_EQ(100, armedFor());
     mQueue->cancelTask(second);
     EXPECT_EQ(100, armedFor());
+    disarm();
+    mQueue->cancelTask(post(400, 4));
+    mQueue->removeMessages(mRecorder, 4);
+    EXPECT_EQ(-1, armedFor()) << "nothing behind the front may set the timer";
     mQueue->cancelTask(first);
     EXPECT_EQ(300, armedFor()) << "past both cancelled entries";
     EXPECT_EQ(Whats{}, seenAfter(250));
@@ -160,6 +172,21 @@ TEST_F(TimerQueueTest, HandlersMayUseTheQueue) {
     mQueue->cancelTask(mQueue->postTaskDelayed(7, taskOwning()));
     mQueue->postTaskDelayed(10, taskOwning());
     EXPECT_EQ((Whats{6, 0, 0}), seenAfter(10)) << "released when collected, or run";
+
+    // A queue that is being destroyed takes nothing, and still releases all that it had.
+    auto queue = sp<TimerQueue>::make();
+    TimerQueue* const dying = queue.get();
+    int released = 0;
+    for (int i = 0; i < 10; ++i) {
+        std::shared_ptr<void> last(nullptr, [&released, dying](void*) {
+            ++released;
+            dying->cancelTask(1);
+            EXPECT_EQ(0u, dying->postTask([] {}));
+        });
+        queue->postTaskDelayed(kMinute, [last = std::move(last)] {});
+    }
+    queue = nullptr;
+    EXPECT_EQ(10, released);
 }
 
 TEST_F(TimerQueueTest, WakesAndSignalsEndOnePoll) {
