@@ -41,11 +41,12 @@ void decide(benchmark::State& state) {
     deadlines.update(kPeriod, 0.0f, tunables, 0.2f, /*force=*/true);
     FrameDropWindow dropWindow;
     dropWindow.record(3);
-    nsecs_t ttd = 0;
+    BoostInputs inputs(deadlines, tunables, dropWindow);
+    inputs.baseMHz = 500;
+    inputs.maxFreqMHz = 3'000;
     for (auto _ : state) {
-        ttd = (ttd + 1'000) % kPeriod;
-        benchmark::DoNotOptimize(
-                decideBoost({0, 500, ttd, 0, 0, 3000, deadlines, tunables, dropWindow}));
+        inputs.ttdNs = (inputs.ttdNs + 1'000) % kPeriod;
+        benchmark::DoNotOptimize(decideBoost(inputs));
     }
 }
 BENCHMARK(decide)->Name("GFRMonitor/decideBoost");

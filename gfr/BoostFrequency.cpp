@@ -71,9 +71,17 @@ std::optional<BoostDecision> decideBoost(const BoostInputs& in) {
         decision = enhancedFreqByFrameDropWindow(in.dropWindow, decision.freqMHz);
         flags |= decision.flags;
     }
-    if (decision.freqMHz < kMinBoostMHz) return {{0, flags | BOOST_BELOW_FLOOR}};
-    if (decision.freqMHz > in.maxFreqMHz) return {{in.maxFreqMHz, flags | BOOST_CAPPED}};
-    return {{decision.freqMHz, flags}};
+    int32_t freqMHz = decision.freqMHz;
+    if (freqMHz < kMinBoostMHz) {
+        freqMHz = 0;
+        flags |= BOOST_BELOW_FLOOR;
+    }
+    // After the floor: the tunables may hold a negative cap, which lies below no boost at all.
+    if (freqMHz > in.maxFreqMHz) {
+        freqMHz = in.maxFreqMHz;
+        flags |= BOOST_CAPPED;
+    }
+    return {{freqMHz, flags}};
 }
 
 int32_t maxBoostMHz(const GfrTunables& tunables) {

@@ -37,16 +37,21 @@ struct BoostDecision {
     uint32_t flags;  // BoostFlag bits
 };
 
+// What one decision looks at. The layer's own records are only referred to.
 struct BoostInputs {
-    int level;          // level of the check that found the frame late
-    int32_t baseMHz;    // that level's base frequency
-    nsecs_t ttdNs;      // time to the frame's deadline, negative once it has passed
-    nsecs_t l0DelayNs;  // adjusted delay of the level-0 check; 0 = not adjusted
-    int32_t lastBoostMHz;
-    int32_t maxFreqMHz;
+    BoostInputs(const FrameDeadlines& layerDeadlines, const GfrTunables& layerTunables,
+                const FrameDropWindow& layerDropWindow)
+          : deadlines(layerDeadlines), tunables(layerTunables), dropWindow(layerDropWindow) {}
+
     const FrameDeadlines& deadlines;
     const GfrTunables& tunables;
     const FrameDropWindow& dropWindow;
+    int level = 0;             // level of the check that found the frame late
+    int32_t baseMHz = 0;       // that level's base frequency
+    nsecs_t ttdNs = 0;         // time to the frame's deadline, negative once it has passed
+    nsecs_t l0DelayNs = 0;     // adjusted delay of the level-0 check; 0 = not adjusted
+    int32_t lastBoostMHz = 0;  // of the layer's latest decision
+    int32_t maxFreqMHz = 0;    // the layer's cap
 };
 
 // The boost of a check at wake-up; nothing for a level that has no deadline.

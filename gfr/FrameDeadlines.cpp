@@ -30,7 +30,6 @@ void FrameDeadlines::update(nsecs_t vsyncPeriod, float newFps, const GfrTunables
 
     fps = newFps;
     periodNs = period;
-    vsyncPeriodNs = vsyncPeriod;
     resendThresholdNs = periods(resendVariation, period);
     jankDeadlinesNs.resize(tunables.jankThresholds.size());
     std::transform(tunables.jankThresholds.begin(), tunables.jankThresholds.end(),

@@ -20,7 +20,6 @@ constexpr float kFpsTolerance = 0.01f;
 struct FrameDeadlines {
     float fps = 0.0f;               // rate the period was taken from; 0 = the vsync period itself
     nsecs_t periodNs = -1;          // frame period; -1 until one is known
-    nsecs_t vsyncPeriodNs = 0;      // display period at the last update
     nsecs_t resendThresholdNs = 0;  // change of frame time that makes a release worth repeating
     nsecs_t minL0DelayNs = 0;       // shortest adjusted delay of the level-0 check
     nsecs_t goldenNs = 0;           // budget that a rescued frame should find left

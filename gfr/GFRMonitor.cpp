@@ -264,10 +264,14 @@ void GFRMonitor::cancelPendingChecksLocked(LayerGFRState& state) {
 
 int32_t GFRMonitor::calculateBoostFrequencyOnWakeupLocked(LayerGFRState& state, int level,
                                                           int32_t base) {
-    const nsecs_t ttd = saturatingSub(state.frameDeadline, systemTime(SYSTEM_TIME_MONOTONIC));
-    const auto decision =
-            decideBoost({level, base, ttd, state.l0DelayNs, state.lastBoostFreq, state.maxFreq,
-                         state.deadlines, state.tunables, state.dropWindow});
+    BoostInputs inputs(state.deadlines, state.tunables, state.dropWindow);
+    inputs.level = level;
+    inputs.baseMHz = base;
+    inputs.ttdNs = saturatingSub(state.frameDeadline, systemTime(SYSTEM_TIME_MONOTONIC));
+    inputs.l0DelayNs = state.l0DelayNs;
+    inputs.lastBoostMHz = state.lastBoostFreq;
+    inputs.maxFreqMHz = state.maxFreq;
+    const auto decision = decideBoost(inputs);
     if (!decision) {
         PerfProxy::VTRACE_PROFILE("[GFR2.0] Invalid level: %d", level);
         return base;
@@ -278,7 +282,7 @@ int32_t GFRMonitor::calculateBoostFrequencyOnWakeupLocked(LayerGFRState& state, 
                          "[GFR2.0] Invalid golden threshold or targetFrameTime, using base freq");
     }
     PerfProxy::VTRACE_PROFILE("[GFR2.0] L%d: ttd=%lldns base=%d MHz final_freq=%d MHz flags=0x%03x",
-                              level, static_cast<long long>(ttd), base, decision->freqMHz,
+                              level, static_cast<long long>(inputs.ttdNs), base, decision->freqMHz,
                               state.flags);
     return decision->freqMHz;
 }

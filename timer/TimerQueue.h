@@ -89,7 +89,8 @@ class TimerQueue : public RefBase {
     // may call this queue.
     void rearmFromHeapLocked(std::vector<TimerEntry>& dropped) REQUIRES(mLock);
 
-    // The same after a cancellation, at the price of a system call only when the front is concerned.
+    // The same after a cancellation, at the price of a system call only when the front is
+    // concerned.
     void dropCancelledFrontLocked(std::vector<TimerEntry>& dropped) REQUIRES(mLock);
 
     template <typename Predicate>
@@ -99,8 +100,8 @@ class TimerQueue : public RefBase {
     TimerEntry popFrontLocked() REQUIRES(mLock);
 
     int mEpollFd = -1;
-    int mTimerFd = -1;  // one-shot, armed for the earliest pending deadline
-    int mEventFd = -1;  // wake counter
+    int mTimerFd = -1;          // one-shot, armed for the earliest pending deadline
+    int mEventFd = -1;          // wake counter
     bool mInitialized = false;  // written by the constructor and the destructor alone
 
     Mutex mLock;

@@ -31,7 +31,6 @@ TEST(FrameDeadlines, FollowThePeriodOfTheLayerOrTheDisplay) {
     EXPECT_EQ(8 * kMs, d.minL0DelayNs);
     EXPECT_EQ(6 * kMs, d.goldenNs);
 
-    EXPECT_EQ(kPeriod, at(kPeriod, 40.0f).vsyncPeriodNs);
     EXPECT_EQ(25 * kMs, at(kPeriod, 40.0f).periodNs);
     EXPECT_EQ(16'666'667, at(kPeriod, 60.0f).periodNs);  // 1e9 / 60 in float, truncated
     for (float none : {0.01f, -40.0f, kNaN}) EXPECT_EQ(kPeriod, at(kPeriod, none).periodNs) << none;
