@@ -27,7 +27,8 @@ class PerfProxy;
 // One instance per process, created on first use and never destroyed. Switches are written only by
 // the constructor and read without a lock; each configuration map has a mutex of its own, held only
 // while the map is used, never two at once and never while the layer registry is called.
-// Configurations are written on binder threads and read on the compositor's.
+// Configurations are written on binder threads and read on the compositor's. All locks and their
+// order: docs/architecture.md.
 class FeatureManager {
   public:
     static FeatureManager* getInstance();
@@ -43,8 +44,8 @@ class FeatureManager {
     float getFrameResendVariation() const { return mFrameResendVariation; }
     // Above 0.
     float getGpuMinExecTimeMult() const { return mGpuMinExecTimeMult; }
-    // Length of the ramp to a target rate in queued frames, below 1 for none; -1 while TARGET_FPS is
-    // off. The log line that shows it says "seconds", which its readers know it by.
+    // Length of the ramp to a target rate in queued frames, below 1 for none; -1 while TARGET_FPS
+    // is off. The log line that shows it says "seconds", which its readers know it by.
     int getTargetFpsSwitchTime() const { return mTargetFpsSwitchTime; }
     bool isTargetFpsCompensate() const { return mTargetFpsCompensate; }
     bool isPHRDynamicEnabled() const { return mPHRDynamicEnable; }

@@ -33,7 +33,8 @@ class TimerQueue;
 //         +----- the next frame cancels the check that is pending
 //
 // mLock is held while hints are sent and checks are posted, so that hints leave in the order of the
-// decisions. The queue's lock nests inside it; nothing is called that could come back here.
+// decisions. The queue's lock nests inside it; nothing is called that could come back here. All
+// locks and their order: docs/architecture.md.
 class GFRMonitor {
   public:
     static GFRMonitor* getInstance();

@@ -32,7 +32,8 @@ struct LayerInfo;
 // The compositor's hooks enter here from its binder threads (queued buffers) and its main thread
 // (latches, vsyncs, fences); configuration changes come from the service's binder threads, scene
 // checks and game classifications run on the boost worker. Registry state, layer records included,
-// is under mLock; monitors are called with it held or after it, and never call back.
+// is under mLock; monitors are called with it held or after it, and never call back. All locks and
+// their order: docs/architecture.md.
 //
 // A layer's life:
 //

@@ -38,6 +38,7 @@ struct PerfPropValue {
 // without a lock, so every method may be called from any thread.
 //
 // The boost worker is the thread "BP". It makes the service calls that must not block a frame path.
+// All locks and their order: docs/architecture.md.
 class PerfProxy {
   public:
     using PerfCallback = aidl::vendor::hxw::hardware::perf2::IPerfCallback;

@@ -39,7 +39,7 @@ namespace android {
 // nothing; so does every headroom operation while no vsync period is known.
 //
 // Lock order: mLifecycleLock, then mCondLock, then mLock, then a layer state's mLock. A state's
-// mFieldsLock is innermost.
+// mFieldsLock is innermost. All locks and their order: docs/architecture.md.
 class PHRMonitor {
   public:
     static PHRMonitor* getInstance();

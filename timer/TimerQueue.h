@@ -21,6 +21,8 @@ namespace android {
 // Handlers run on that thread with no lock held, so they may post and cancel themselves.
 // Cancelling is lazy: it records the id, and the entry is dropped when it reaches the top of the
 // heap.
+//
+// mLock is innermost: docs/architecture.md has all locks and their order.
 class TimerQueue : public RefBase {
   public:
     // Results of pollOnce(), with the values of the platform looper's poll codes.

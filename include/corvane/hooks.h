@@ -47,12 +47,12 @@ CORVANE_EXPORT void corvaneUnblockPendingBuffer();
 // A layer queues a buffer. Call it on the binder thread that serves the queueing application: the
 // caller's pid and uid are taken as the producer's.
 //
-// BLOCKS that thread while headroom control or frame pacing holds the buffer back: at most two
-// vsync periods for headroom, less than a second for pacing. Hold no lock that the main thread
-// needs.
+// BLOCKS that thread while headroom control or target-FPS pacing holds the buffer back: at most two
+// vsync periods for headroom control, less than a second for pacing. Hold no lock that the main
+// thread needs.
 //
-// `bufferFlag` is false for a buffer to be shown at once, which is never held back. `extra` and
-// `extraTime` are not used.
+// `bufferFlag` is false for an instant buffer, one to be shown at once: headroom control lets it
+// and the next one pass, pacing does not. `extra` and `extraTime` are not used.
 CORVANE_EXPORT void corvaneTrackBufferIncrement(const char* layerName, int32_t layerId,
                                                 bool bufferFlag, uint32_t extra, int64_t extraTime);
 
