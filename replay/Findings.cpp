@@ -38,8 +38,16 @@ class Collector {
           : mRecording(recording), mPlayed(played) {
         mFindings.layers.resize(recording.layers.size());
         for (size_t i = 0; i < recording.layers.size(); ++i) mById[recording.layers[i].id] = i;
-        mFrames.resize(recording.layers.size());
-        for (const auto& frame : played.frames) mFrames[frame.layer].push_back(frame);
+        for (const auto& frame : played.frames) {
+            mFindings.layers[frame.layer].frames.push_back({frame.callNs, frame.returnNs});
+        }
+        for (auto& found : mFindings.layers) {
+            if (found.frames.size() < 2) continue;
+            const int64_t spanNs = found.frames.back().queueNs - found.frames.front().queueNs;
+            if (spanNs <= 0) continue;
+            found.runFps = static_cast<double>(found.frames.size() - 1) * kNsPerSecond /
+                           static_cast<double>(spanNs);
+        }
     }
 
     void readLog(const std::vector<host::LogLine>& log);
@@ -65,8 +73,14 @@ class Collector {
         const auto entry = mById.find(id);
         return entry == mById.end() ? nullptr : &mFindings.layers[entry->second];
     }
+    // The library's trace has microseconds; this much earlier than it was a time may be written.
+    static constexpr int64_t kTraceGrainNs = 1'000;
+    static constexpr double kNsPerSecond = 1e9;
+
     int64_t sinceStart(int64_t timeNs) const { return timeNs - mPlayed.startNs; }
 
+    void readStartLine(const std::string& text);
+    FrameRecord* frameAt(int layerId, int64_t traceTimeNs);
     void readRegistryLine(const std::string& text, int64_t atNs);
     void readFeatureLine(const std::string& text, int64_t atNs);
     void addSwitch(int id, FeatureKind kind, FeatureSwitch change);
@@ -79,7 +93,6 @@ class Collector {
     const Recording& mRecording;
     const PlayResult& mPlayed;
     std::unordered_map<int, size_t> mById;
-    std::vector<std::vector<PlayedFrame>> mFrames;  // per layer, in order
     int mHeadroomOffId = 0;  // the layer whose headroom control was switched off last
     std::vector<int64_t> mVsyncs;
     struct DeviceTrace {
@@ -101,8 +114,19 @@ void Collector::readLog(const std::vector<host::LogLine>& log) {
         if (startsWith(line.text, "[GPU JANK DETECTION] fence origin: ")) {
             mFindings.fences.origins.push_back(line.text);
         }
+        mFindings.debugLog |= line.priority == ANDROID_LOG_DEBUG;
+        readStartLine(line.text);
         readRegistryLine(line.text, atNs);
         readFeatureLine(line.text, atNs);
+    }
+}
+
+void Collector::readStartLine(const std::string& text) {
+    long long periodNs = 0;
+    if (startsWith(text, "[TFPS:")) {
+        mFindings.switchLine = text;
+    } else if (std::sscanf(text.c_str(), "vsync: %lld", &periodNs) == 1 && periodNs > 0) {
+        mFindings.displayHz.push_back(kNsPerSecond / static_cast<double>(periodNs));
     }
 }
 
@@ -211,6 +235,9 @@ void Collector::readTrace(const std::string& trace) {
                 if (queueing.pacedSinceNs < 0) break;
                 if (auto* found = layer(queueing.layerId)) {
                     found->pacedNs.push_back(event.timeNs - queueing.pacedSinceNs);
+                    if (auto* frame = frameAt(queueing.layerId, queueing.pacedSinceNs)) {
+                        frame->pacedNs = found->pacedNs.back();
+                    }
                 }
                 queueing.pacedSinceNs = -1;
                 break;
@@ -248,6 +275,23 @@ void Collector::addHeld(const Queueing& queueing, int64_t releaseNs) {
     if (found == nullptr) return;
     found->held.push_back(
             {sinceStart(queueing.sinceNs), releaseNs - queueing.sinceNs, std::nullopt});
+    if (auto* frame = frameAt(queueing.layerId, queueing.sinceNs)) {
+        frame->heldNs = found->held.back().heldNs;
+    }
+}
+
+// The buffer within whose call the library traced something; null for none.
+FrameRecord* Collector::frameAt(int layerId, int64_t traceTimeNs) {
+    auto* found = layer(layerId);
+    if (found == nullptr) return nullptr;
+    const int64_t latestNs = sinceStart(traceTimeNs) + kTraceGrainNs;
+    auto& frames = found->frames;
+    const auto next = std::partition_point(frames.begin(), frames.end(), [&](const auto& frame) {
+        return frame.queueNs <= latestNs;
+    });
+    if (next == frames.begin() || std::prev(next)->returnNs < sinceStart(traceTimeNs))
+        return nullptr;
+    return &*std::prev(next);
 }
 
 void Collector::placeReleases() {
@@ -302,13 +346,13 @@ void Collector::addBoost(int id, int64_t atNs, int level, int freqMHz) {
         return;
     }
     // A release comes from within the next buffer's call, a boost after the late buffer's.
-    const auto& frames = mFrames[entry->second];
+    const auto& frames = mFindings.layers[entry->second].frames;
     const auto next = std::partition_point(frames.begin(), frames.end(), [&](const auto& frame) {
-        return (level == 0 ? frame.callNs : frame.returnNs) <= atNs;
+        return (level == 0 ? frame.queueNs : frame.returnNs) <= atNs;
     });
     if (next != frames.begin()) {
         boost.frame = static_cast<size_t>(next - frames.begin());
-        boost.sinceQueueNs = atNs - std::prev(next)->callNs;
+        boost.sinceQueueNs = atNs - std::prev(next)->queueNs;
     }
     mFindings.layers[entry->second].boosts.push_back(boost);
 }

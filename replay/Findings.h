@@ -40,6 +40,14 @@ struct FeatureSwitch {
     bool becauseOfJank = false;  // of kHeadroom switched off
 };
 
+// One buffer that went through the library.
+struct FrameRecord {
+    int64_t queueNs;  // the call of its hook, and that call's return
+    int64_t returnNs;
+    int64_t heldNs = 0;   // for its headroom
+    int64_t pacedNs = 0;  // for the target FPS
+};
+
 // One buffer that the library held back.
 struct HeldFrame {
     int64_t atNs;
@@ -69,6 +77,9 @@ struct LayerFindings {
     std::vector<HeldFrame> held;
     std::vector<int64_t> pacedNs;  // how long target-FPS pacing let the producer sleep
     std::vector<Boost> boosts;
+    std::vector<FrameRecord> frames;  // all that were played, in order
+    // Of the whole run, from the first buffer to the last; none for fewer than two.
+    std::optional<double> runFps;
 
     const std::vector<FeatureSwitch>& of(FeatureKind kind) const {
         return switches[static_cast<size_t>(kind)];
@@ -87,6 +98,9 @@ struct FenceFindings {
 };
 
 struct Findings {
+    bool debugLog = false;              // without the library's debug lines much is not known
+    std::string switchLine;             // how the library found its switches, in its words
+    std::vector<double> displayHz;      // the rates of the display that the library took
     std::vector<LayerFindings> layers;  // one for each of the recording's
     size_t unblocked = 0;               // held buffers that the compositor's smart touch let go
     std::vector<host::PerfCall> calls;  // with times from the start of the replay

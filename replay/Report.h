@@ -11,6 +11,7 @@
 #include "replay/Findings.h"
 #include "replay/Player.h"
 #include "replay/Recording.h"
+#include "replay/Terminal.h"
 
 namespace corvane::replay {
 
@@ -24,14 +25,14 @@ struct ReportSource {
     const PlayResult& played;
     const Findings& findings;
     std::optional<AppResult> application = std::nullopt;  // where touches were played
-    bool terminal = false;                                // the text goes to one
+    Terminal terminal = {};                               // where the text goes
     // What a reader of the report should know of the recording and the scenario, a sentence each;
     // may hold names that applications chose.
     std::vector<std::string> notes = {};
     std::string suggestion = {};  // the line to type next, which ends the report; empty: none
 };
 
-// For a person at a terminal: at most 100 columns, units at every number.
+// For a person at a terminal: as wide as the terminal, units at every number.
 std::string textReport(const ReportSource& source);
 
 // The same for programs, one JSON document; times in nanoseconds from the start of the replay.

@@ -13,15 +13,16 @@
 namespace corvane::replay {
 namespace {
 
-constexpr size_t kWidth = 100;
 constexpr double kNsPerSecond = 1e9;
+
+constexpr const char* kIndent = "  ";
 
 // Lists are cut to what fits a screen; the JSON report has them whole.
 constexpr size_t kMaxEvents = 6;
 constexpr size_t kMaxSwitches = 6;
 constexpr size_t kMaxComplaints = 4;
 constexpr size_t kMaxFrames = 2;
-constexpr size_t kMaxDetail = 55;
+constexpr size_t kDetailColumn = 45;   // where the details of service calls begin
 constexpr size_t kMaxSceneText = 260;  // the library sends at most 256 characters
 
 constexpr int kSceneEvent = 4194;
@@ -29,12 +30,12 @@ constexpr int kModeEvent = 4196;
 
 // Stands out on a terminal; no blank lines, so that a report fits its screen.
 std::string heading(const ReportSource& source, const std::string& text) {
-    return source.terminal ? "\x1b[1m" + text + "\x1b[0m\n" : text + "\n";
+    return source.terminal.styled ? "\x1b[1m" + text + "\x1b[0m\n" : text + "\n";
 }
 
 std::string notesPart(const ReportSource& source) {
     std::string text;
-    for (const auto& note : source.notes) text += wrapped(note, "  Note: ", kWidth);
+    for (const auto& note : source.notes) text += wrapped(note, "  Note: ", source.terminal.width);
     return text;
 }
 
@@ -42,47 +43,53 @@ std::string notesPart(const ReportSource& source) {
 std::string suggestionPart(const ReportSource& source) {
     if (source.suggestion.empty()) return "";
     return heading(source, "To switch features on for a package of this recording") + "  " +
-           shown(source.suggestion, source.suggestion.size()) + "\n";
+           shown(source.suggestion) + "\n";
 }
 
 std::string recordingPart(const ReportSource& source) {
     const Recording& recording = source.recording;
     const PlayResult& played = source.played;
     const double hz = kNsPerSecond / static_cast<double>(recording.vsyncPeriodNs);
-    const auto fileName = [](const std::string& path) {
-        return shown(std::filesystem::path(path).filename(), kWidth - 11);
+    const auto fileName = [&](const std::string& path) {
+        return shown(std::filesystem::path(path).filename().string(), source.terminal.width - 11);
+    };
+    const auto line = [&](const std::string& sentence) {
+        return wrapped(sentence, kIndent, source.terminal.width);
     };
     std::string text = heading(source, "Recording  " + fileName(source.recordingFile));
-    text += "  " + seconds(recording.durationNs) + ", vsync period " +
-            millis(recording.vsyncPeriodNs) + format(" (%.1f Hz), ", hz) +
-            plural(recording.layers.size(), "layer") + ", " + plural(recording.frames, "frame") +
-            ", " + plural(recording.skippedLines, "line") + " skipped\n";
+    text += line(seconds(recording.durationNs) + ", vsync period " +
+                 millis(recording.vsyncPeriodNs) + format(" (%.1f Hz), ", hz) +
+                 plural(recording.layers.size(), "layer") + ", " +
+                 plural(recording.frames, "frame") + ", " + plural(recording.skippedLines, "line") +
+                 " skipped");
     if (recording.skippedLayers > 0) {
-        text += "  " + plural(recording.skippedLayers, "layer") +
-                " with the fewest frames left out\n";
+        text += line(plural(recording.skippedLayers, "layer") + " with the fewest frames left out");
     }
     const std::string times = source.repeat == 1 ? "once" : format("%d times", source.repeat);
-    text += "  played " + (played.stopped ? "until stopped" : times) + " in " +
-            seconds(played.durationNs) + "; vsyncs late by " + cost(played.lateness.p50) +
-            " p50, " + cost(played.lateness.p99) + " p99, " + cost(played.lateness.max) + " max\n";
+    text += line("played " + (played.stopped ? "until stopped" : times) + " in " +
+                 seconds(played.durationNs) + "; vsyncs late by " + cost(played.lateness.p50) +
+                 " p50, " + cost(played.lateness.p99) + " p99, " + cost(played.lateness.max) +
+                 " max");
     if (played.droppedFrames > 0 || played.missedLatches > 0) {
-        text += "  " + plural(played.droppedFrames, "frame") +
-                " not drawn while their producer was held; " +
-                plural(played.missedLatches, "buffer") + " not there at the recorded latch\n";
+        text += line(plural(played.droppedFrames, "frame") +
+                     " not drawn while their producer was held; " +
+                     plural(played.missedLatches, "buffer") + " not there at the recorded latch");
     }
     if (!source.scenarioFile.empty()) {
         text += heading(source, "Scenario   " + fileName(source.scenarioFile));
         if (!source.scenarioDescription.empty()) {
-            text += "  " + shown(source.scenarioDescription, kWidth - 2) + "\n";
+            text += "  " + shown(source.scenarioDescription, source.terminal.width - 2) + "\n";
         }
     }
     return text + notesPart(source);
 }
 
 std::string layersPart(const ReportSource& source) {
-    constexpr size_t kPackageWidth = 28;
-    TextTable table("rllrrrrrl");
-    table.add({"id", "package", "game", "frames", "candidate", "promoted", "FPS", "mode", "name"});
+    constexpr size_t kOtherColumns = 65;  // and what is left after the package is the name's
+    const size_t packageWidth = std::min<size_t>(28, source.terminal.width - kOtherColumns);
+    TextTable table("rllrrrrrrl");
+    table.add({"id", "package", "game", "frames", "candidate", "promoted", "FPS", "all", "mode",
+               "name"});
     for (size_t i = 0; i < source.recording.layers.size(); ++i) {
         const Layer& layer = source.recording.layers[i];
         const LayerFindings& found = source.findings.layers[i];
@@ -93,24 +100,26 @@ std::string layersPart(const ReportSource& source) {
             if (found.windows.back().mode >= 0) mode = std::to_string(found.windows.back().mode);
         }
         table.add({std::to_string(layer.id),
-                   found.package.empty() ? "-" : shown(found.package, kPackageWidth),
+                   found.package.empty() ? "-" : shown(found.package, packageWidth),
                    !found.game   ? "-"
                    : *found.game ? "yes"
                                  : "no",
                    std::to_string(layer.frames),
                    found.candidateNs ? seconds(*found.candidateNs) : "never",
-                   found.promotedNs ? seconds(*found.promotedNs) : "never", fps, mode, layer.name});
+                   found.promotedNs ? seconds(*found.promotedNs) : "never", fps,
+                   found.runFps ? format("%.1f", *found.runFps) : "-", mode, layer.name});
     }
-    std::string text = heading(source, "Layers") + table.text(kWidth);
+    std::string text = heading(source, "Layers") + table.text(source.terminal.width);
     for (size_t i = 0; i < source.recording.layers.size(); ++i) {
         const LayerFindings& found = source.findings.layers[i];
         if (found.modes.empty()) continue;
-        text += format("  layer %d:", source.recording.layers[i].id);
+        std::string modes = format("layer %d:", source.recording.layers[i].id);
         for (size_t m = 0; m < std::min(found.modes.size(), kMaxSwitches); ++m) {
-            text += format("%s mode %d at ", m == 0 ? "" : ",", found.modes[m].second) +
-                    seconds(found.modes[m].first);
+            modes += format("%s mode %d at ", m == 0 ? "" : ",", found.modes[m].second) +
+                     seconds(found.modes[m].first);
         }
-        text += found.modes.size() > kMaxSwitches ? ", ...\n" : "\n";
+        if (found.modes.size() > kMaxSwitches) modes += ", ...";
+        text += wrapped(modes, kIndent, source.terminal.width);
     }
     return text;
 }
@@ -227,16 +236,17 @@ std::string featuresPart(const ReportSource& source) {
             table.add({"frame rescue", switchesText(found.of(FeatureKind::kFrameRescue))});
             addBoosts(table, found.boosts);
         }
-        const std::string rows = table.text(kWidth);
+        const std::string rows = table.text(source.terminal.width);
         if (rows.empty()) continue;
         text += heading(source, format("Features of layer %d, ", source.recording.layers[i].id) +
-                                        shown(found.package, kWidth / 2)) +
+                                        shown(found.package, source.terminal.width / 2)) +
                 rows;
     }
     if (!source.findings.unclaimedBoosts.empty()) {
         TextTable table("ll");
         addBoosts(table, source.findings.unclaimedBoosts);
-        text += heading(source, "Frame rescue of no known layer") + table.text(kWidth);
+        text += heading(source, "Frame rescue of no known layer") +
+                table.text(source.terminal.width);
     }
     return text;
 }
@@ -245,13 +255,13 @@ std::string fencesPart(const ReportSource& source) {
     const FenceFindings& fences = source.findings.fences;
     if (fences.told == 0) return "";
     std::string text = heading(source, "GPU fences");
-    text +=
-            format("  %zu unsignalled at latch: %s sent, %zu filtered (GPU work too recent), "
-                   "%zu skipped\n",
-                   fences.told, plural(fences.sent, "deadline").c_str(), fences.filtered,
-                   fences.skipped());
+    text += wrapped(format("%zu unsignalled at latch: %s sent, %zu filtered (GPU work too recent), "
+                           "%zu skipped",
+                           fences.told, plural(fences.sent, "deadline").c_str(), fences.filtered,
+                           fences.skipped()),
+                    kIndent, source.terminal.width);
     for (size_t i = 0; i < std::min(fences.origins.size(), kMaxEvents); ++i) {
-        text += "  " + shown(fences.origins[i], kWidth - 2) + "\n";
+        text += "  " + shown(fences.origins[i], source.terminal.width - 2) + "\n";
     }
     return text;
 }
@@ -262,6 +272,7 @@ std::string scenesPart(const ReportSource& source) {
         if (call.entry == "perf_event" && call.number == kSceneEvent) reports.push_back(&call);
     }
     if (reports.empty()) return "";
+    // Whole, and longer than a narrow terminal's line: one copies them.
     std::string text = heading(source, "Scene reports");
     for (size_t i = 0; i < std::min(reports.size(), kMaxEvents); ++i) {
         std::string json = reports[i]->package;
@@ -277,15 +288,19 @@ std::string applicationPart(const ReportSource& source) {
     if (!source.application) return "";
     const AppResult& app = *source.application;
     std::string text = heading(source, "Touched application, in a process of its own");
-    if (!app.error.empty()) return text + "  failed: " + shown(app.error, kWidth - 10) + "\n";
-    text += "  " + plural(app.frames, "frame") + format(", %zu made instant", app.instantNs.size());
+    if (!app.error.empty())
+        return text + "  failed: " + shown(app.error, source.terminal.width - 10) + "\n";
+    std::string frames =
+            plural(app.frames, "frame") + format(", %zu made instant", app.instantNs.size());
     for (size_t i = 0; i < std::min(app.instantNs.size(), kMaxEvents); ++i) {
-        text += (i == 0 ? " at " : ", ") + seconds(app.instantNs[i]);
+        frames += (i == 0 ? " at " : ", ") + seconds(app.instantNs[i]);
     }
-    text += format("\n  %s requested; moves: %zu consumed at once, %zu held\n",
-                   plural(app.powerBoosts.size(), "power boost").c_str(), app.inputConsumed,
-                   app.inputHeld);
-    return text;
+    if (app.instantNs.size() > kMaxEvents) frames += ", ...";
+    const std::string input = format("%s requested; moves: %zu consumed at once, %zu held",
+                                     plural(app.powerBoosts.size(), "power boost").c_str(),
+                                     app.inputConsumed, app.inputHeld);
+    return text + wrapped(frames, kIndent, source.terminal.width) +
+           wrapped(input, kIndent, source.terminal.width);
 }
 
 const char* meaningOf(const host::PerfCall& call) {
@@ -345,7 +360,8 @@ std::string servicePart(const ReportSource& source) {
         std::string detail = detailOf(*calls.front(), nullptr);
         for (size_t i = 1; i < calls.size(); ++i) {
             const std::string next = detailOf(*calls[i], calls[i - 1]);
-            if (i == kMaxEvents || detail.size() + next.size() > kMaxDetail) {
+            if (i == kMaxEvents ||
+                columnsOf(detail) + columnsOf(next) > source.terminal.width - kDetailColumn) {
                 detail += ", ...";
                 break;
             }
@@ -354,7 +370,7 @@ std::string servicePart(const ReportSource& source) {
         table.add({key.first, number, meaningOf(*calls.front()), std::to_string(calls.size()) + "x",
                    detail});
     }
-    const std::string rows = table.text(kWidth);
+    const std::string rows = table.text(source.terminal.width);
     return heading(source, "Calls that reached the performance service") +
            (rows.empty() ? "  none\n" : rows);
 }
@@ -376,7 +392,7 @@ std::string hooksPart(const ReportSource& source) {
         }
     }
     return heading(source, "Hooks (with debug log and trace on; time held back counts)") +
-           table.text(kWidth);
+           table.text(source.terminal.width);
 }
 
 std::string complaintsPart(const ReportSource& source) {
@@ -385,7 +401,7 @@ std::string complaintsPart(const ReportSource& source) {
     std::string text = heading(source, "Warnings and errors of the library");
     for (size_t i = 0; i < std::min(complaints.size(), kMaxComplaints); ++i) {
         const auto& [line, count] = complaints[i];
-        text += format("  %zux  ", count) + shown(line, kWidth - 10) + "\n";
+        text += format("  %zux  ", count) + shown(line, source.terminal.width - 10) + "\n";
     }
     if (complaints.size() > kMaxComplaints) {
         text += format("  and %zu more\n", complaints.size() - kMaxComplaints);

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -21,9 +22,15 @@ std::string cost(int64_t ns);
 
 std::string plural(size_t count, const char* noun);  // "1 frame", "2 frames"
 
-// A text that applications chose, as a terminal may see it: printable ASCII, and a long one loses
+// A text that applications chose, as a terminal may see it, in at most `width` columns: valid UTF-8
+// stays as it is, as long as it only prints; any other byte is escaped ("\x1b"). A long text loses
 // its middle.
-std::string shown(std::string text, size_t width);
+std::string shown(std::string_view text, size_t width);
+// The same, whole.
+std::string shown(std::string_view text);
+
+// How many columns a text takes that was made to be shown.
+size_t columnsOf(std::string_view text);
 
 // A sentence, broken between words into lines of at most `width` columns; the first begins with
 // `indent`, the others with as many blanks.

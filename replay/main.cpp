@@ -32,6 +32,7 @@
 #include "replay/Findings.h"
 #include "replay/Interruption.h"
 #include "replay/LibraryHooks.h"
+#include "replay/NeverOn.h"
 #include "replay/Options.h"
 #include "replay/OutputFile.h"
 #include "replay/Player.h"
@@ -183,7 +184,8 @@ void showProgress(int64_t doneNs, int64_t totalNs) {
 }
 
 void endProgress() {
-    if (isatty(STDERR_FILENO)) std::fputs("\r\x1b[K", stderr);
+    constexpr int kProgressColumns = 40;  // at most; blanks clear it on a dumb terminal, too
+    if (isatty(STDERR_FILENO)) std::fprintf(stderr, "\r%*s\r", kProgressColumns, "");
 }
 
 PlayResult play(Player& player, AppProcess* application, Interruption& interruption) {
@@ -269,9 +271,13 @@ int run(const Options& options) {
     ReportSource source{file,   options.scenario, scenario.description, repeat, recording,
                         played, findings};
     if (application) source.application = application->result();
-    source.terminal = isatty(STDOUT_FILENO);
+    source.terminal = terminalOf(textIsApart ? STDERR_FILENO : STDOUT_FILENO);
     if (!enabled) {
         source.notes.emplace_back("the library is switched off (vendor.perf.corvane.enable)");
+    } else {
+        for (auto& note : neverOn(scenario, recording, findings, played.durationNs)) {
+            source.notes.push_back(std::move(note));
+        }
     }
     if (isRealTimeRefused()) {
         source.notes.emplace_back(

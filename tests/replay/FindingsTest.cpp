@@ -4,12 +4,15 @@
 #include <android/log.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 #include <vector>
 
 #include "TraceText.h"
 #include "replay/Findings.h"
+#include "replay/NeverOn.h"
 #include "replay/Report.h"
+#include "replay/Scenario.h"
 #include "replay/TextTable.h"
 
 namespace corvane::replay {
@@ -114,7 +117,21 @@ TEST_F(FindingsTest, MeasuresHeldAndPacedFramesInTheTrace) {
     text.async(2, 40.0, 'S', "CPU headroom - a", 5).slice(2, 41.0, "additional delay");
     text.async(2, 42.0, 'F', "CPU headroom - a", 5);  // no vsync follows
     mEvidence.trace = text.str();
+    // The trace's times are cut to microseconds.
+    mPlayed.frames = {{0, 4 * kMs + 300, 10 * kMs},
+                      {0, 12 * kMs, 13 * kMs},
+                      {1, 20 * kMs + 999, 34 * kMs},
+                      {0, 40 * kMs, 43 * kMs}};
     const Findings findings = find();
+    std::string records;
+    for (const auto& layer : findings.layers) {
+        for (const auto& frame : layer.frames) {
+            records += std::to_string(frame.heldNs) + "/" + std::to_string(frame.pacedNs) + " ";
+        }
+    }
+    EXPECT_EQ(records, "5500000/0 0/0 2000000/0 0/13000000 ");
+    EXPECT_NEAR(findings.layers[0].runFps.value_or(0), 2e9 / 36e6, 0.01);
+    EXPECT_FALSE(findings.layers[1].runFps) << "one frame has no rate";
     const auto& held = findings.layers[0].held;
     ASSERT_EQ(held.size(), 2U);
     EXPECT_EQ(findings.unblocked, 1U);
@@ -152,8 +169,82 @@ TEST_F(FindingsTest, GivesBoostsToTheFramesThatAskedForThem) {
     EXPECT_EQ(findings.unclaimedBoosts[1].level, 5);
 }
 
+TEST_F(FindingsTest, TellsWhyAConfiguredFeatureNeverCameOn) {
+    const std::string name = mRecording.layers[1].name;
+    const std::string candidate = "Add new candidate layer: 6 [" + name + "]";
+    const std::string promoted = "Add new layer to full tracking: [" + name + "] layer 6";
+    const std::string window =
+            "FPS:30.00[" + name + "] layer 6, (1, 1) mode:-1 focused:1 visible: 1";
+    const std::string mode30 = "Stable FPS shift detected for layer 6: 30.00 (mode -> 30)";
+    const std::string mode60 = "Stable FPS shift detected for layer 6: 60.00 (mode -> 60)";
+    const std::string display = "vsync: 16666666";
+    const char* kHeadroom = R"("headroomRates": {"upTo60Hz": 0.8})";
+    const char* kTarget = R"("targetFps": 45)";
+    const char* kRescue = R"("frameRescue": {"flag": 1, "tunables": "jank=9"})";
+    const struct {
+        const char* configured;
+        std::vector<std::string> log;
+        int game;  // the service's answer
+        const char* says;
+    } kCases[] = {
+            {kHeadroom, {"x"}, 0, "never became a candidate"},
+            {kHeadroom, {candidate}, 0, "stayed a candidate"},
+            {kHeadroom, {candidate, promoted}, 0, "does not call it a game"},
+            {kHeadroom,
+             {promoted, "[TFPS:1][QuickTouch:0, x]"},
+             2,
+             "vendor.perf.phr.enable is off"},
+            {kTarget, {promoted, "[TFPS:0][QuickTouch:1, x]"}, 2, "enable.target_fps is off"},
+            {kTarget, {promoted, "Invalid target fps found: 241"}, 2, "found: 241\""},
+            {kRescue, {promoted, "Invalid GFR tunables: jank=9"}, 2, "tunables: jank=9\""},
+            {kHeadroom, {promoted}, 2, "less than one window"},
+            {kHeadroom, {promoted, window}, 2, "never steady enough for a mode (30.0 to 30.0 in 1"},
+            {kHeadroom, {promoted, display, window, mode30}, 2, "60.0 Hz, and its FPS mode was 30"},
+            {kTarget, {promoted, display, window, mode60}, 2, "never rose above the target (30.0"},
+            {kRescue, {promoted, display, window, mode60}, 2, "does not tell why"},
+            {kHeadroom, {promoted, display, mode60, "Layer 6: enable PHR"}, 2, nullptr},
+            {kRescue, {promoted, "Layer 6 enable GFR"}, 2, nullptr},
+            {kRescue, {}, 0, "debug log is off"},
+            {R"("package": "not.there", "targetFps": 60)", {"x"}, 0, nullptr},
+    };
+    for (const auto& test : kCases) {
+        mEvidence = {};
+        for (const auto& line : test.log) {
+            log(10, line, line.rfind("Invalid", 0) == 0 ? ANDROID_LOG_ERROR : ANDROID_LOG_DEBUG);
+        }
+        call(11, "perf_get_feedback", 5633, "com.b", {}, test.game);
+        const std::string package =
+                strstr(test.configured, "package") ? "" : R"("package": "com.b", )";
+        const auto parsed =
+                parseScenario("{\"games\": [{" + package + test.configured + "}]}", "s");
+        ASSERT_TRUE(parsed.scenario) << parsed.error;
+        const auto notes = neverOn(*parsed.scenario, mRecording, find(), 20 * kMs);
+        ASSERT_EQ(notes.size(), test.says == nullptr ? 0U : 1U) << test.configured;
+        if (test.says != nullptr) {
+            EXPECT_NE(notes[0].find(test.says), std::string::npos) << notes[0];
+        }
+    }
+}
+
 TEST_F(FindingsTest, ReportsFitAScreenWhateverTheNames) {
     mRecording.layers[1].name = std::string(300, 'n') + "\x1b[2J\n\xff#6";
+    const struct {
+        const char* text;
+        size_t width;
+        const char* shown;
+    } kNames[] = {
+            {"\u30b2\u30fc\u30e0.e\u0301", 8, "\u30b2\u30fc\u30e0.e\u0301"},
+            {"\u30b2\u30fc\u30e0\u30b2\u30fc\u30e0", 11, "\u30b2\u30fc...\u30e0"},
+            {"a\x1b[2J\n", 99, "a\\x1b[2J\\x0a"},
+            {"\u202egame", 99, "\\xe2\\x80\\xaegame"},                    // writes from the right
+            {"\xc3(\xff\xed\xa0\x80", 99, "\\xc3(\\xff\\xed\\xa0\\x80"},  // is not UTF-8
+            {"com.example", 2, ".."},
+            {"", 0, ""},
+    };
+    for (const auto& name : kNames) {
+        EXPECT_EQ(shown(name.text, name.width), name.shown);
+        EXPECT_LE(columnsOf(name.shown), name.width);
+    }
     log(10, "Add new candidate layer: 6 [x]");
     log(20, "bad \x1b[2J " + std::string(300, 'e'), ANDROID_LOG_ERROR);
     log(21, "bad \x1b[2J " + std::string(300, 'e'), ANDROID_LOG_ERROR);
@@ -163,12 +254,16 @@ TEST_F(FindingsTest, ReportsFitAScreenWhateverTheNames) {
     EXPECT_EQ(findings.complaints[0].second, 2U);
     ReportSource source{"dir/" + std::string(300, 'f'), "", "", 1, mRecording, mPlayed, findings};
     source.notes = {"a note of " + std::string(250, 'w') + "\x1b[2J and more words", ""};
-    const std::string text = textReport(source);
-    EXPECT_EQ(text.find('\x1b'), std::string::npos);
-    for (size_t begin = 0; begin < text.size();) {
-        const size_t end = text.find('\n', begin);
-        EXPECT_LE(end - begin, 100U) << text.substr(begin, end - begin);
-        begin = end + 1;
+    std::string text;
+    for (const size_t width : {Terminal::kMinWidth, size_t{200}, Terminal::kDefaultWidth}) {
+        source.terminal.width = width;
+        text = textReport(source);
+        EXPECT_EQ(text.find('\x1b'), std::string::npos);
+        for (size_t begin = 0; begin < text.size();) {
+            const size_t end = text.find('\n', begin);
+            EXPECT_LE(end - begin, width) << text.substr(begin, end - begin);
+            begin = end + 1;
+        }
     }
     EXPECT_NE(text.find("4196"), std::string::npos);
     EXPECT_NE(text.find("Note: a note of\n        www"), std::string::npos) << text;
