@@ -6,7 +6,6 @@
 #include <android-base/parsebool.h>
 #include <android/log.h>
 #include <cutils/properties.h>
-#include <string.h>
 
 #include <cmath>
 #include <locale>
@@ -72,8 +71,7 @@ FeatureManager::FeatureManager()
 }
 
 std::string FeatureManager::readProperty(const char* name, const char* defaultValue) const {
-    const PerfPropValue property = mPerfProxy->perfGetProp(name, defaultValue);
-    return std::string(property.value, strnlen(property.value, PerfPropValue::kSize));
+    return mPerfProxy->perfGetProp(name, defaultValue).value;
 }
 
 bool FeatureManager::readSwitch(const char* name, const char* defaultValue) const {

@@ -11,6 +11,7 @@
 #include "layers/LayerManager.h"
 #include "layers/LogTag.h"
 #include "perf/PerfProxy.h"
+#include "perf/TraceSection.h"
 #include "phr/PHRMonitor.h"
 
 namespace android {
@@ -56,11 +57,11 @@ void LayerManager::onBufferIncrement(const std::string& name, int layerId, int p
     }
 
     if (frame.cpuBigJank) {
-        PerfProxy::VTRACE_BEGIN(("Detected CPU big jank [" + layer->mName + "]").c_str());
+        const auto section =
+                TraceSection::formatted("Detected CPU big jank [%s]", layer->mName.c_str());
         PerfProxy::getInstance()->frameHint(kCpuBigJankLevel, 0, layerId, layer->mPackageName, 0);
         __android_log_print(ANDROID_LOG_INFO, kLayerLogTag, "Send CPU big jank [%s].",
                             layer->mName.c_str());
-        PerfProxy::VTRACE_END();
     }
     if (frame.gfr != nullptr) {
         frame.gfr->onQueueBegin(layerId, now, frame.frameGap, frame.timeToPresent);

@@ -3,9 +3,13 @@
 
 #pragma once
 
+#include <cstddef>
+
 namespace android {
 
 inline constexpr char kPerfLogTag[] = "Corvane";
+
+inline constexpr size_t kTraceTextSize = 256;  // the longest trace text, with its NUL
 
 // Replaces every "%%" of a text by "%", in place and left to right, as a printf format would print
 // it; every other percent sign stays as it stands. A profile line is printed so instead of by using

@@ -103,10 +103,14 @@ bool PerfProxy::resolveRequired(const char* symbol, EntryPoint*& entryPoint) {
 }
 
 PerfPropValue PerfProxy::perfGetProp(const char* name, const char* defaultValue) {
-    if (mPerfGetProp != nullptr) return mPerfGetProp(name, defaultValue);
-    PerfPropValue result{};
-    strncpy(result.value, defaultValue, PerfPropValue::kSize - 1);
-    return result;
+    const auto terminated = [](const char* text) {
+        PerfPropValue result{};
+        strncpy(result.value, text, PerfPropValue::kSize - 1);
+        return result;
+    };
+    // The service's record is its own: nothing says that its text ends.
+    if (mPerfGetProp != nullptr) return terminated(mPerfGetProp(name, defaultValue).value);
+    return terminated(defaultValue);
 }
 
 int PerfProxy::perfGetFeedback(int request, const char* pkg) {

@@ -67,7 +67,9 @@ class PerfProxy {
     // Trace and log wrappers. All do nothing unless debuggable; each is then one load and compare.
     // Formatted trace texts are cut to 255 characters.
     static void setDebuggable(bool debuggable, bool profileable);
-    static bool isProfileable() { return sProfileable; }
+    static bool isDebuggable() { return sDebuggable; }
+    // False also while nothing is printed at all: then there is no need to put a line together.
+    static bool isProfileable() { return sDebuggable && sProfileable; }
     static void VLOGD(const char* tag, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
     static void VTRACE_BEGIN(const char* name);
     static void VTRACE_END();

@@ -16,6 +16,7 @@
 #include "perf/BoostDevice.h"
 #include "perf/PerfLog.h"
 #include "perf/PerfProxy.h"
+#include "perf/TraceSection.h"
 #include "timer/TimerThread.h"
 
 namespace android {
@@ -116,11 +117,10 @@ void PerfProxy::frameHint(int bl, int hr, int id, const std::string& pkgName, in
 }
 
 void PerfProxy::frameHintImp(int bl, int hr, int id, const std::string& pkgName) {
-    VTRACE_BEGIN("frame hint");
+    const TraceSection section("frame hint");
     if (bl != 0) VTRACE_PROFILE("Boost hint: %d, [id: %d]", bl, id);
     int args[] = {bl, hr};
     perfEvent(kFrameHintEvent, pkgName.empty() ? nullptr : pkgName.c_str(), 2, args);
-    VTRACE_END();
 }
 
 int PerfProxy::boostFd() {

@@ -15,12 +15,6 @@
 
 namespace android {
 
-namespace {
-
-constexpr size_t kTextSize = 256;  // the longest trace text, with its NUL
-
-}  // namespace
-
 Relaxed<bool> PerfProxy::sDebuggable{false};
 Relaxed<bool> PerfProxy::sProfileable{false};
 
@@ -74,7 +68,7 @@ void PerfProxy::VTRACE_NAME(const char* name) {
 
 void PerfProxy::VTRACE_FORMAT(const char* fmt, ...) {
     if (!sDebuggable) return;
-    char text[kTextSize] = {};
+    char text[kTraceTextSize] = {};
     va_list args;
     va_start(args, fmt);
     vsnprintf(text, sizeof(text), fmt, args);
@@ -84,7 +78,7 @@ void PerfProxy::VTRACE_FORMAT(const char* fmt, ...) {
 
 void PerfProxy::VTRACE_PROFILE(const char* fmt, ...) {
     if (!sDebuggable) return;
-    char text[kTextSize] = {};
+    char text[kTraceTextSize] = {};
     va_list args;
     va_start(args, fmt);
     vsnprintf(text, sizeof(text), fmt, args);

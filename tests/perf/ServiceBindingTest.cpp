@@ -133,6 +133,11 @@ TEST(ServiceBinding, ResolvesUpToTheFirstMissingSymbol) {
     }
 }
 
+TEST(ServiceBinding, APropertyOfTheServiceHasAnEnd) {
+    ASSERT_TRUE(PerfService::install("unterminated"));
+    EXPECT_EQ(std::string(91, 'v'), PerfProxy::getInstance()->perfGetProp("x", "y").value);
+}
+
 TEST(ServiceBinding, AsksForGamesAndTheirWeight) {
     ASSERT_TRUE(PerfService::install());
     PerfService::addGame("com.example.game", 3);

@@ -17,6 +17,7 @@
 #include "corvane/host/PerfService.h"
 #include "corvane/host/TraceCapture.h"
 #include "perf/PerfLog.h"
+#include "perf/TraceSection.h"
 
 namespace android {
 namespace {
@@ -62,8 +63,8 @@ class TraceTest : public ::testing::Test {
 };
 
 TEST_F(TraceTest, TracesAndLogsAsFarAsItIsAllowedTo) {
-    const Strings kAll = {"B|begin", "E",          "S|async|7", "F|async|7",   "B|name",
-                          "E",       "B|format x", "E",         "B|profile y", "E"};
+    const Strings kAll = {"B|begin",    "E", "S|async|7",   "F|async|7", "B|name",      "E",
+                          "B|format x", "E", "B|profile y", "E",         "B|section z", "E"};
     const struct {
         bool debuggable;
         bool profileable;
@@ -89,6 +90,8 @@ TEST_F(TraceTest, TracesAndLogsAsFarAsItIsAllowedTo) {
         PerfProxy::VTRACE_NAME("name");
         PerfProxy::VTRACE_FORMAT("format %s", "x");
         PerfProxy::VTRACE_PROFILE("profile %s", "y");
+        TraceSection::formatted("section %s", "z");
+        EXPECT_EQ(PerfProxy::isProfileable(), c.debuggable && c.profileable);
         EXPECT_EQ(c.events, stopTrace());
         EXPECT_EQ(c.lines, takeLog());
     }
@@ -99,9 +102,11 @@ TEST_F(TraceTest, TextsAreCutAndHostileOnesHarmless) {
     const std::string text(300, 'x');
     PerfProxy::VTRACE_FORMAT("%s", text.c_str());
     PerfProxy::VTRACE_PROFILE("%s", text.c_str());
+    TraceSection::formatted("%s", text.c_str());
     PerfProxy::VTRACE_PROFILE("[%s] 100%% of %%%% %s", "com.a%n", "%s");
     const std::string cut = text.substr(0, 255);
-    EXPECT_EQ((Strings{"B|" + cut, "E", "B|" + cut, "E", "B|[com.a%n] 100% of %% %s", "E"}),
+    EXPECT_EQ((Strings{"B|" + cut, "E", "B|" + cut, "E", "B|" + cut, "E",
+                       "B|[com.a%n] 100% of %% %s", "E"}),
               stopTrace());
     EXPECT_EQ((Strings{"Corvane: " + cut, "Corvane: [com.a%n] 100% of % %s"}), takeLog());
 
