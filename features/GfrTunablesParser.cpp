@@ -53,7 +53,7 @@ std::string takeListItem(std::string_view* rest) {
     return item;
 }
 
-enum class JankListFault { NONE, EMPTY, FIRST_TOO_LOW, NOT_INCREASING };
+enum class JankListFault { NONE, EMPTY, FIRST_TOO_LOW, NOT_INCREASING, INFINITE };
 
 struct JankList {
     std::vector<float> thresholds;  // with a fault, the last one is at fault
@@ -73,9 +73,13 @@ JankList parseJankList(std::string_view text) {
         const float floor = first ? 1.0f : list.thresholds.back();
         const float threshold = std::stof(item);
         list.thresholds.push_back(threshold);
-        // An infinite threshold is never reached and would poison the wake-up time's arithmetic.
-        if (!(threshold > floor) || std::isinf(threshold)) {
+        if (!(threshold > floor)) {
             list.fault = first ? JankListFault::FIRST_TOO_LOW : JankListFault::NOT_INCREASING;
+            return list;
+        }
+        // It would never be reached, and poison the wake-up time's arithmetic.
+        if (std::isinf(threshold)) {
+            list.fault = JankListFault::INFINITE;
             return list;
         }
     }
@@ -104,6 +108,8 @@ Error applyJank(const std::string& value, GfrTunables* tunables) {
                                 list.thresholds.back());
         case JankListFault::NOT_INCREASING:
             return "parseGFRTunables: jank thresholds not strictly increasing";
+        case JankListFault::INFINITE:
+            return "parseGFRTunables: jank thresholds must be finite";
         case JankListFault::NONE:
             break;
     }
@@ -233,6 +239,8 @@ std::optional<std::string> parseGlobalJankThresholds(const std::string& text,
         case JankListFault::NOT_INCREASING:
             return StringPrintf("Invalid GFR jank thresholds: %s. Must be strictly increasing.",
                                 text.c_str());
+        case JankListFault::INFINITE:
+            return StringPrintf("Invalid GFR jank thresholds: %s. Must be finite.", text.c_str());
         case JankListFault::NONE:
             break;
     }
