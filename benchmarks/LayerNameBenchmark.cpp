@@ -7,7 +7,6 @@
 #include <regex>
 #include <string>
 
-#include "perf/LayerName.h"
 #include "perf/PerfProxy.h"
 
 namespace android {
@@ -46,7 +45,7 @@ std::string nameOf(Shape shape, int64_t length) {
 void analyse(benchmark::State& state) {
     constexpr int kBatch = 16;  // so that it takes far longer than reading the clock
     const std::string name = nameOf(static_cast<Shape>(state.range(0)), state.range(1));
-    const std::regex expression(kSurfaceViewExpression);
+    const std::regex expression(R"((?:\w*\s*SurfaceView\[)([^/]+).*#\d+)");
     state.SetLabel(kShapeNames[state.range(0)]);
     const bool compare = state.range(1) <= kLongestForRegex;
     Seconds ours{0};

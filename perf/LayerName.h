@@ -8,13 +8,15 @@
 
 namespace android {
 
-// The expressions that define which layer names belong to what, matched against the whole name.
-inline constexpr char kSurfaceViewExpression[] = R"((?:\w*\s*SurfaceView\[)([^/]+).*#\d+)";
-inline constexpr char kInputMethodExpression[] = R"(InputMethod#\d+)";
-
-// One linear pass each, with the results of the expressions: group 1 of the first, or nothing, and
-// whether the second matches. A backtracking matcher may not be given such a name unseen: it takes
-// seconds on 20,000 characters that an application chose, and its stack on 200,000.
+// Which layer names belong to what is defined by two regular expressions (ECMAScript, ASCII
+// classes) that match the whole name:
+//
+//   surface view   (?:\w*\s*SurfaceView\[)([^/]+).*#\d+    group 1 is the package
+//   keyboard       InputMethod#\d+
+//
+// Each function has its expression's result after one linear pass. A backtracking matcher may not
+// be given such a name: it takes seconds on 20,000 characters that an application chose, and its
+// stack on 200,000.
 std::optional<std::string_view> scanSurfaceViewName(std::string_view name);
 bool scanInputMethodName(std::string_view name);
 
