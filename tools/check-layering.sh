@@ -33,5 +33,9 @@ for folder in "${!allowed[@]}"; do
         sed 's/#include "\(.*\)"/\1/')
     if grep -rn '#include.*corvane/host/' "$folder" >&2; then status=1; fi
 done
+# The device model knows neither the library nor the host.
+if grep -rnE '#include "(replay|corvane|hooks|layers|features|perf|timer|gfr|phr|base)/' model >&2; then
+    status=1
+fi
 [ "$status" -eq 0 ] && echo "The subsystems include only what stands below them."
 exit "$status"

@@ -1,0 +1,59 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "replay/ModelInput.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace corvane::replay {
+namespace {
+
+// The buffer of a frame is the last one that its process got before queueing it and after queueing
+// its frame before.
+void addDequeues(const Recording& recording, model::Recorded& input) {
+    for (size_t i = 0; i < recording.layers.size(); ++i) {
+        const auto& dequeues = recording.processes[recording.layers[i].process].dequeues;
+        int64_t previousNs = 0;
+        for (model::RecordedFrame& frame : input.layers[i].frames) {
+            if (!frame.queueNs) continue;
+            const auto after = std::upper_bound(dequeues.begin(), dequeues.end(), *frame.queueNs);
+            if (after != dequeues.begin() && *std::prev(after) >= previousNs) {
+                frame.dequeueNs = *std::prev(after);
+            }
+            previousNs = *frame.queueNs;
+        }
+    }
+}
+
+}  // namespace
+
+model::Recorded modelInput(const Recording& recording) {
+    model::Recorded input;
+    input.durationNs = recording.durationNs;
+    input.rates.push_back({0, recording.vsyncPeriodNs});
+    for (const Layer& layer : recording.layers) {
+        input.layers.push_back({layer.name, {}});
+        input.layers.back().frames.resize(static_cast<size_t>(layer.initialDepth));
+    }
+    std::vector<size_t> latched(recording.layers.size());
+    for (const Step& step : recording.steps) {
+        switch (step.kind) {
+            case Step::Kind::kVsync:
+                input.vsyncs.push_back(step.timeNs);
+                break;
+            case Step::Kind::kQueue:
+                input.layers[step.layer].frames.push_back({step.timeNs, {}, {}, {}});
+                break;
+            case Step::Kind::kLatch:
+                for (int k = 0; k < step.count; ++k) {
+                    input.layers[step.layer].frames[latched[step.layer]++].latchNs = step.timeNs;
+                }
+                break;
+        }
+    }
+    addDequeues(recording, input);
+    return input;
+}
+
+}  // namespace corvane::replay
