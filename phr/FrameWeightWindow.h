@@ -27,7 +27,6 @@ class FrameWeightWindow {
     void add(int32_t weight);
 
     bool isFull() const { return mSize == kFrames; }
-    size_t size() const { return mSize; }
     int32_t sum() const { return mSum; }
     int32_t maxWeight() const;  // 0 while empty
 

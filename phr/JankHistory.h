@@ -21,8 +21,6 @@ class JankHistory {
     // anew, without this jank.
     bool record(nsecs_t timeNs);
 
-    size_t size() const { return mSize; }
-
   private:
     std::array<nsecs_t, kJanks> mTimes{};  // oldest first
     size_t mSize = 0;

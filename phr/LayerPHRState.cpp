@@ -10,22 +10,28 @@ namespace android {
 LayerPHRState::LayerPHRState(int32_t layerId, const std::string& name, float minRate,
                              float highFpsMinRate)
       : mLayerId(layerId),
-        mName(name),
         mFrameTimeTrackName("CPU frame time - " + name),
         mHeadroomTrackName("CPU headroom - " + name),
         mMinRate(minRate),
         mHighFpsMinRate(highFpsMinRate) {}
-
-bool LayerPHRState::waitForRelease(nsecs_t maxWaitNs) {
-    Mutex::Autolock lock(mLock);
-    return waitLocked(maxWaitNs);
-}
 
 bool LayerPHRState::waitUnlessReleased(nsecs_t maxWaitNs) {
     Mutex::Autolock lock(mLock);
     // The headroom thread sets mReleased before it looks for waiters under the lock: either this
     // sees the flag, or the thread sees the waiter.
     return !mReleased && waitLocked(maxWaitNs);
+}
+
+bool LayerPHRState::waitUnlessReleasedSince(uint32_t releaseCount, nsecs_t maxWaitNs) {
+    Mutex::Autolock lock(mLock);
+    // An unblock sets mUnblocked before it looks for waiters, so the same holds for it. It is taken
+    // first, whatever else ends the wait: it must not be left to the next buffer.
+    return !mUnblocked.exchange(false) && mReleaseCount == releaseCount && waitLocked(maxWaitNs);
+}
+
+uint32_t LayerPHRState::releaseCount() {
+    Mutex::Autolock lock(mLock);
+    return mReleaseCount;
 }
 
 bool LayerPHRState::waitLocked(nsecs_t maxWaitNs) {
@@ -46,9 +52,9 @@ bool LayerPHRState::waitLocked(nsecs_t maxWaitNs) {
 
 bool LayerPHRState::releaseWaiters() {
     Mutex::Autolock lock(mLock);
+    ++mReleaseCount;
     if (mWaiting == 0) return false;
     mWaiting = 0;
-    ++mReleaseCount;
     mCond.broadcast();
     return true;
 }

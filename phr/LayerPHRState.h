@@ -15,6 +15,7 @@
 #include "phr/FramePacer.h"
 #include "phr/FrameWeightWindow.h"
 #include "phr/JankHistory.h"
+#include "phr/LayerCounts.h"
 
 namespace android {
 
@@ -32,11 +33,16 @@ class LayerPHRState : public LightRefBase<LayerPHRState> {
     LayerPHRState& operator=(const LayerPHRState&) = delete;
 
     // Blocks the calling queuing thread until releaseWaiters() or detach(), for at most maxWaitNs.
-    // True when it ended by its time-out.
-    bool waitForRelease(nsecs_t maxWaitNs) EXCLUDES(mLock);
-
-    // As waitForRelease(), but returns at once when the headroom thread has set mReleased already.
+    // Returns at once when the headroom thread has set mReleased already. True when the wait ended
+    // by its time-out.
     bool waitUnlessReleased(nsecs_t maxWaitNs) EXCLUDES(mLock);
+
+    // As waitUnlessReleased(), but returns at once when releaseWaiters() was called since
+    // `releaseCount` was taken, or when an unblock is due, which it takes.
+    bool waitUnlessReleasedSince(uint32_t releaseCount, nsecs_t maxWaitNs) EXCLUDES(mLock);
+
+    // The calls of releaseWaiters() so far.
+    uint32_t releaseCount() EXCLUDES(mLock);
 
     // Wakes the waiting threads. False when there are none.
     bool releaseWaiters() EXCLUDES(mLock);
@@ -46,7 +52,7 @@ class LayerPHRState : public LightRefBase<LayerPHRState> {
     void detach() EXCLUDES(mLock);
 
     const int32_t mLayerId;
-    const std::string mName;  // chosen by the application: any length, any bytes
+    // With the layer's name, which the application chose: any length, any bytes.
     const std::string mFrameTimeTrackName;
     const std::string mHeadroomTrackName;
 
@@ -61,9 +67,7 @@ class LayerPHRState : public LightRefBase<LayerPHRState> {
     std::atomic<int32_t> mPendingCount{0};      // buffers queued and not yet latched
     std::atomic<int32_t> mQueuedSinceVsync{0};  // buffers queued since the layer's last vsync
     std::atomic<bool> mHasPending{false};
-    // Latches since a touch found no buffer pending, while they hold back the additional delay at
-    // 60 Hz; -1 = they do not.
-    std::atomic<int32_t> mDropWaitCount{-1};
+    std::atomic<int32_t> mDropWaitCount{kNoDropWait};
     std::atomic<int32_t> mBusyLatchCount{0};  // consecutive latches with buffers still pending
 
     std::atomic<nsecs_t> mLastQueueTime{-1};
@@ -82,8 +86,7 @@ class LayerPHRState : public LightRefBase<LayerPHRState> {
     nsecs_t mPresetHeadroom GUARDED_BY(mFieldsLock) = -1;
     nsecs_t mMaxHeadroom GUARDED_BY(mFieldsLock) = -1;
     int32_t mMaxHoldCount GUARDED_BY(mFieldsLock) = 0;  // frames that a raised ceiling still holds
-    // 0 = the headroom sinks; 1 to 50 = frames since the last heavy window, the headroom climbs.
-    int32_t heavyHeadroomFrameCount GUARDED_BY(mFieldsLock) = 0;
+    int32_t heavyHeadroomFrameCount GUARDED_BY(mFieldsLock) = kHeadroomSinks;
     FrameWeightWindow mFrameWeightWindow GUARDED_BY(mFieldsLock);
     JankHistory mJankTimes GUARDED_BY(mFieldsLock);
     FramePacer mPacer GUARDED_BY(mFieldsLock);
@@ -96,6 +99,7 @@ class LayerPHRState : public LightRefBase<LayerPHRState> {
 
     Condition mCond;
     // Tells a waiter that it was released, whatever wakes it and whoever waits again meanwhile.
+    // Counts releases that find no waiter too. May wrap around: only equality counts.
     uint32_t mReleaseCount GUARDED_BY(mLock) = 0;
     bool mDetached GUARDED_BY(mLock) = false;
 };

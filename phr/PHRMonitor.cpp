@@ -48,7 +48,7 @@ bool PHRMonitor::init() {
     mRunning = true;
     {
         Mutex::Autolock lock(mCondLock);
-        mSignalledVsync = -1;  // one from before the last stop is no longer worth serving
+        mSignalledVsync = kNoVsync;  // one from before the last stop is not worth serving any more
     }
     try {
         mThread = std::thread(&PHRMonitor::threadMain, this);
@@ -81,7 +81,8 @@ void PHRMonitor::forceStop() {
     {
         Mutex::Autolock lock(mLock);
         layers.swap(mLayers);
-        mFocusLayerId = -1;  // a dropped layer must not keep the focus from those after a restart
+        // A dropped layer must not keep the focus from those after a restart.
+        mFocusLayerId = kNoLayer;
     }
     for (const auto& [id, state] : layers) state->detach();
     PerfProxy::VLOGD(kPhrLogTag, "PHRMonitor stopped");
@@ -91,12 +92,12 @@ void PHRMonitor::threadMain() {
     raiseFrameThreadPriority();
     Mutex::Autolock lock(mCondLock);
     while (mRunning) {
-        if (mSignalledVsync < 0) {
+        if (mSignalledVsync == kNoVsync) {
             mCond.wait(mCondLock);
             continue;
         }
         // A vsync that is signalled while this one is served stays for the next round.
-        releaseAtHeadroomPointLocked(std::exchange(mSignalledVsync, -1));
+        releaseAtHeadroomPointLocked(std::exchange(mSignalledVsync, kNoVsync));
     }
     if (const sp<LayerPHRState> state = getLayerState(mFocusLayerId)) state->detach();
     PerfProxy::VLOGD(kPhrLogTag, "PHRMonitor thread exited");
@@ -139,7 +140,7 @@ void PHRMonitor::registerLayer(int id, const std::string& name, float minRate,
 void PHRMonitor::unregisterLayer(int id) {
     {
         Mutex::Autolock lock(mLock);
-        if (mFocusLayerId == id) mFocusLayerId = -1;
+        if (mFocusLayerId == id) mFocusLayerId = kNoLayer;
         const auto it = mLayers.find(id);
         if (it == mLayers.end()) return;
         it->second->detach();

@@ -66,6 +66,9 @@ class PHRMonitor {
     // A new period re-derives every layer's headroom. With the period unchanged nothing happens,
     // whatever the rate.
     void setVsyncInfo(int64_t period, int fps);
+
+    // A vsync of the display, now. The time given is ignored: it may be that of a vsync to come,
+    // while the headroom counts from the moment of the signal.
     void onVsync(int64_t vsyncTime);
 
     // Derives the layer's headrooms from its rates; a negative rate keeps the stored one.
@@ -95,21 +98,27 @@ class PHRMonitor {
     // The steps of onBufferIncrement().
     void checkAndUpdateHeadroom(LayerPHRState* state, int64_t frameTime);
     void updateDynamicHeadroom(LayerPHRState* state, int64_t frameTime);
-    void updatePresetHeadroom(LayerPHRState* state, bool decrease, int64_t step);
-    void updateMaxHeadroom(LayerPHRState* state);
     void resetAdaptivePhrState(LayerPHRState* state);
     void trackQueueBuffer(LayerPHRState* state, bool instant, int64_t queueTime);
     void adjustForTargetFps(LayerPHRState* state);
-    void resetTargetFpsClock(LayerPHRState* state);
 
   private:
+    static constexpr int32_t kNoLayer = -1;
+    static constexpr nsecs_t kNoVsync = -1;
+
     void threadMain() EXCLUDES(mCondLock);
     void releaseAtHeadroomPointLocked(nsecs_t vsyncTime) REQUIRES(mCondLock);
-    void holdBack(LayerPHRState* state, nsecs_t maxWait, nsecs_t headroom, nsecs_t lastLatch,
-                  nsecs_t period);
+    void holdBack(LayerPHRState* state, nsecs_t maxWait, nsecs_t headroom, nsecs_t lastLatch);
+
+    // The display's period for a change of the layer's record; below 1 = not known. Read with the
+    // record locked: a new period is stored before setVsyncInfo() re-derives the record under that
+    // lock, so whatever the old one brought about is overwritten, never the other way round.
+    nsecs_t periodLocked(const LayerPHRState& state) const REQUIRES(state.mFieldsLock);
+
     // The headroom after the step; none when it is at that end already.
-    std::optional<nsecs_t> stepLocked(LayerPHRState& state, nsecs_t period, bool decrease,
-                                      nsecs_t step) REQUIRES(state.mFieldsLock);
+    std::optional<nsecs_t> updatePresetHeadroomLocked(LayerPHRState& state, nsecs_t period,
+                                                      bool decrease, nsecs_t step)
+            REQUIRES(state.mFieldsLock);
     void updateMaxHeadroomLocked(LayerPHRState& state, nsecs_t period) REQUIRES(state.mFieldsLock);
     void countDropWait(LayerPHRState* state, int pendingCount);
     void trackJank(LayerPHRState* state, nsecs_t latchTime, nsecs_t period);
@@ -128,15 +137,15 @@ class PHRMonitor {
     // Held by the headroom thread except while it waits.
     Mutex mCondLock;
     Condition mCond;
-    // When the vsync was signalled that the headroom thread has yet to serve; negative = none.
-    nsecs_t mSignalledVsync GUARDED_BY(mCondLock) = -1;
+    // When the vsync was signalled that the headroom thread has yet to serve.
+    nsecs_t mSignalledVsync GUARDED_BY(mCondLock) = kNoVsync;
 
     // The atomics keep the default order: the headroom thread and the queuing threads combine
     // several of them with those of a layer's state.
     std::atomic<bool> mRunning{true};
     std::atomic<nsecs_t> mVsyncPeriod{-1};
-    std::atomic<int32_t> mFps{60};           // display refresh rate, Hz
-    std::atomic<int32_t> mFocusLayerId{-1};  // -1 = none; written under mLock
+    std::atomic<int32_t> mFps{60};                 // display refresh rate, Hz
+    std::atomic<int32_t> mFocusLayerId{kNoLayer};  // written under mLock
 
     // Taken over from FeatureManager by init().
     std::atomic<float> mDefaultMaxRate{0.0f};         // highest headroom rate at up to 60 Hz

@@ -22,8 +22,6 @@ constexpr nsecs_t kJankRecoveryNs = 1'000'000'000;
 
 // Only at this rate does a touch wait for the queue to drain before the delay may come back.
 constexpr int32_t kDropWaitFps = 60;
-// The most latches that the wait for a drained queue lasts.
-constexpr int32_t kMaxDropWaitLatches = 29;
 
 // Latches in a row that found buffers still pending: half a second at 60 Hz.
 constexpr int32_t kBusyLatches = 31;
@@ -66,8 +64,7 @@ void PHRMonitor::trackQueueBuffer(LayerPHRState* state, bool instant, int64_t qu
     // An instant buffer passes, and so does the one after it: the two come in quick succession.
     const bool wasInstant = state->mInstant.exchange(instant);
     if (!instant && !wasInstant && current >= headroom) {
-        holdBack(state, std::min(saturatingSub(current, headroom), period), headroom, lastLatch,
-                 period);
+        holdBack(state, std::min(saturatingSub(current, headroom), period), headroom, lastLatch);
     } else {
         PerfProxy::VTRACE_NAME("not pending for instant buffer or not reach target headroom");
     }
@@ -79,15 +76,19 @@ void PHRMonitor::trackQueueBuffer(LayerPHRState* state, bool instant, int64_t qu
 // First until the headroom thread releases the buffer or `maxWait` has passed; then, since the
 // thread knows only vsyncs, for what the buffers pending by now leave of the headroom.
 void PHRMonitor::holdBack(LayerPHRState* state, nsecs_t maxWait, nsecs_t headroom,
-                          nsecs_t lastLatch, nsecs_t period) {
+                          nsecs_t lastLatch) {
     if (state->mReleased) {
         PerfProxy::VTRACE_NAME("timer expired");
     } else {
         if (state->waitUnlessReleased(maxWait)) state->mTimedOut = true;
         PerfProxy::VTRACE_NAME("delay finish");
     }
+    // From here on, whatever lets the buffer go ends the delay that is being decided.
+    const uint32_t releaseCount = state->releaseCount();
     if (state->mUnblocked.exchange(false)) return;
 
+    const nsecs_t period = mVsyncPeriod;  // the display may have switched during the wait
+    if (period < 1) return;
     const int32_t pending = state->mPendingCount;
     const nsecs_t extra =
             saturatingSub(currentHeadroom(lastLatch, systemTime(SYSTEM_TIME_MONOTONIC), period,
@@ -95,18 +96,18 @@ void PHRMonitor::holdBack(LayerPHRState* state, nsecs_t maxWait, nsecs_t headroo
                           headroom);
     if (saturatingSub<nsecs_t>(state->mLastQueueTime, state->mLastJankTime) < kJankRecoveryNs) {
         PerfProxy::VTRACE_NAME("No additional delay due to recent jank.");
-    } else if (state->mDropWaitCount >= 1 && mFps == kDropWaitFps) {
+    } else if (isDropWait(state->mDropWaitCount) && mFps == kDropWaitFps) {
         PerfProxy::VTRACE_NAME("No additional delay due to wait for buffer drop");
     } else if (extra > 0 && pending >= 1) {
         PerfProxy::VTRACE_NAME("additional delay");
         PerfProxy::VLOGD(kPhrLogTag, "additional delay");
-        state->waitForRelease(std::min(period, extra));
+        state->waitUnlessReleasedSince(releaseCount, std::min(period, extra));
     }
 }
 
 void PHRMonitor::onBufferDecrement(int id, int pendingCount, int64_t latchTime) {
     const int32_t focus = mFocusLayerId;
-    if (focus != -1 && focus != id) return;
+    if (focus != kNoLayer && focus != id) return;
     const sp<LayerPHRState> state = getLayerState(id);
     const nsecs_t period = mVsyncPeriod;
     if (state == nullptr || state->mTargetFpsActive || period < 1) return;
@@ -134,10 +135,8 @@ bool PHRMonitor::isQuickTouchApplicable(LayerPHRState* state) {
 
 void PHRMonitor::countDropWait(LayerPHRState* state, int pendingCount) {
     int32_t count = state->mDropWaitCount;
-    if (count < 1) return;
-    const bool over = pendingCount < 1 || count > kMaxDropWaitLatches;
     // A touch that restarts the count meanwhile prevails.
-    state->mDropWaitCount.compare_exchange_strong(count, over ? -1 : count + 1);
+    state->mDropWaitCount.compare_exchange_strong(count, dropWaitAfterLatch(count, pendingCount));
 }
 
 void PHRMonitor::trackJank(LayerPHRState* state, nsecs_t latchTime, nsecs_t period) {

@@ -24,7 +24,6 @@ constexpr nsecs_t kPresetStepNs = 1'000'000;
 // twenty times as fast as it sinks.
 constexpr nsecs_t kAdaptiveClimbNs = 2'000'000;
 constexpr nsecs_t kAdaptiveSinkNs = 100'000;
-constexpr int32_t kClimbFrames = 50;
 
 // A window is heavy when it holds a frame clearly longer than a period and is not idle otherwise.
 constexpr int32_t kHeavyWindowSum = 3;
@@ -49,10 +48,10 @@ void traceStep(std::optional<nsecs_t> headroom) {
 void PHRMonitor::updateHeadRoom(int id, float minRate, float highFpsMinRate) {
     const sp<LayerPHRState> state = getLayerState(id);
     if (state == nullptr) return;
-    const nsecs_t period = mVsyncPeriod;
     nsecs_t headroom;
     {
         Mutex::Autolock lock(state->mFieldsLock);
+        const nsecs_t period = periodLocked(*state);
         // Comparisons that a NaN fails: it keeps the stored rate too.
         if (minRate >= 0.0f) state->mMinRate = minRate;
         if (highFpsMinRate >= 0.0f) state->mHighFpsMinRate = highFpsMinRate;
@@ -74,44 +73,49 @@ void PHRMonitor::checkAndUpdateHeadroom(LayerPHRState* state, int64_t frameTime)
         updateDynamicHeadroom(state, frameTime);
         return;
     }
-    const nsecs_t period = mVsyncPeriod;
-    if (period < 1) return;
-    if (saturatingSub(frameTime, period) > kFrameTimeToleranceNs) {
-        updatePresetHeadroom(state, /*decrease=*/false, kPresetStepNs);
-    } else if (saturatingAdd(frameTime, kFrameTimeToleranceNs) < period) {
-        updatePresetHeadroom(state, /*decrease=*/true, kPresetStepNs);
+    std::optional<nsecs_t> stepped;
+    {
+        Mutex::Autolock lock(state->mFieldsLock);
+        const nsecs_t period = periodLocked(*state);
+        if (period < 1) return;
+        const bool late = saturatingSub(frameTime, period) > kFrameTimeToleranceNs;
+        const bool early = saturatingAdd(frameTime, kFrameTimeToleranceNs) < period;
+        if (late || early) {
+            stepped = updatePresetHeadroomLocked(*state, period, /*decrease=*/early, kPresetStepNs);
+        }
     }
+    traceStep(stepped);
 }
 
 void PHRMonitor::updateDynamicHeadroom(LayerPHRState* state, int64_t frameTime) {
-    const nsecs_t period = mVsyncPeriod;
-    if (period < 1) return;
-    const float ratio = frameTimeRatio(frameTime, period);
-
     std::optional<nsecs_t> stepped;
+    float ratio;
     nsecs_t headroom;
     int32_t sum;
     int32_t frameCount;
     bool steady = false;
     {
         Mutex::Autolock lock(state->mFieldsLock);
+        const nsecs_t period = periodLocked(*state);
+        if (period < 1) return;
+        ratio = frameTimeRatio(frameTime, period);
         FrameWeightWindow& window = state->mFrameWeightWindow;
         window.add(frameWeight(ratio));
         if (!window.isFull()) return;
         sum = window.sum();
         if (sum >= kHeavyWindowSum && window.maxWeight() >= kHeavyFrameWeight) {
-            state->heavyHeadroomFrameCount = 1;
+            state->heavyHeadroomFrameCount = kFirstClimb;
             if (isHighFps()) updateMaxHeadroomLocked(*state, period);
         }
-        const bool climbing = state->heavyHeadroomFrameCount != 0;
-        stepped = stepLocked(*state, period, !climbing,
-                             climbing ? kAdaptiveClimbNs : kAdaptiveSinkNs);
+        const bool climbing = isClimbing(state->heavyHeadroomFrameCount);
+        stepped = updatePresetHeadroomLocked(*state, period, /*decrease=*/!climbing,
+                                             climbing ? kAdaptiveClimbNs : kAdaptiveSinkNs);
         headroom = state->mHeadroom;
         if (climbing) ++state->heavyHeadroomFrameCount;
         frameCount = state->heavyHeadroomFrameCount;
-        if (frameCount > kClimbFrames) {
+        if (isClimbOver(frameCount)) {
             steady = sum == kSteadyWindowSum && window.maxWeight() < kHeavyFrameWeight;
-            state->heavyHeadroomFrameCount = 0;
+            state->heavyHeadroomFrameCount = kHeadroomSinks;
         }
     }
     traceStep(stepped);
@@ -122,31 +126,17 @@ void PHRMonitor::updateDynamicHeadroom(LayerPHRState* state, int64_t frameTime) 
     if (steady) resetAdaptivePhrState(state);
 }
 
-void PHRMonitor::updatePresetHeadroom(LayerPHRState* state, bool decrease, int64_t step) {
-    const nsecs_t period = mVsyncPeriod;
-    if (period < 1) return;
-    std::optional<nsecs_t> stepped;
-    {
-        Mutex::Autolock lock(state->mFieldsLock);
-        stepped = stepLocked(*state, period, decrease, step);
-    }
-    traceStep(stepped);
+nsecs_t PHRMonitor::periodLocked(const LayerPHRState& /*state*/) const {
+    return mVsyncPeriod;
 }
 
-std::optional<nsecs_t> PHRMonitor::stepLocked(LayerPHRState& state, nsecs_t period, bool decrease,
-                                              nsecs_t step) {
+std::optional<nsecs_t> PHRMonitor::updatePresetHeadroomLocked(LayerPHRState& state, nsecs_t period,
+                                                              bool decrease, nsecs_t step) {
     const std::optional<nsecs_t> headroom =
             stepHeadroom(state.mHeadroom, {state.mPresetHeadroom, state.mMaxHeadroom}, period,
                          decrease, step);
     if (headroom) state.mHeadroom = *headroom;
     return headroom;
-}
-
-void PHRMonitor::updateMaxHeadroom(LayerPHRState* state) {
-    const nsecs_t period = mVsyncPeriod;
-    if (period < 1) return;
-    Mutex::Autolock lock(state->mFieldsLock);
-    updateMaxHeadroomLocked(*state, period);
 }
 
 void PHRMonitor::updateMaxHeadroomLocked(LayerPHRState& state, nsecs_t period) {
@@ -169,7 +159,7 @@ void PHRMonitor::resetAdaptivePhrState(LayerPHRState* state) {
     {
         Mutex::Autolock lock(state->mFieldsLock);
         state->mMaxHoldCount = 0;
-        state->heavyHeadroomFrameCount = 0;
+        state->heavyHeadroomFrameCount = kHeadroomSinks;
         state->mFrameWeightWindow = {};
         headroom = state->mPresetHeadroom;
         state->mHeadroom = headroom;

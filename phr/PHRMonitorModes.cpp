@@ -18,12 +18,12 @@ void PHRMonitor::setQuickTouchStatus(int id, bool enable) {
     {
         // Look-up and focus in one, so that a layer unregistered meanwhile cannot take the focus.
         Mutex::Autolock lock(mLock);
-        if (mFocusLayerId != -1 && mFocusLayerId != id) return;
+        if (mFocusLayerId != kNoLayer && mFocusLayerId != id) return;
         const auto it = mLayers.find(id);
         if (it == mLayers.end()) return;
         state = it->second;
         if (state->mQuickTouchActive.exchange(enable) == enable) return;
-        mFocusLayerId = enable ? id : -1;
+        mFocusLayerId = enable ? id : kNoLayer;
     }
     if (enable && mPHRDynamicEnable) resetAdaptivePhrState(state.get());
     const char* change = enable ? "enable PHR" : "disable PHR";
@@ -35,7 +35,7 @@ void PHRMonitor::unblockBuffer(int id) {
     const sp<LayerPHRState> state = getLayerState(id);
     if (state == nullptr) return;
     state->mUnblocked = true;
-    if (!state->mHasPending) state->mDropWaitCount = 1;
+    if (!state->mHasPending) state->mDropWaitCount = kFirstDropWait;
     if (state->releaseWaiters()) PerfProxy::VTRACE_NAME("unblockBuffer");
 }
 
@@ -71,11 +71,6 @@ bool PHRMonitor::isTargetFpsSwitching(int id) {
     return state->mPacer.isSwitching();
 }
 
-void PHRMonitor::resetTargetFpsClock(LayerPHRState* state) {
-    Mutex::Autolock lock(state->mFieldsLock);
-    state->mPacer.resetClock();
-}
-
 void PHRMonitor::adjustForTargetFps(LayerPHRState* state) {
     FramePacer::Decision decision;
     {
@@ -97,7 +92,9 @@ void PHRMonitor::adjustForTargetFps(LayerPHRState* state) {
 
     TraceSection section("Pending for target fps");
     // The nanoseconds field alone, on purpose: the system refuses one of a second or more, so that
-    // a schedule gone wrong can never freeze the queuing thread for longer than that.
+    // a schedule gone wrong can never freeze the queuing thread for longer than that. The cast is
+    // meant too, and surprises: of a delay of 2^32 ns or more the remainder is left, so that 5 s
+    // become a sleep of 0.7 s.
     timespec request{};
     request.tv_nsec = static_cast<uint32_t>(decision.sleepNs);
     nanosleep(&request, nullptr);

@@ -1,6 +1,13 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
+#include <android/log.h>
+
+#include <algorithm>
+#include <functional>
+#include <random>
+#include <string>
+
 #include "phr/MonitorFixture.h"
 
 namespace android {
@@ -95,16 +102,46 @@ TEST_F(HoldBackTest, AdditionalDelayBringsAPendingBufferToItsHeadroom) {
     ASSERT_TRUE(returns(call));
     EXPECT_FALSE(state->mTimedOut);
     EXPECT_EQ(waiting(), 0);
+}
 
-    // Each of the two waits is bounded by a period.
-    for (int32_t pending : {5, INT32_MAX}) {
-        state->mPendingCount = pending;
-        call = hold();
-        EXPECT_EQ(clock.nextDeadline(), clock.now() + kPeriod);
-        clock.advance(kPeriod);
+// Against the definition of both waits, while the display switches its period during the first.
+TEST_F(HoldBackTest, EachWaitFollowsThePeriodOfItsMoment) {
+    constexpr nsecs_t kPeriods[] = {kPeriod, kPeriod / 2, kPeriod / 4 * 3, 7 * kMs + 1};
+    state->mLastJankTime = -1;
+    std::minstd_rand random(1);
+    const auto below = [&random](nsecs_t limit) { return static_cast<nsecs_t>(random()) % limit; };
+    for (int round = 0; round < 100; ++round) {
+        SCOPED_TRACE(round);
+        nsecs_t period = kPeriods[below(4)];
+        monitor.setVsyncInfo(period, 90);
+        const nsecs_t headroom = state->mHeadroom;
+        const nsecs_t latch = clock.now() - below(2 * period);
+        state->mLastLatchTime = latch;
+        nsecs_t pending = round % 8 == 0 ? INT32_MAX : below(4);
+        state->mPendingCount = static_cast<int32_t>(pending);
+        nsecs_t left = latch - clock.now() + period * (pending + 1) - headroom;
+        // Without the headroom's own steps, which the frame times would bring about.
+        const auto call = std::async(std::launch::async, [this, now = clock.now()] {
+            monitor.trackQueueBuffer(state.get(), /*instant=*/false, now);
+        });
+        if (left <= 0) {
+            ASSERT_TRUE(returns(call));
+            continue;
+        }
         ASSERT_TRUE(clock.waitForSleepers(1));
-        EXPECT_EQ(clock.nextDeadline(), clock.now() + kPeriod);
-        clock.advance(kPeriod);
+        EXPECT_EQ(clock.nextDeadline(), clock.now() + std::min(left, period));
+        clock.advance(below(std::min(left, period)));
+        period = kPeriods[below(4)];
+        monitor.setVsyncInfo(period, 90);
+        pending = below(4);
+        state->mPendingCount = static_cast<int32_t>(pending);
+        state->releaseWaiters();
+        left = latch - clock.now() + period * (pending + 1) - headroom;
+        if (left > 0 && pending > 0) {
+            ASSERT_TRUE(clock.waitForSleepers(1));
+            EXPECT_EQ(clock.nextDeadline(), clock.now() + std::min(left, period));
+            state->releaseWaiters();
+        }
         ASSERT_TRUE(returns(call));
     }
 }
@@ -113,23 +150,21 @@ TEST_F(HoldBackTest, AdditionalDelayIsWithheld) {
     constexpr nsecs_t kNever = kStart + 1;
     const struct {
         const char* what;
-        int32_t pending;
         nsecs_t sinceJank;
         int32_t dropWait;
         int fps;
         bool delayed;
     } cases[] = {
-            {"a jank less than a second ago", 1, 999'999'999, -1, 60, false},
-            {"a jank a second ago", 1, 1'000'000'000, -1, 60, true},
-            {"a touch waits for the queue to drain", 1, kNever, 1, 60, false},
-            {"which matters at 60 Hz alone", 1, kNever, 1, 90, true},
-            {"nothing pending", 0, kNever, -1, 60, false},
+            {"a jank less than a second ago", 999'999'999, -1, 60, false},
+            {"a jank a second ago", 1'000'000'000, -1, 60, true},
+            {"a touch waits for the queue to drain", kNever, 1, 60, false},
+            {"which matters at 60 Hz alone", kNever, 1, 90, true},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         monitor.setVsyncInfo(kPeriod + 1, c.fps);  // an unchanged period would keep the rate
         monitor.setVsyncInfo(kPeriod, c.fps);
-        state->mPendingCount = c.pending;
+        state->mPendingCount = 1;
         state->mLastJankTime = kStart - c.sinceJank;
         state->mDropWaitCount = c.dropWait;
         const auto call = hold();
@@ -164,14 +199,57 @@ TEST_F(HoldBackTest, InstantBuffersAndThoseBelowTheirHeadroomPass) {
     EXPECT_EQ(log.count("additional delay"), 0u);
 }
 
-TEST_F(HoldBackTest, UnblockReleasesOnceAndLeavesNoAdditionalDelay) {
+// What happens on the queuing thread between the decision for the additional delay and its wait,
+// which is when it logs.
+std::function<void()> sOnceDecided;
+
+void actOnceDecided(const __android_logger_data*, const char* message) {
+    if (message == std::string("additional delay")) sOnceDecided();
+}
+
+TEST_F(HoldBackTest, UnblockOrReleaseEndsTheAdditionalDelayWheneverItComes) {
     state->mLastJankTime = -1;
     state->mHasPending = true;
-    const auto call = hold();
-    monitor.unblockBuffer(kLayer);
-    ASSERT_TRUE(returns(call));
-    EXPECT_FALSE(state->mUnblocked);
-    EXPECT_FALSE(state->mTimedOut);
+    __android_log_set_logger(actOnceDecided);
+    enum Moment { QUEUED, HELD, DECIDED, DELAYED };
+    const struct {
+        const char* what;
+        bool unblocks;  // or releases
+        Moment when;
+        bool delayed;
+    } cases[] = {
+            {"an unblock before the buffer is queued", true, QUEUED, false},
+            {"an unblock while it is held", true, HELD, false},
+            {"an unblock as its delay is decided", true, DECIDED, false},
+            {"an unblock in its delay", true, DELAYED, true},
+            {"a release before it is queued", false, QUEUED, true},
+            {"a release as its delay is decided", false, DECIDED, false},
+            {"a release in its delay", false, DELAYED, true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        const auto actAt = [&](Moment now) {
+            if (c.when != now) return;
+            if (c.unblocks) monitor.unblockBuffer(kLayer);
+            if (!c.unblocks) state->releaseWaiters();
+        };
+        sOnceDecided = [&] { actAt(DECIDED); };
+        state->mPendingCount = 1;
+        actAt(QUEUED);
+        const auto call = hold();
+        actAt(HELD);
+        state->releaseWaiters();
+        if (c.delayed) {
+            ASSERT_TRUE(clock.waitForSleepers(1));
+            actAt(DELAYED);
+            state->releaseWaiters();
+        }
+        EXPECT_TRUE(returns(call));
+        clock.advance(hasReturned(call) ? 0 : kPeriod);
+        // One that came in the delay counts for the next buffer too.
+        EXPECT_EQ(state->mUnblocked.exchange(false), c.unblocks && c.delayed);
+        EXPECT_FALSE(state->mTimedOut);
+    }
     EXPECT_EQ(state->mDropWaitCount, -1);
     state->mHasPending = false;
     monitor.unblockBuffer(kLayer);
@@ -186,7 +264,7 @@ TEST_F(HoldBackTest, UnregisteringAndStoppingReleaseTheBuffer) {
     monitor.unregisterLayer(kLayer);
     EXPECT_EQ(log.count("Layer 7 destroyed"), 1u);
     // A thread that still holds the state does not wait on it any more.
-    EXPECT_FALSE(state->waitForRelease(kPeriod));
+    EXPECT_FALSE(state->waitUnlessReleased(kPeriod));
     EXPECT_EQ(waiting(), 0);
 
     // The focus layer's thread and one of a layer that had the focus before.
@@ -246,9 +324,8 @@ TEST_F(HoldBackTest, WithoutAPeriodNothingHappens) {
     const nsecs_t headroom = state->mHeadroom;
     ASSERT_TRUE(returns(queue()));
     monitor.updateHeadRoom(kLayer, 0.5f, 0.5f);
-    monitor.updatePresetHeadroom(state.get(), false, kMs);
+    monitor.checkAndUpdateHeadroom(state.get(), 2 * kPeriod);
     monitor.updateDynamicHeadroom(state.get(), kPeriod);
-    monitor.updateMaxHeadroom(state.get());
     monitor.onBufferDecrement(kLayer, 3, clock.now() + kMs);
     EXPECT_EQ(state->mHeadroom, headroom);
     EXPECT_EQ(state->mPendingCount, 1);

@@ -2,7 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include <android/log.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -23,6 +25,14 @@ bool hasThread(const std::string& name) {
     return false;
 }
 
+// Whether a thread of this process sleeps, as one does that waits for a lock.
+bool sleeps(pid_t thread) {
+    std::string stat;
+    std::getline(std::ifstream("/proc/self/task/" + std::to_string(thread) + "/stat"), stat);
+    const size_t name = stat.rfind(") ");
+    return name != std::string::npos && stat[name + 2] == 'S';
+}
+
 class MonitorTest : public PhrMonitorTest {
   protected:
     void startDynamic(int fps) {
@@ -38,6 +48,24 @@ class MonitorTest : public PhrMonitorTest {
             monitor.checkAndUpdateHeadroom(state.get(),
                                            static_cast<nsecs_t>(kPeriod / 2 * periods));
         }
+    }
+
+    // Runs `step`, while the display switches just before it gets hold of the layer's record. The
+    // layer is unregistered meanwhile, so that the switch itself leaves the record alone.
+    void switchPeriodDuring(const std::function<void()>& step, nsecs_t period, int fps) {
+        std::atomic<pid_t> stepper{0};
+        std::future<void> call;
+        {
+            Mutex::Autolock lock(state->mFieldsLock);
+            call = std::async(std::launch::async, [&] {
+                stepper = gettid();
+                step();
+            });
+            EXPECT_TRUE(becomes([&] { return stepper != 0 && sleeps(stepper); }));
+            monitor.unregisterLayer(kLayer);
+            monitor.setVsyncInfo(period, fps);
+        }
+        ASSERT_TRUE(returns(call));
     }
 
     int32_t heavyFrames() const {
@@ -126,6 +154,25 @@ TEST_F(MonitorTest, PresetHeadroomFollowsFrameTimes) {
     monitor.onBufferIncrement(kLayer, 2 * kPeriod, kStart, false);
     EXPECT_EQ(state->mHeadroom, 4 * kMs);
     EXPECT_EQ(state->mPendingCount, 0);
+}
+
+TEST_F(MonitorTest, ChangesOfTheRecordTakeThePeriodOfTheirMoment) {
+    start();
+    const auto onTime = [this] { monitor.checkAndUpdateHeadroom(state.get(), kPeriod); };
+    switchPeriodDuring(onTime, kPeriod / 2, 120);
+    EXPECT_EQ(state->mHeadroom, kHeadroom + kMs) << "late at the new period";
+    state = addLayer(kLayer, kRate);
+    switchPeriodDuring([this] { monitor.updateHeadRoom(kLayer, -1, -1); }, kPeriod, 60);
+    EXPECT_EQ(state->mHeadroom, kHeadroom);
+}
+
+TEST_F(MonitorTest, CeilingIsThatOfThePeriodOfItsMoment) {
+    startDynamic(120);
+    addFrames(14, 2);
+    switchPeriodDuring([this] { addFrames(1, 2); }, kPeriod / 4, 240);
+    EXPECT_EQ(maxHeadroom(),
+              headroomAtRate(FeatureManager::getInstance()->getDefaultMaxHeadroomRate(true),
+                             kPeriod / 4));
 }
 
 TEST_F(MonitorTest, HeavyWindowLetsTheHeadroomClimbForFiftyFrames) {

@@ -49,8 +49,6 @@ TEST_F(PacingTest, FirstFrameNeverSleepsAndTheOthersKeepTheRate) {
     monitor.setTargetFpsStatus(kLayer, true, 55, 40);
     EXPECT_EQ(delayOfNext(), 0);
     EXPECT_EQ(delayOfNext(), 25 * kMs);
-    monitor.resetTargetFpsClock(state.get());
-    EXPECT_EQ(delayOfNext(), 0);
     monitor.setTargetFpsStatus(kLayer, false, 55, 40);
     EXPECT_FALSE(state->mTargetFpsActive);
     EXPECT_EQ(log.count("Layer 7: enable target fps: 50.000000"), 1u);
