@@ -14,6 +14,8 @@
 #include <atomic>
 #include <mutex>
 
+#include "corvane/host/Simulation.h"
+
 // On the host a binder object is only an identity: nothing is ever sent through it.
 struct AIBinder {
     std::atomic<int> strong{1};
@@ -77,7 +79,8 @@ PowerBoosts& powerBoostLog() {
 
 namespace android {
 
-IPCThreadState::IPCThreadState() : mCallingPid(getpid()), mCallingUid(getuid()) {}
+IPCThreadState::IPCThreadState()
+      : mCallingPid(corvane::host::Simulation::processId()), mCallingUid(getuid()) {}
 
 IPCThreadState* IPCThreadState::self() {
     static thread_local IPCThreadState state;

@@ -12,6 +12,7 @@
 #include <mutex>
 
 #include "WaitLimit.h"
+#include "corvane/host/Simulation.h"
 
 namespace corvane::host {
 namespace {
@@ -32,6 +33,8 @@ Sink& sink() {
 void capture(const __android_logger_data* data, const char* message) {
     LogLine line{data->priority, data->tag == nullptr ? "" : data->tag, message,
                  systemTime(SYSTEM_TIME_MONOTONIC)};
+    // liblog holds a lock of its own around this call, which no simulation knows.
+    const Simulation::Uninterrupted turn;
     Sink& s = sink();
     const std::lock_guard<std::mutex> lock(s.mutex);
     s.lines.push_back(std::move(line));
@@ -56,12 +59,14 @@ LogCapture::~LogCapture() {
 }
 
 std::vector<LogLine> LogCapture::lines() const {
+    const Simulation::Uninterrupted turn;
     Sink& s = sink();
     const std::lock_guard<std::mutex> lock(s.mutex);
     return s.lines;
 }
 
 std::vector<LogLine> LogCapture::matching(const std::string& text) const {
+    const Simulation::Uninterrupted turn;
     Sink& s = sink();
     const std::lock_guard<std::mutex> lock(s.mutex);
     std::vector<LogLine> result;
@@ -81,6 +86,7 @@ bool LogCapture::waitFor(const std::string& text, size_t count) const {
 }
 
 void LogCapture::clear() {
+    const Simulation::Uninterrupted turn;
     Sink& s = sink();
     const std::lock_guard<std::mutex> lock(s.mutex);
     s.lines.clear();

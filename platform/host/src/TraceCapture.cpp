@@ -15,7 +15,11 @@
 #include <cstdio>
 #include <mutex>
 
+#include "corvane/host/Simulation.h"
+
 namespace {
+
+using corvane::host::Simulation;
 
 std::atomic<uint64_t> sTags{0};  // 0 while off
 
@@ -44,6 +48,10 @@ std::string oneLine(const char* name) {
     return text;
 }
 
+int processor() {
+    return Simulation::isOn() ? 0 : sched_getcpu();
+}
+
 // Writes one event as the kernel prints what a process wrote to trace_marker.
 void write(const std::string& event) {
     char thread[16] = {};  // the kernel's limit
@@ -56,14 +64,15 @@ void write(const std::string& event) {
     const int written = fprintf(trace.file,
                                 "%16s-%-7d (%7d) [%03d] .... %6" PRId64 ".%06" PRId64
                                 ": tracing_mark_write: %s\n",
-                                thread, gettid(), getpid(), sched_getcpu(), us / 1'000'000,
-                                us % 1'000'000, event.c_str());
+                                thread, gettid(), Simulation::processId(), processor(),
+                                us / 1'000'000, us % 1'000'000, event.c_str());
     trace.note(written < 0);
 }
 
 // "TYPE|pid|name", the beginning of every event but the end of a slice.
 std::string event(char type, const char* name) {
-    return std::string(1, type) + "|" + std::to_string(getpid()) + "|" + oneLine(name);
+    return std::string(1, type) + "|" + std::to_string(Simulation::processId()) + "|" +
+           oneLine(name);
 }
 
 bool isOff() {
@@ -118,7 +127,7 @@ void atrace_begin_body(const char* name) {
 }
 
 void atrace_end_body() {
-    if (!isOff()) write("E|" + std::to_string(getpid()));
+    if (!isOff()) write("E|" + std::to_string(Simulation::processId()));
 }
 
 void atrace_async_begin_body(const char* name, int32_t cookie) {

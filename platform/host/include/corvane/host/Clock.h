@@ -13,7 +13,7 @@ namespace corvane::host {
 // While driven, systemTime(SYSTEM_TIME_MONOTONIC), the library's condition waits, its timer
 // descriptors and its nanosleep follow the driven time: a wait ends by time-out only when the
 // driver moves the clock to its deadline. All functions may be called from any thread.
-class DrivenClock {
+class __attribute__((visibility("default"))) DrivenClock {
   public:
     // Takes hold of the clock at startNs (> 0), for the life of this object. One at a time; create
     // it before the library starts its threads.

@@ -1,9 +1,7 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The monotonic clock, and the library's calls that wait on it. Calls named __wrap_NAME are the
-// library's calls of NAME (see CMakeLists.txt); while nobody drives the clock each costs one
-// relaxed load and goes on to NAME.
+// The driven clock, and the library's calls that wait on it.
 
 #include <pthread.h>
 #include <sys/timerfd.h>
@@ -21,7 +19,8 @@
 #include <map>
 #include <mutex>
 
-#include "WaitLimit.h"
+#include "../src/WaitLimit.h"
+#include "DrivenCalls.h"
 #include "corvane/host/Clock.h"
 
 namespace corvane::host {
@@ -35,10 +34,6 @@ std::atomic<int64_t> sDrivenNow{0};
 
 int64_t drivenNow() {
     return sDrivenNow.load(std::memory_order_relaxed);
-}
-
-bool isDriven() {
-    return drivenNow() != 0;
 }
 
 bool isValid(const timespec& time) {
@@ -132,9 +127,15 @@ void fireDueTimers(Waits& w) {
     }
 }
 
+}  // namespace
+
+bool isDriven() {
+    return drivenNow() != 0;
+}
+
 // Threads that sleep on `condition` really were signalled. Without this note a signal would be lost
 // that comes, with the caller's mutex released, between two of the short waits below.
-void noteSignal(const pthread_cond_t* condition) {
+void noteDrivenSignal(const pthread_cond_t* condition) {
     if (!isDriven()) return;
     Waits& w = waits();
     const std::lock_guard<std::mutex> lock(w.mutex);
@@ -142,8 +143,6 @@ void noteSignal(const pthread_cond_t* condition) {
         if (sleeper.condition == condition) sleeper.isSignalled = true;
     }
 }
-
-}  // namespace
 
 DrivenClock::DrivenClock(int64_t startNs) {
     Waits& w = waits();
@@ -212,40 +211,11 @@ int64_t DrivenClock::nextDeadline() const {
     return next;
 }
 
-}  // namespace corvane::host
-
-using namespace corvane::host;
-
-nsecs_t systemTime(int clock) {
-    static constexpr clockid_t kClocks[] = {CLOCK_REALTIME, CLOCK_MONOTONIC,
-                                            CLOCK_PROCESS_CPUTIME_ID, CLOCK_THREAD_CPUTIME_ID,
-                                            CLOCK_BOOTTIME};
-    if (clock < SYSTEM_TIME_REALTIME || clock > SYSTEM_TIME_BOOTTIME) abort();
-    if (clock == SYSTEM_TIME_MONOTONIC) {
-        if (const int64_t now = drivenNow(); now != 0) return now;
-    }
-    timespec now{};
-    clock_gettime(kClocks[clock], &now);
-    return toNs(now);
-}
-
-extern "C" {
-
-int __wrap_clock_gettime(clockid_t clock, timespec* time) {
+int drivenClockGettime(clockid_t clock, timespec* time) {
     const int64_t now = clock == CLOCK_MONOTONIC ? drivenNow() : 0;
     if (now == 0) return clock_gettime(clock, time);
     *time = toTimespec(now);
     return 0;
-}
-
-int __wrap_pthread_cond_signal(pthread_cond_t* condition) {
-    noteSignal(condition);
-    return pthread_cond_signal(condition);
-}
-
-int __wrap_pthread_cond_broadcast(pthread_cond_t* condition) {
-    noteSignal(condition);
-    return pthread_cond_broadcast(condition);
 }
 
 // For conditions on the monotonic clock, as android::Condition's are.
@@ -253,8 +223,7 @@ int __wrap_pthread_cond_broadcast(pthread_cond_t* condition) {
 // The driver cannot signal the caller's condition: it does not know whether that still exists by
 // the time it would. So the thread itself looks at the driven time, in short real waits on the
 // condition, and a real signal ends the wait at once.
-int __wrap_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
-                                  const timespec* deadline) {
+int drivenTimedWait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* deadline) {
     if (!isDriven()) return pthread_cond_timedwait(condition, mutex, deadline);
     if (!isValid(*deadline)) return EINVAL;
 
@@ -283,8 +252,7 @@ int __wrap_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mu
     return result;
 }
 
-int __wrap_nanosleep(const timespec* duration, timespec* remaining) {
-    if (!isDriven()) return nanosleep(duration, remaining);
+int drivenNanosleep(const timespec* duration) {
     if (!isValid(*duration)) {
         errno = EINVAL;
         return -1;
@@ -299,7 +267,7 @@ int __wrap_nanosleep(const timespec* duration, timespec* remaining) {
 
 // One-shot timers on the monotonic clock. While driven, the real descriptor stays disarmed until
 // the driven time reaches the deadline; then it expires at once, so that epoll and read see it.
-int __wrap_timerfd_settime(int fd, int flags, const itimerspec* when, itimerspec* old) {
+int drivenTimerfdSettime(int fd, int flags, const itimerspec* when, itimerspec* old) {
     if (!isDriven()) return timerfd_settime(fd, flags, when, old);
     if (!isValid(when->it_value)) {
         errno = EINVAL;
@@ -326,4 +294,4 @@ int __wrap_timerfd_settime(int fd, int flags, const itimerspec* when, itimerspec
     return 0;
 }
 
-}  // extern "C"
+}  // namespace corvane::host
