@@ -1,0 +1,394 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <functional>
+#include <map>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "replay/perfetto/PerfettoParser.h"
+#include "replay/perfetto/PerfettoWriter.h"
+
+namespace corvane::replay {
+namespace {
+
+constexpr uint32_t kOwnClock = 64;  // of a writer's, incremental, in microseconds
+
+std::string varint(uint64_t value) {
+    std::string text;
+    for (; value >= 0x80; value >>= 7U) text += static_cast<char>(value | 0x80U);
+    return text + static_cast<char>(value);
+}
+
+std::string framed(const std::string& packet) {
+    return "\x0a" + varint(packet.size()) + packet;
+}
+
+std::string framed(const proto::TracePacket& packet) {
+    return framed(packet.SerializeAsString());
+}
+
+std::string compressed(const std::string& packets) {
+    std::string bytes(compressBound(packets.size()), '\0');
+    uLongf size = bytes.size();
+    compress(reinterpret_cast<Bytef*>(bytes.data()), &size,
+             reinterpret_cast<const Bytef*>(packets.data()), packets.size());
+    bytes.resize(size);
+    proto::TracePacket packet;
+    packet.set_compressed_packets(bytes);
+    return framed(packet);
+}
+
+proto::TracePacket snapshot(int64_t bootNs, const std::map<uint32_t, uint64_t>& clocks) {
+    proto::ClockSnapshot message;
+    auto& boot = *message.add_clocks();
+    boot.set_clock_id(kBootClock);
+    boot.set_timestamp(static_cast<uint64_t>(bootNs));
+    for (const auto& [id, time] : clocks) {
+        auto& clock = *message.add_clocks();
+        clock.set_clock_id(id);
+        clock.set_timestamp(time);
+        clock.set_is_incremental(id == kOwnClock);
+        if (id == kOwnClock) clock.set_unit_multiplier_ns(1'000);
+    }
+    proto::TracePacket packet;
+    packet.set_clock_snapshot(message.SerializeAsString());
+    return packet;
+}
+
+proto::TracePacket bundle(const std::vector<std::pair<uint64_t, std::string>>& prints) {
+    proto::FtraceEventBundle message;
+    for (const auto& [time, text] : prints) {
+        auto& event = *message.add_event();
+        event.set_timestamp(time);
+        event.set_pid(7);
+        event.mutable_print()->set_buf(text);
+    }
+    proto::TracePacket packet;
+    packet.set_ftrace_events(message.SerializeAsString());
+    return packet;
+}
+
+proto::TracePacket frameEnd(uint64_t time, int64_t cookie, uint32_t clock = 0) {
+    proto::TracePacket packet;
+    packet.set_timestamp(time);
+    if (clock != 0) packet.set_timestamp_clock_id(clock);
+    packet.mutable_frame_timeline_event()->mutable_frame_end()->set_cookie(cookie);
+    return packet;
+}
+
+std::string nameOf(const Print& print) {
+    return std::to_string(print.timeNs) + " " + std::to_string(print.tid) + " " +
+           std::string(print.text);
+}
+
+std::string nameOf(const FrameMark& m) {
+    std::string text = std::to_string(static_cast<int>(m.kind)) + " '" + std::string(m.layer) + "'";
+    for (const int64_t n : {m.timeNs, m.cookie, m.token, m.displayToken, int64_t{m.pid},
+                            int64_t{m.present}, int64_t{m.jank}}) {
+        text += " " + std::to_string(n);
+    }
+    return text;
+}
+
+struct Parsed {
+    std::vector<std::string> prints;
+    std::vector<std::string> marks;
+    PerfettoStats stats;
+};
+
+Parsed parse(std::string_view trace, size_t piece = SIZE_MAX) {
+    Parsed parsed;
+    PerfettoParser parser([&](const Print& print) { parsed.prints.push_back(nameOf(print)); },
+                          [&](const FrameMark& mark) { parsed.marks.push_back(nameOf(mark)); });
+    for (; !trace.empty(); trace.remove_prefix(std::min(piece, trace.size()))) {
+        parser.feed(trace.substr(0, piece));
+    }
+    parser.finish();
+    parsed.stats = parser.stats();
+    return parsed;
+}
+
+// Random recordings, written as a phone does: processor by processor, in rounds; some packets
+// compressed; frames in a clock of their own.
+class PerfettoRoundTrip : public ::testing::TestWithParam<int> {};
+
+TEST_P(PerfettoRoundTrip, GivesBackWhatWasRecordedHoweverItIsCut) {
+    std::mt19937 random(static_cast<unsigned>(GetParam()));
+    const auto below = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
+    constexpr int64_t kSleptNs = 5'000'000;  // the boot clock goes on, the other stood still
+    int64_t nowNs = 1'000'000'000'000;
+    int64_t behindNs = 77'000'000;
+    std::string trace;
+    struct Expected {
+        int64_t timeNs;
+        std::string text;
+    };
+    std::vector<Expected> prints;
+    std::vector<std::string> marks;
+    PerfettoWriter writer([&](std::string_view bytes) { trace += bytes; });
+    const auto addSnapshot = [&] {
+        trace += framed(snapshot(nowNs, {{kMonotonicClock, nowNs - behindNs}}));
+    };
+    addSnapshot();
+    for (int round = 0; round < 20; ++round) {
+        const size_t roundStart = trace.size();
+        for (int cpu = 0; cpu < 3; ++cpu) {
+            int64_t timeNs = nowNs;
+            for (int i = below(50); i > 0; --i) {
+                timeNs += below(3) * 1'000;
+                const std::string text = "B|1|" + std::string(static_cast<size_t>(below(30)), 'x');
+                const Print print{timeNs, below(4), text};
+                prints.push_back({timeNs, nameOf(print)});
+                writer.print(print);
+            }
+            writer.finish();
+        }
+        for (int i = below(10); i > 0; --i) {
+            FrameMark mark{static_cast<FrameMark::Kind>(below(5)), nowNs + i, below(99)};
+            if (mark.kind != FrameMark::Kind::kEnd) {
+                mark.token = below(9);
+                mark.pid = below(9);
+            }
+            const bool ofLayer = mark.kind == FrameMark::Kind::kExpectedSurface ||
+                                 mark.kind == FrameMark::Kind::kActualSurface;
+            const bool actual = mark.kind == FrameMark::Kind::kActualDisplay ||
+                                mark.kind == FrameMark::Kind::kActualSurface;
+            if (ofLayer) mark.layer = "TX - a.b/c#1";
+            if (ofLayer) mark.displayToken = below(9);
+            if (actual) mark.present = below(6);
+            if (actual) mark.jank = 1 << below(10);
+            marks.push_back(nameOf(mark));
+            std::string written;
+            PerfettoWriter([&](std::string_view bytes) { written = bytes; }).frame(mark);
+            proto::TracePacket packet;
+            ASSERT_TRUE(packet.ParseFromString(written.substr(written.size() > 129 ? 3 : 2)));
+            packet.set_timestamp(static_cast<uint64_t>(mark.timeNs - behindNs));
+            packet.set_timestamp_clock_id(kMonotonicClock);
+            trace += framed(packet);
+        }
+        if (below(2) == 0) trace += "\x9a\x06\x03xyz\x10\x05";  // fields that nobody knows
+        if (below(3) == 0 && trace.find("xyz", roundStart) == std::string::npos) {
+            const std::string packets = trace.substr(roundStart);
+            trace.resize(roundStart);
+            if (!packets.empty()) trace += compressed(packets);
+        }
+        nowNs += 200'000;
+        if (below(4) == 0) {
+            nowNs += kSleptNs;
+            behindNs += kSleptNs;
+            addSnapshot();
+        }
+    }
+    std::stable_sort(prints.begin(), prints.end(),
+                     [](const auto& a, const auto& b) { return a.timeNs < b.timeNs; });
+    std::vector<std::string> expected;
+    for (auto& print : prints) expected.push_back(print.text);
+    for (const size_t piece : {SIZE_MAX, size_t{1}, size_t{7}, size_t{1'000}}) {
+        const Parsed parsed = parse(trace, piece);
+        EXPECT_EQ(parsed.prints, expected);
+        EXPECT_EQ(parsed.marks, marks);
+        EXPECT_EQ(parsed.stats.damagedPackets, 0U);
+        EXPECT_EQ(parsed.stats.unknownClocks, 0U);
+        EXPECT_FALSE(parsed.stats.cutShort || parsed.stats.broken);
+    }
+    // Cut anywhere: what comes before is there, and the cut is told. Rubbish: it ends.
+    const size_t end = trace.size() - 1 - static_cast<size_t>(below(500));
+    const Parsed cut = parse(std::string_view(trace).substr(0, end));
+    EXPECT_LE(cut.prints.size(), expected.size());
+    for (int i = 0; i < 20; ++i) {
+        std::string damaged = trace;
+        for (int k = 0; k < 5; ++k) {
+            damaged[random() % damaged.size()] = static_cast<char>(random());
+        }
+        EXPECT_LE(parse(damaged, 4'096).stats.prints, 3'000U);
+    }
+}
+INSTANTIATE_TEST_SUITE_P(Seeds, PerfettoRoundTrip, ::testing::Range(0, 10));
+
+// Everything that cannot be used is counted by its reason, and what stands behind it is read.
+TEST(Perfetto, CountsWhatItCannotUse) {
+    const std::string good = framed(bundle({{5, "C|1|a|1\n"}}));
+    const std::string huge = "\x0a" + varint(PacketStream::kMaxPacket + 1);
+    std::string nested = good;
+    for (int i = 0; i < 5; ++i) nested = compressed(nested);
+    proto::TracePacket dropped = bundle({});
+    dropped.set_previous_packet_dropped(1);
+    proto::TracePacket needy = bundle({{5, "C|1|a|1"}});
+    needy.set_sequence_flags(2);
+    proto::TraceStats lossStats;
+    lossStats.add_buffer_stats()->set_chunks_overwritten(3);
+    lossStats.mutable_buffer_stats(0)->set_trace_writer_packet_loss(4);
+    proto::TracePacket losses;
+    losses.set_trace_stats(lossStats.SerializeAsString());
+    proto::TracePacket overran;
+    overran.set_ftrace_events("\x18\x01");
+    proto::TracePacket globalClock = bundle({{5, "C|1|a|1"}});
+    globalClock.mutable_ftrace_events()->append("\x28\x02");
+    const auto count = [](size_t PerfettoStats::*member) {
+        return [member](const PerfettoStats& s) { return s.*member; };
+    };
+    const struct {
+        const char* what;
+        std::string bytes;
+        std::function<size_t(const PerfettoStats&)> counted;
+        size_t times;
+    } kCases[] = {
+            {"no message", framed("\x0f"), count(&PerfettoStats::damagedPackets), 1},
+            {"an event longer than its bundle", framed("\x0a\x02\x12\x7f"),
+             count(&PerfettoStats::damagedPackets), 1},
+            {"a 2 GiB claim within a packet", framed("\x0a\x06\x12\xff\xff\xff\xff\x07"),
+             count(&PerfettoStats::damagedPackets), 1},
+            {"no zlib stream", framed("\x92\x03\x01x"), count(&PerfettoStats::damagedPackets), 1},
+            {"a bomb", compressed(std::string(50'000'000, '\0')),
+             count(&PerfettoStats::damagedPackets), 1},
+            {"compressed within compressed", nested, count(&PerfettoStats::prints), 1},
+            {"a huge packet", huge + std::string(PacketStream::kMaxPacket + 1, 'x'),
+             count(&PerfettoStats::oversizedPackets), 1},
+            {"packets dropped", framed(dropped), count(&PerfettoStats::droppedBefore), 1},
+            {"state lost", framed(needy), count(&PerfettoStats::withoutState), 1},
+            {"writer's losses", framed(losses) + framed(losses),
+             [](const PerfettoStats& s) { return s.overwrittenChunks * 10 + s.writerLosses; }, 34},
+            {"an overrun", framed(overran), count(&PerfettoStats::overranBundles), 1},
+            {"an unknown ftrace clock", framed(globalClock), count(&PerfettoStats::unknownClocks),
+             1},
+            {"a frame of an unknown clock", framed(frameEnd(5, 1, 3)),
+             count(&PerfettoStats::unknownClocks), 1},
+            {"an impossible time", framed(bundle({{UINT64_MAX, "x"}})),
+             count(&PerfettoStats::impossibleTimes), 1},
+    };
+    for (const auto& test : kCases) {
+        const Parsed parsed = parse(test.bytes + good, 65'536);
+        EXPECT_EQ(test.counted(parsed.stats), test.times) << test.what;
+        EXPECT_EQ(parsed.prints, std::vector<std::string>{"5 7 C|1|a|1"}) << test.what;
+    }
+    // And what ends the reading.
+    const Parsed broken = parse(good + "\x0b" + good);
+    EXPECT_TRUE(broken.stats.broken);
+    EXPECT_EQ(broken.prints.size(), 1U);
+    for (const std::string& end : {std::string("\x0a"), "\x0a" + varint(9), std::string("\x0a\xff"),
+                                   huge, "\x0a" + varint(uint64_t{1} << 31U)}) {
+        const Parsed parsed = parse(good + end);
+        EXPECT_TRUE(parsed.stats.cutShort);
+        EXPECT_EQ(parsed.prints.size(), 1U);
+    }
+    EXPECT_TRUE(parse(std::string(11, '\xff')).stats.broken);
+}
+
+TEST(Perfetto, BringsEveryClockToTheBootClock) {
+    const auto withDefault = [](uint32_t sequence, uint32_t clock) {
+        proto::TracePacket packet;
+        packet.set_trusted_packet_sequence_id(sequence);
+        packet.set_sequence_flags(1);
+        packet.mutable_trace_packet_defaults()->set_timestamp_clock_id(clock);
+        return framed(packet);
+    };
+    const auto own = [](uint64_t time, uint32_t sequence, bool dropped = false) {
+        proto::TracePacket packet = frameEnd(time, 1);
+        packet.set_trusted_packet_sequence_id(sequence);
+        if (dropped) packet.set_previous_packet_dropped(1);
+        return framed(packet);
+    };
+    proto::TracePacket incremental = snapshot(10'000'000, {{kOwnClock, 0}});
+    incremental.set_trusted_packet_sequence_id(4);
+    const std::string monotonic = framed(snapshot(1'000, {{kMonotonicClock, 400}}));
+    const std::string later = framed(snapshot(9'000, {{kMonotonicClock, 700}}));
+    const std::string frames =
+            framed(frameEnd(300, 1, 3)) + framed(frameEnd(500, 1, 3)) + framed(frameEnd(800, 1, 3));
+    proto::TracePacket bothClocks = bundle({{50, "x"}});
+    bothClocks.mutable_ftrace_events()->append("\x28\x02\x30\x0a\x38\x6e");  // 10 is 110
+    const struct {
+        std::string bytes;
+        std::vector<int64_t> times;
+        size_t unknown;
+    } kCases[] = {
+            {monotonic + later + frames, {900, 1'100, 9'100}, 0},
+            {frames + monotonic + framed(frameEnd(600, 1, 3)), {900, 1'100, 1'400, 1'200}, 0},
+            {frames, {300, 500, 800}, 0},
+            {frames + framed(frameEnd(800, 1)), {800}, 3},
+            {monotonic + withDefault(2, 3) + own(500, 2) + own(500, 3), {1'100, 500}, 0},
+            {framed(incremental) + withDefault(4, 64) + own(5, 4) + own(5, 4) + own(1, 4, true),
+             {10'005'000, 10'010'000},
+             1},
+            {framed(bothClocks), {150}, 0},
+    };
+    for (size_t i = 0; i < std::size(kCases); ++i) {
+        const Parsed parsed = parse(kCases[i].bytes);
+        std::vector<int64_t> times;
+        for (const auto& mark : parsed.marks) times.push_back(std::stoll(mark.substr(5)));
+        for (const auto& print : parsed.prints) times.push_back(std::stoll(print));
+        EXPECT_EQ(times, kCases[i].times) << i;
+        EXPECT_EQ(parsed.stats.unknownClocks, kCases[i].unknown) << i;
+    }
+}
+
+// Slices that overlap must not nest wrongly: each written track, taken alone, ends what it begins.
+TEST(Perfetto, WritesTracksThatAnyReaderDecodes) {
+    std::mt19937 random(11);
+    std::vector<Track> tracks = {{"layer a.b/c#1"}};
+    std::multiset<std::string> expected;
+    for (int i = 0; i < 4; ++i) {
+        Track track{"row " + std::to_string(i), 0};
+        for (int k = 0; k < 100; ++k) {
+            const auto begin = static_cast<int64_t>(random() % 10'000);
+            const auto end = begin + static_cast<int64_t>(random() % 300);
+            track.slices.push_back({begin, end, std::to_string(k)});
+            expected.insert(track.name + " " + std::to_string(k) + " " + std::to_string(begin) +
+                            " " + std::to_string(end));
+        }
+        tracks.push_back(track);
+    }
+    tracks.push_back({"headroom", 0, Track::Unit::kNs, {}, {}, {{5, 0.5}, {6, 1.5}}});
+    tracks.push_back({"modes", std::nullopt, Track::Unit::kNone, {}, {{7, "mode 60"}}});
+    std::map<uint64_t, proto::TrackDescriptor> rows;
+    std::map<uint64_t, std::pair<std::string, uint64_t>> open;
+    std::multiset<std::string> found;
+    std::string others, file;
+    PerfettoWriter writer([&](std::string_view bytes) { file += bytes; });
+    writer.tracks(tracks);
+    PacketStream stream([&](std::string_view bytes) {
+        proto::TracePacket packet;
+        proto::TrackDescriptor row;
+        proto::TrackEvent event;
+        ASSERT_TRUE(packet.ParseFromArray(bytes.data(), static_cast<int>(bytes.size())));
+        ASSERT_TRUE(row.ParseFromString(packet.track_descriptor()));
+        ASSERT_TRUE(event.ParseFromString(packet.track_event()));
+        if (packet.has_track_descriptor()) rows[row.uuid()] = row;
+        if (!packet.has_track_event()) return;
+        const std::string name = rows.at(event.track_uuid()).name();
+        if (event.type() == proto::TrackEvent::TYPE_SLICE_BEGIN) {
+            ASSERT_TRUE(open.emplace(event.track_uuid(),
+                                     std::pair{name + " " + event.name(), packet.timestamp()})
+                                .second);
+        } else if (event.type() == proto::TrackEvent::TYPE_SLICE_END) {
+            const auto begun = open.extract(event.track_uuid());
+            ASSERT_FALSE(begun.empty());
+            found.insert(begun.mapped().first + " " + std::to_string(begun.mapped().second) + " " +
+                         std::to_string(packet.timestamp()));
+        } else {
+            others += name + event.name() + std::to_string(event.double_counter_value()) + ";";
+        }
+    });
+    stream.feed(file);
+    EXPECT_EQ(found, expected);
+    EXPECT_TRUE(open.empty());
+    EXPECT_EQ(others, "headroom0.500000;headroom1.500000;modesmode 600.000000;");
+    for (const auto& [uuid, row] : rows) {
+        const bool grouped = row.name().find("row") == 0 || row.name() == "headroom";
+        EXPECT_EQ(grouped ? rows.at(row.parent_uuid()).name() : "", grouped ? "layer a.b/c#1" : "");
+    }
+    FILE* const decoder = popen(PROTOC " --decode_raw > /dev/null", "w");
+    ASSERT_NE(decoder, nullptr);
+    EXPECT_EQ(fwrite(file.data(), 1, file.size(), decoder), file.size());
+    EXPECT_EQ(pclose(decoder), 0);
+}
+
+}  // namespace
+}  // namespace corvane::replay
