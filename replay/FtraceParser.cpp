@@ -3,7 +3,9 @@
 
 #include "replay/FtraceParser.h"
 
+#include <algorithm>
 #include <charconv>
+#include <iterator>
 #include <optional>
 
 namespace corvane::replay {
@@ -11,9 +13,26 @@ namespace {
 
 using Kind = TraceEvent::Kind;
 
+// What kernels and converters call the event that holds a marker.
 constexpr std::string_view kMarkerFunction = "tracing_mark_write";
-constexpr std::string_view kHtmlSection = "class=\"trace-data\"";
-constexpr std::string_view kHtmlSectionEnd = "</script>";
+constexpr std::string_view kPrintFunction = "print";
+constexpr std::string_view kUnresolvedFunction = "0";
+// What the first line of a viewer's page begins with, in lower case. (Lines of ftrace may begin
+// with "<" too: "<idle>-0".)
+constexpr std::string_view kPageStarts[] = {"<!", "<html", "<head", "<script", "<meta"};
+constexpr std::string_view kPageTrace = "class=\"trace-data\"";
+constexpr std::string_view kScriptTrace = "linuxPerfData = \"";
+constexpr std::string_view kScriptLineEnd = "\\n\\";
+constexpr std::string_view kScriptTraceEnd = "\";";
+constexpr std::string_view kScriptEnd = "</script>";
+// "CPU:3 [LOST 1234 EVENTS]": the ring buffer overran.
+constexpr std::string_view kLostCpu = "CPU:";
+constexpr std::string_view kLostEvents = "[LOST ";
+
+// A line of ftrace is at most a page long. Of a longer one only the end is looked at, where a
+// page's tags may be.
+constexpr size_t kMaxLine = 65'536;
+constexpr size_t kEndOfOverlong = 4'096;
 
 constexpr int64_t kNsPerSecond = 1'000'000'000;
 // 31 years of uptime; more is a damaged number, and would not fit nanoseconds much later.
@@ -151,13 +170,21 @@ std::optional<Header> parseHeader(std::string_view line) {
 
 enum class Marker { kEvent, kOther, kDamaged };
 
-// "PID|NAME|VALUE"; a name may hold any character, '|' included.
-bool parseNamedValue(std::string_view text, TraceEvent& event) {
+// "PID|NAME|VALUE"; a name may hold any character, '|' included. Some kernels add a field of their
+// own behind a counter's value.
+bool parseNamedValue(std::string_view text, bool mayHaveFourth, TraceEvent& event) {
     const size_t first = text.find('|');
-    const size_t last = text.rfind('|');
+    size_t last = text.rfind('|');
     if (first == std::string_view::npos || first == last) return false;
     const auto pid = number<int>(text.substr(0, first));
-    const auto value = number<int64_t>(text.substr(last + 1));
+    auto value = number<int64_t>(text.substr(last + 1));
+    const size_t before = text.rfind('|', last - 1);
+    if (mayHaveFourth && before > first) {
+        if (const auto third = number<int64_t>(text.substr(before + 1, last - before - 1))) {
+            value = third;
+            last = before;
+        }
+    }
     if (!pid || !value) return false;
     event.pid = *pid;
     event.name = text.substr(first + 1, last - first - 1);
@@ -166,20 +193,19 @@ bool parseNamedValue(std::string_view text, TraceEvent& event) {
 }
 
 Marker parseMarker(std::string_view text, TraceEvent& event) {
-    if (text.empty()) return Marker::kDamaged;
     const char type = text.front();
     text.remove_prefix(1);
     if (type == 'E') {
         event.kind = Kind::kEnd;
         if (text.empty() || text == "|") return Marker::kEvent;
         if (!take(text, '|')) return Marker::kOther;
-        const auto pid = number<int>(text);
-        if (!pid) return Marker::kDamaged;
+        const auto pid = takeNumber<int>(text);
+        if (!pid || (!text.empty() && text.front() != '|')) return Marker::kDamaged;
         event.pid = *pid;
         return Marker::kEvent;
     }
     if (type != 'B' && type != 'C' && type != 'S' && type != 'F') return Marker::kOther;
-    if (!take(text, '|')) return Marker::kDamaged;
+    if (!take(text, '|')) return Marker::kOther;
     if (type == 'B') {
         event.kind = Kind::kBegin;
         const auto pid = takeNumber<int>(text);
@@ -189,69 +215,189 @@ Marker parseMarker(std::string_view text, TraceEvent& event) {
         return Marker::kEvent;
     }
     event.kind = type == 'C' ? Kind::kCounter : type == 'S' ? Kind::kAsyncBegin : Kind::kAsyncEnd;
-    return parseNamedValue(text, event) ? Marker::kEvent : Marker::kDamaged;
+    return parseNamedValue(text, type == 'C', event) ? Marker::kEvent : Marker::kDamaged;
 }
 
-void parseLine(std::string_view line, const std::function<void(const TraceEvent&)>& sink,
-               ParseStats& stats) {
-    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-    trimRight(line);
-    std::string_view text = line;
-    skipBlanks(text);
-    if (text.empty() || text.front() == '#') return;
-    ++stats.lines;
-    const auto header = parseHeader(line);
-    if (!header) {
-        ++stats.damaged;
-        return;
+// Takes what stands before the marker where a converter wrote the function into the event's text.
+bool takeMarkerText(Header& header) {
+    if (header.function == kMarkerFunction || header.function == kUnresolvedFunction) return true;
+    if (header.function != kPrintFunction) return false;
+    const std::string_view text = header.payload;
+    if (text.substr(0, kMarkerFunction.size()) == kMarkerFunction) {
+        header.payload.remove_prefix(kMarkerFunction.size());
+        if (!take(header.payload, ':')) header.payload = text;
+        skipBlanks(header.payload);
     }
-    ++stats.ftrace;
-    if (header->function != kMarkerFunction) return;
-    TraceEvent event{Kind::kEnd, header->timeNs, header->tid, 0, {}, 0};
-    switch (parseMarker(header->payload, event)) {
-        case Marker::kEvent:
-            sink(event);
-            break;
-        case Marker::kOther:
-            break;
-        case Marker::kDamaged:
-            ++stats.damaged;
-            break;
-    }
+    return true;
 }
 
-void parseLines(std::string_view text, const std::function<void(const TraceEvent&)>& sink,
-                ParseStats& stats) {
-    while (!text.empty()) {
-        const size_t end = text.find('\n');
-        parseLine(text.substr(0, end), sink, stats);
-        if (end == std::string_view::npos) break;
-        text.remove_prefix(end + 1);
-    }
+// How many events the kernel says were lost here; nothing for another line.
+std::optional<size_t> lostEvents(std::string_view line) {
+    if (line.substr(0, kLostCpu.size()) != kLostCpu) return std::nullopt;
+    const size_t at = line.find(kLostEvents);
+    if (at == std::string_view::npos) return std::nullopt;
+    std::string_view count = line.substr(at + kLostEvents.size());
+    return takeNumber<size_t>(count).value_or(0);
+}
+
+bool isPage(std::string_view line) {
+    const auto beginsWith = [&](std::string_view start) {
+        return line.size() >= start.size() &&
+               std::equal(start.begin(), start.end(), line.begin(), [](char lower, char c) {
+                   return lower == (c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c);
+               });
+    };
+    return std::any_of(std::begin(kPageStarts), std::end(kPageStarts), beginsWith);
 }
 
 }  // namespace
 
-ParseStats parseFtrace(std::string_view text, const std::function<void(const TraceEvent&)>& sink) {
-    ParseStats stats;
-    size_t tag = text.find(kHtmlSection);
-    if (tag == std::string_view::npos) {
-        parseLines(text, sink, stats);
-        return stats;
-    }
-    // The viewer's page holds one section per tracing agent; only ftrace's has markers.
-    while (tag != std::string_view::npos) {
-        const size_t open = text.find('>', tag);
-        if (open == std::string_view::npos) break;
-        const size_t close = text.find(kHtmlSectionEnd, open);
-        const std::string_view section = text.substr(open + 1, close - (open + 1));
-        if (section.find(kMarkerFunction) != std::string_view::npos) {
-            parseLines(section, sink, stats);
+void FtraceParser::feed(std::string_view piece) {
+    while (!piece.empty()) {
+        const size_t end = piece.find('\n');
+        const std::string_view text = piece.substr(0, end);
+        if (end == std::string_view::npos) {
+            keepRest(text);
+            return;
         }
-        if (close == std::string_view::npos) break;
-        tag = text.find(kHtmlSection, close);
+        piece.remove_prefix(end + 1);
+        if (mRest.empty() && !mOverlong && text.size() <= kMaxLine) {
+            line(text);
+            continue;
+        }
+        keepRest(text);
+        line(mRest);
+        mRest.clear();
+        mOverlong = false;
     }
-    return stats;
+}
+
+void FtraceParser::finish() {
+    if (mRest.empty()) return;
+    line(mRest);
+    mRest.clear();
+}
+
+void FtraceParser::keepRest(std::string_view text) {
+    mRest += text;
+    if (mRest.size() <= kMaxLine) return;
+    mRest.erase(0, mRest.size() - kEndOfOverlong);
+    mOverlong = true;
+}
+
+void FtraceParser::line(std::string_view text) {
+    if (!text.empty() && text.back() == '\r') text.remove_suffix(1);
+    trimRight(text);
+    if (text.empty()) return;
+    if (!mAnyLine) {
+        mAnyLine = true;
+        std::string_view start = text;
+        skipBlanks(start);
+        if (isPage(start)) mPlace = Place::kPage;
+    }
+    switch (mPlace) {
+        case Place::kText:
+            textLine(text);
+            break;
+        case Place::kPage:
+            pageLine(text);
+            break;
+        case Place::kPageTrace:
+            pageTraceLine(text);
+            break;
+        case Place::kScriptTrace:
+            scriptTraceLine(text);
+            break;
+    }
+}
+
+void FtraceParser::textLine(std::string_view text) {
+    if (traceLine(text) || text.find(kPageTrace) == std::string_view::npos) return;
+    pageLine(text);  // a page whose beginning is missing
+}
+
+void FtraceParser::pageLine(std::string_view text) {
+    const size_t section = text.find(kPageTrace);
+    if (section != std::string_view::npos) {
+        const size_t open = text.find('>', section);
+        if (open == std::string_view::npos) return;
+        mPlace = Place::kPageTrace;
+        mBegun = false;
+        pageTraceLine(text.substr(open + 1));
+        return;
+    }
+    if (text.find(kScriptTrace) == std::string_view::npos) return;
+    mPlace = Place::kScriptTrace;
+    mBegun = false;
+}
+
+void FtraceParser::pageTraceLine(std::string_view text) {
+    const size_t end =
+            !text.empty() && text.back() == '>' ? text.find(kScriptEnd) : std::string_view::npos;
+    traceLine(text.substr(0, end));
+    if (end == std::string_view::npos) return;
+    mPlace = Place::kPage;
+    pageLine(text.substr(end));
+}
+
+void FtraceParser::scriptTraceLine(std::string_view text) {
+    const auto endsWith = [&](std::string_view end) {
+        return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
+    };
+    if (endsWith(kScriptTraceEnd) || endsWith(kScriptEnd)) mPlace = Place::kPage;
+    if (endsWith(kScriptLineEnd)) text.remove_suffix(kScriptLineEnd.size());
+    if (mPlace == Place::kScriptTrace) traceLine(text);
+}
+
+// Whether it is a line as traces have it. The trace begins with the first such line; what comes
+// before is no damage.
+bool FtraceParser::traceLine(std::string_view text) {
+    std::string_view start = text;
+    skipBlanks(start);
+    if (start.empty()) return true;
+    if (start.front() == '#') {
+        mBegun = true;
+        return true;
+    }
+    auto header = mOverlong ? std::nullopt : parseHeader(text);
+    if (!header) {
+        if (const auto lost = lostEvents(start)) {
+            mStats.lostEvents += *lost;
+            return true;
+        }
+        if (!mBegun) return false;
+        ++mStats.lines;
+        ++mStats.damaged;
+        return false;
+    }
+    mBegun = true;
+    ++mStats.lines;
+    ++mStats.ftrace;
+    const bool isMarker = header->function == kMarkerFunction;
+    if (!takeMarkerText(*header)) return true;
+    if (header->payload.empty()) {
+        if (isMarker) ++mStats.damaged;
+        return true;
+    }
+    TraceEvent event{Kind::kEnd, header->timeNs, header->tid, 0, {}, 0};
+    switch (parseMarker(header->payload, event)) {
+        case Marker::kEvent:
+            mSink(event);
+            break;
+        case Marker::kOther:
+            break;
+        case Marker::kDamaged:
+            ++mStats.damaged;
+            break;
+    }
+    return true;
+}
+
+ParseStats parseFtrace(std::string_view text, const FtraceParser::Sink& sink) {
+    FtraceParser parser(sink);
+    parser.feed(text);
+    parser.finish();
+    return parser.stats();
 }
 
 }  // namespace corvane::replay

@@ -163,6 +163,14 @@ std::string jsonReport(const ReportSource& source) {
     root["recording"]["file"] = source.recordingFile;
     root["recording"]["durationNs"] = Json::Int64(recording.durationNs);
     root["recording"]["vsyncPeriodNs"] = Json::Int64(recording.vsyncPeriodNs);
+    root["recording"]["rateSource"] = recording.rateSource;
+    root["recording"]["rateChanges"] = list();
+    for (const Rate& change : recording.rateChanges) {
+        Json::Value value;
+        value["atNs"] = Json::Int64(change.atNs);
+        value["vsyncPeriodNs"] = Json::Int64(change.periodNs);
+        root["recording"]["rateChanges"].append(std::move(value));
+    }
     root["recording"]["vsyncs"] = Json::UInt64(recording.vsyncs);
     root["recording"]["frames"] = Json::UInt64(recording.frames);
     root["recording"]["linesSkipped"] = Json::UInt64(recording.skippedLines);

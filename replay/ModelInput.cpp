@@ -32,6 +32,9 @@ model::Recorded modelInput(const Recording& recording) {
     model::Recorded input;
     input.durationNs = recording.durationNs;
     input.rates.push_back({0, recording.vsyncPeriodNs});
+    for (const Rate& change : recording.rateChanges) {
+        input.rates.push_back({change.atNs, change.periodNs});
+    }
     for (const Layer& layer : recording.layers) {
         input.layers.push_back({layer.name, {}});
         input.layers.back().frames.resize(static_cast<size_t>(layer.initialDepth));

@@ -58,7 +58,7 @@ OptionsResult parseOptions(int argc, const char* const* argv) {
     bool onlyFiles = false;
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
-        if (onlyFiles || argument.empty() || argument[0] != '-') {
+        if (onlyFiles || argument.empty() || argument[0] != '-' || argument == "-") {
             if (!options.recording.empty()) {
                 return {std::nullopt, "more than one recording: '" + options.recording + "' and '" +
                                               argument + "'"};

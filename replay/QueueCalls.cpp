@@ -15,24 +15,40 @@ namespace {
 constexpr int64_t kQueueToCounterNs = 2'000'000;
 // A longer call has lost its end.
 constexpr int64_t kMaxCallNs = 1'000'000'000;
+// Slices within each other; a thread with more has lost ends.
+constexpr size_t kMaxOpen = 256;
 
 }  // namespace
 
 void QueueCalls::begin(const TraceEvent& event) {
+    const auto [entry, isNew] = mThreads.try_emplace(event.tid);
+    if (isNew) ++mKept;
+    Thread& thread = entry->second;
+    if (thread.open.size() == kMaxOpen) {
+        ++thread.deeper;
+        return;
+    }
     Call call = Call::kOther;
     if (event.name == "queueBuffer") call = Call::kQueue;
     if (event.name == "dequeueBuffer") call = Call::kDequeue;
-    mOpen[event.tid].push_back({call, event.timeNs, event.pid});
+    thread.open.push_back({call, event.timeNs, event.pid});
 }
 
 void QueueCalls::end(const TraceEvent& event) {
-    auto& open = mOpen[event.tid];
-    if (open.empty()) return;                       // begun before the recording
-    const auto [call, beginNs, pid] = open.back();  // an end need not name its process
-    open.pop_back();
+    const auto entry = mThreads.find(event.tid);
+    if (entry == mThreads.end()) return;
+    Thread& thread = entry->second;
+    if (thread.deeper > 0) {
+        --thread.deeper;
+        return;
+    }
+    if (thread.open.empty()) return;                       // begun before the recording
+    const auto [call, beginNs, pid] = thread.open.back();  // an end need not name its process
+    thread.open.pop_back();
+    if (call == Call::kOther) return;
     if (event.timeNs < beginNs || event.timeNs - beginNs > kMaxCallNs) return;
-    if (call == Call::kQueue) mQueues.push_back({beginNs, event.timeNs, pid});
-    if (call == Call::kDequeue) mDequeues.push_back({beginNs, event.timeNs, pid});
+    (call == Call::kQueue ? mQueues : mDequeues).push_back({beginNs, event.timeNs, pid});
+    ++mKept;
 }
 
 void QueueCalls::settle(int64_t startNs, int compositorPid) {

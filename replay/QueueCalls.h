@@ -3,9 +3,11 @@
 
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <set>
+#include <unordered_map>
 #include <vector>
 
 #include "replay/FtraceParser.h"
@@ -21,6 +23,9 @@ class QueueCalls {
   public:
     void begin(const TraceEvent& event);
     void end(const TraceEvent& event);
+
+    // How many pieces it keeps, which grow with the trace.
+    size_t kept() const { return mKept; }
 
     // From now on times count from startNs. The compositor queues to the display itself; its calls
     // are no application's and are forgotten.
@@ -49,8 +54,14 @@ class QueueCalls {
         int pid;
     };
 
-    std::map<int, std::vector<Open>> mOpen;  // per thread, innermost last
-    std::vector<Slice> mQueues;              // settled: by begin
+    struct Thread {
+        std::vector<Open> open;  // innermost last
+        size_t deeper = 0;       // slices begun within those, beyond what is kept
+    };
+
+    std::unordered_map<int, Thread> mThreads;
+    size_t mKept = 0;
+    std::vector<Slice> mQueues;  // settled: by begin
     std::vector<Slice> mDequeues;
     std::set<int> mPids;
 };

@@ -12,6 +12,8 @@
 #include <string_view>
 #include <vector>
 
+#include "replay/DisplayRate.h"
+
 namespace corvane::replay {
 
 // A process that queues buffers. Recordings do not tell user ids, so each process gets one of its
@@ -41,6 +43,14 @@ struct Step {
     int count;     // buffers taken by a latch; 1 for a queue, unused for a vsync
 };
 
+// One of the trace's counters that a recording can be made of, and what became of it.
+struct SeenCounter {
+    std::string name;
+    int pid;
+    size_t samples;
+    std::string use;
+};
+
 // What a compositor did while a phone was recorded: its vsyncs, and when each layer's buffers were
 // queued and latched.
 struct Recording {
@@ -48,27 +58,56 @@ struct Recording {
     std::vector<Layer> layers;
     std::vector<Step> steps;  // in time's order; of one time, in the recording's
     int64_t durationNs = 0;
-    int64_t vsyncPeriodNs = 0;  // the median interval, as it was measured
+    int64_t vsyncPeriodNs = 0;      // the display's, at the beginning
+    std::vector<Rate> rateChanges;  // later ones, in time's order
+    std::string rateSource;         // what told them, as a phrase
     size_t vsyncs = 0;
     size_t frames = 0;
     size_t skippedLines = 0;   // damaged, or of a time far from all others
     size_t skippedLayers = 0;  // beyond kMaxLayers, those with the fewest frames
+
+    std::vector<SeenCounter> counters;
+    std::vector<std::string> notes;  // what a reader of the report should know, a sentence each
 
     // More layers than any phone shows at once; each may need a thread.
     static constexpr size_t kMaxLayers = 128;
 
     // The first layer whose name contains `part`.
     std::optional<size_t> findLayer(std::string_view part) const;
+    // Leaves only these of the layers, with their steps and processes, and counts anew.
+    void keepLayers(const std::vector<bool>& kept);
     // The process that queues most frames.
     size_t busiestProcess() const;
 };
 
-// Reads a recording from ftrace text. Without a result `error` says why, as the end of a sentence
-// that begins with the file's name.
+// Without a recording `error` says why, as the end of a sentence that begins with the file's name.
 struct RecordingResult {
     std::optional<Recording> recording;
     std::string error;
 };
+
+// Reads a recording from a file of ftrace text, which gzip may have packed; "-" is the standard
+// input. The text passes through: only what the recording is made of is kept.
+RecordingResult readRecording(const std::string& path);
+
+// The same from a text that is there as a whole.
 RecordingResult parseRecording(std::string_view text);
+
+// The package that the library takes this layer for, by its name; empty for none.
+std::string packageOf(const Layer& layer);
+
+// A part of a recording.
+struct Selection {
+    std::optional<int64_t> fromNs;  // from its first step
+    std::optional<int64_t> toNs;
+    std::string layer;  // only layers whose names contain it; empty: all
+};
+
+// Cuts the recording to the part. Returns what the part lacks to be played, as the end of a
+// sentence that begins with the file's name, or an empty text.
+std::string select(Recording& recording, const Selection& selection);
+
+// Takes the rates of a display that is known better than the recording tells.
+void overruleRates(Recording& recording, const std::vector<Rate>& rates, const std::string& source);
 
 }  // namespace corvane::replay

@@ -46,6 +46,18 @@ std::string suggestionPart(const ReportSource& source) {
            shown(source.suggestion) + "\n";
 }
 
+// What told the display's rate, and when it changed.
+std::string rateText(const Recording& recording) {
+    std::string text = "the rate is told by " + recording.rateSource;
+    const auto& changes = recording.rateChanges;
+    for (size_t i = 0; i < std::min(changes.size(), kMaxSwitches); ++i) {
+        const double hz = kNsPerSecond / static_cast<double>(changes[i].periodNs);
+        text += format(i == 0 ? "; %.1f Hz from " : ", %.1f Hz from ", hz) +
+                seconds(changes[i].atNs);
+    }
+    return text + (changes.size() > kMaxSwitches ? ", ..." : "");
+}
+
 std::string recordingPart(const ReportSource& source) {
     const Recording& recording = source.recording;
     const PlayResult& played = source.played;
@@ -62,6 +74,7 @@ std::string recordingPart(const ReportSource& source) {
                  plural(recording.layers.size(), "layer") + ", " +
                  plural(recording.frames, "frame") + ", " + plural(recording.skippedLines, "line") +
                  " skipped");
+    text += line(rateText(recording));
     if (recording.skippedLayers > 0) {
         text += line(plural(recording.skippedLayers, "layer") + " with the fewest frames left out");
     }

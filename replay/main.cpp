@@ -15,6 +15,7 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -30,6 +31,7 @@
 #include "replay/AppProcess.h"
 #include "replay/Application.h"
 #include "replay/Findings.h"
+#include "replay/InputFile.h"
 #include "replay/Interruption.h"
 #include "replay/LibraryHooks.h"
 #include "replay/NeverOn.h"
@@ -218,7 +220,9 @@ void writeOutputs(const ReportSource& source, const std::string& trace, OutputFi
 
 Scenario loadScenario(const Options& options) {
     if (options.scenario.empty()) return {};
-    auto result = parseScenario(readFile(options.scenario), options.scenario);
+    const auto file = readText(options.scenario);
+    if (!file.error.empty()) throw Stop{kUnusable, options.scenario + " " + file.error};
+    auto result = parseScenario(file.text, options.scenario);
     if (!result.scenario) throw Stop{kUnusable, result.error};
     return std::move(*result.scenario);
 }
@@ -230,7 +234,7 @@ int run(const Options& options) {
     if (file.empty()) {
         throw Stop{kUnusable, "no recording given, and " + options.scenario + " names none"};
     }
-    const auto parsed = parseRecording(readFile(file));
+    const auto parsed = readRecording(file);
     if (!parsed.recording) throw Stop{kUnusable, file + " " + parsed.error};
     const Recording& recording = *parsed.recording;
     const int repeat = options.repeat > 0 ? options.repeat : std::max(1, scenario.repeat);
@@ -272,6 +276,7 @@ int run(const Options& options) {
                         played, findings};
     if (application) source.application = application->result();
     source.terminal = terminalOf(textIsApart ? STDERR_FILENO : STDOUT_FILENO);
+    source.notes = recording.notes;
     if (!enabled) {
         source.notes.emplace_back("the library is switched off (vendor.perf.corvane.enable)");
     } else {
@@ -306,6 +311,9 @@ int main(int argc, char** argv) {
     } catch (const Stop& stop) {
         std::fprintf(stderr, "corvane-replay: %s\n", stop.sentence.c_str());
         return stop.status;
+    } catch (const std::bad_alloc&) {
+        std::fputs("corvane-replay: the system has not enough memory for this\n", stderr);
+        return kFailed;
     } catch (const std::system_error& error) {
         std::fprintf(stderr, "corvane-replay: the system refuses: %s\n", error.what());
         return kFailed;

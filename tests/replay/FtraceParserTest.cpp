@@ -51,6 +51,13 @@ TEST(FtraceParser, ReadsEveryFormOfLine) {
             {"x-5 [001] .... 1.0: tracing_mark_write: S|9|CPU headroom - a#1|4",
              "S 1000000000 5 9 'CPU headroom - a#1' 4"},
             {"x-5 [001] .... 1.0: tracing_mark_write: F|9|n|-4", "F 1000000000 5 9 'n' -4"},
+            {"x-5 [001] .... 1.0: tracing_mark_write: E|9|name|1", "E 1000000000 5 9 '' 0"},
+            {"x-5 [001] .... 1.0: print: C|9|n|4", "C 1000000000 5 9 'n' 4"},
+            {"x-5 [001] .... 1.0: print: tracing_mark_write: C|9|n|4", "C 1000000000 5 9 'n' 4"},
+            {"x-5 [001] .... 1.0: 0: C|9|n|4", "C 1000000000 5 9 'n' 4"},
+            {"x-5 [001] .... 1.0: tracing_mark_write: C|9|n|4|7", "C 1000000000 5 9 'n' 4"},
+            {"x-5 [001] .... 1.0: tracing_mark_write: C|9|a|b#3|4|gfx",
+             "C 1000000000 5 9 'a|b#3' 4"},
     };
     for (const auto& test : kCases) {
         const auto parsed = parse(test.line);
@@ -65,16 +72,17 @@ TEST(FtraceParser, SkipsOtherEventsSilentlyAndCountsDamage) {
         size_t lines, damaged;
         std::vector<std::string> texts;
     } kCases[] = {
-            {0, 0, {"", "   \r", "# tracer: nop"}},
+            {0, 0, {"", "   \r", "# tracer: nop", "CPU:3 [LOST 7 EVENTS]"}},
             {1,
              0,
              {"x-5 [001] d..2 1.0: sched_switch: prev_comm=y prev_pid=5 [120] ==> z",
-              head + "trace_event_clock_sync: parent_ts=1", head + "I|9|instant"}},
+              head + "trace_event_clock_sync: parent_ts=1", head + "I|9|instant", head + "Counting",
+              "x-5 [001] .... 1.0: print: Boot of 3|4", "x-5 [001] .... 1.0: print:"}},
             {1,
              1,
-             {"capturing trace... done", "x-5 [001] .... 1.0: tracing_mark_write:",
-              head + "C|600|VSYNC-sf", head + "C|600|VSYNC-sf|", head + "C|600|VSYNC-sf|1x",
-              head + "C||VSYNC-sf|1", head + "C|99999999999|v|1", head + "B|queueBuffer",
+             {"rubbish", "x-5 [001] .... 1.0: tracing_mark_write:", head + "C|600|VSYNC-sf",
+              head + "C|600|VSYNC-sf|", head + "C|600|VSYNC-sf|1x", head + "C||VSYNC-sf|1",
+              head + "C|99999999999|v|1", head + "B|queueBuffer",
               "x-5 [001] .... 1: tracing_mark_write: C|600|v|1",
               "x-5 [001] .... 1.: tracing_mark_write: C|600|v|1",
               "x-5 [001] .... -1.0: tracing_mark_write: C|600|v|1",
@@ -86,7 +94,7 @@ TEST(FtraceParser, SkipsOtherEventsSilentlyAndCountsDamage) {
     };
     for (const auto& test : kCases) {
         for (const std::string& text : test.texts) {
-            const auto parsed = parse(text);
+            const auto parsed = parse("capturing trace... done\nTRACE:\n# tracer: nop\n" + text);
             EXPECT_EQ(parsed.events.size(), 0U) << text;
             EXPECT_EQ(parsed.stats.lines, test.lines) << text;
             EXPECT_EQ(parsed.stats.damaged, test.damaged) << text;
@@ -109,6 +117,32 @@ TEST(FtraceParser, ReadsTheTraceInsideThePageOfTheViewer) {
 
     EXPECT_EQ(parse(page.substr(0, page.find("rubbish"))).events.size(), 1U) << "page cut short";
     EXPECT_EQ(parse("<script class=\"trace-data\"").events.size(), 0U);
+
+    // The first viewers kept it as a text of their script.
+    const auto old = parse("<!doctype html>\n<script>\n// <idle>-0 [001] .... 1.0: f: x\ng();\n" +
+                           std::string("var linuxPerfData = \"\\\n# tracer: nop\\n\\\n") +
+                           line.substr(0, line.size() - 1) + "\\n\\\n\\n\";\nmore();\n</script>");
+    EXPECT_EQ(old.events.size(), 1U);
+    EXPECT_EQ(old.stats.damaged, 0U);
+}
+
+// Blocks of a file end anywhere.
+TEST(FtraceParser, ReadsAnyPiecesAlike) {
+    const std::string text =
+            "CPU:1 [LOST 12 EVENTS]\r\nx-5 [001] .... 1.0: 0: C|9|n|4\r\n\nrubbish\n" +
+            std::string(70'000, 'x') + "\n<...>-17 [000] 2.5: 0: E|9";
+    const Parsed whole = parse(text);
+    EXPECT_EQ(whole.events.size(), 2U);
+    EXPECT_EQ(whole.stats.damaged, 2U);
+    EXPECT_EQ(whole.stats.lostEvents, 12U);
+    for (const size_t size : {1U, 7U, 4'096U, 69'000U}) {
+        size_t events = 0;
+        FtraceParser parser([&](const TraceEvent&) { ++events; });
+        for (size_t at = 0; at < text.size(); at += size) parser.feed(text.substr(at, size));
+        parser.finish();
+        EXPECT_EQ(events, 2U) << size;
+        EXPECT_EQ(parser.stats().damaged, 2U) << size;
+    }
 }
 
 // Whatever the bytes, parsing ends, and the good lines between the rubbish are all found.

@@ -6,9 +6,11 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <set>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -166,7 +168,128 @@ TEST(Recording, OrderAndDamagedTimesDoNotMatter) {
     EXPECT_EQ(recording.skippedLines, 1U);
 }
 
-TEST(Recording, FallsBackToTheApplicationsVsync) {
+// A stretch of one signal: it comes after `steps` periods of the display, in turn.
+struct Vsyncs {
+    const char* signal;
+    double fromMs;
+    double periodMs;
+    std::vector<int> steps;
+    double untilMs;
+};
+
+struct RateCase {
+    const char* what;
+    std::vector<Vsyncs> vsyncs;
+    std::vector<std::tuple<double, const char*, int>> counters;
+    const char* rates;
+    const char* source;
+    const char* note = nullptr;
+};
+
+const RateCase kRateCases[] = {
+        {"a display that shows every vsync",
+         {{"VSYNC-sf", 0, 11.1, {1}, 2'000}},
+         {},
+         "90",
+         "intervals of VSYNC-sf"},
+        {"a launcher on demand",
+         {{"VSYNC-sf", 0, 11.11, {2, 2, 1, 4, 2, 3}, 3'000}},
+         {},
+         "90",
+         "intervals"},
+        {"60 fps on 120 Hz, which something else needs now and then",
+         {{"VSYNC-sf", 0, 8.333, {2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 1, 2, 2, 2, 2, 1}, 4'000}},
+         {},
+         "120",
+         "intervals"},
+        {"the applications' signal knows more",
+         {{"VSYNC-sf", 0, 8.333, {2}, 3'000}, {"VSYNC-app", 3, 8.333, {1}, 3'000}},
+         {},
+         "120",
+         "VSYNC-sf and VSYNC-app"},
+        {"no compositor's signal", {{"VSYNC-app", 0, 16.667, {1}, 1'000}}, {}, "60", "VSYNC-app"},
+        {"content alone",
+         {{"VSYNC-sf", 0, 16.667, {2}, 2'000}},
+         {},
+         "30",
+         "intervals",
+         "slower than displays refresh"},
+        {"a switch and back",
+         {{"VSYNC-sf", 0, 16.667, {1}, 2'000},
+          {"VSYNC-sf", 2'000, 8.333, {1}, 4'000},
+          {"VSYNC-sf", 4'000, 16.667, {1}, 6'000}},
+         {},
+         "60; 120 at 2.0 s; 60 at 4.0 s",
+         "intervals",
+         "looks like content"},
+        {"a switch between rates without a common base",
+         {{"VSYNC-sf", 0, 11.111, {1, 2}, 1'700}, {"VSYNC-sf", 1'700, 16.667, {1}, 3'000}},
+         {},
+         "90; 60 at 1.7 s",
+         "intervals"},
+        {"a video at 30 fps between scrolls is no switch",
+         {{"VSYNC-sf", 0, 16.667, {1}, 1'000},
+          {"VSYNC-sf", 1'000, 16.667, {2}, 4'000},
+          {"VSYNC-sf", 4'000, 16.667, {1}, 5'000}},
+         {},
+         "60",
+         "intervals"},
+        {"a counter of the period goes first",
+         {{"VSYNC-sf", 0, 16.667, {1}, 3'000}},
+         {{5, "VsyncPeriod", 8'333'333},
+          {1'000, "VsyncPeriod", 8'340'000},
+          {2'000, "VsyncPeriod", 16'666'667},
+          {2'500, "VsyncPeriod", 0}},
+         "120; 60 at 2.0 s",
+         "counter VsyncPeriod"},
+        {"one in microseconds, of the period rather than of the rate",
+         {{"VSYNC-sf", 0, 16.667, {1}, 1'000}},
+         {{5, "ActiveModeFPS_HWC", 60}, {5, "VSP-period 4630", 11'111}},
+         "90",
+         "VSP-period 4630"},
+        {"a counter that is written at a switch only",
+         {{"VSYNC-sf", 0, 16.667, {1}, 3'000}},
+         {{2'000, "ActiveModeFPS_HWC", 120}},
+         "60; 120 at 2.0 s",
+         "ActiveModeFPS_HWC"},
+};
+
+TEST(Recording, TheRateIsToldByWhatKnowsItBest) {
+    for (const auto& test : kRateCases) {
+        SCOPED_TRACE(test.what);
+        std::mt19937 random(7);
+        std::uniform_real_distribution<double> late(0.0, 0.4);
+        TraceText text;
+        text.counter(1.0, "a/b#7", 1);
+        int value = 0;
+        for (const auto& row : test.vsyncs) {
+            double ms = row.fromMs;
+            for (size_t i = 0; ms < row.untilMs - 1.0; ++i) {
+                text.counter(ms + late(random), row.signal, value ^= 1);
+                ms += row.periodMs * row.steps[i % row.steps.size()];
+            }
+        }
+        for (const auto& [ms, name, counted] : test.counters) text.counter(ms, name, counted);
+        const Recording recording = parse(text.str());
+        const auto hertz = [](int64_t periodNs) {
+            return format("%.0f", 1e9 / static_cast<double>(periodNs));
+        };
+        std::string rates = hertz(recording.vsyncPeriodNs);
+        for (const Rate& change : recording.rateChanges) {
+            rates += "; " + hertz(change.periodNs) +
+                     format(" at %.1f s", static_cast<double>(change.atNs) / 1e9);
+        }
+        EXPECT_EQ(rates, test.rates);
+        EXPECT_NE(recording.rateSource.find(test.source), std::string::npos)
+                << recording.rateSource;
+        EXPECT_EQ(recording.notes.size(), test.note == nullptr ? 0U : 1U);
+        for (const auto& note : recording.notes) {
+            EXPECT_NE(note.find(test.note), std::string::npos) << note;
+        }
+    }
+}
+
+TEST(Recording, WhereNothingIsCommonTheMedianInterval) {
     TraceText text;
     text.counter(0.0, "VSYNC-app", 1).counter(8.0, "VSYNC-app", 0).counter(9.0, "VSYNC-app", 0);
     text.counter(5.0, "a/b#7", 1);
@@ -175,6 +298,18 @@ TEST(Recording, FallsBackToTheApplicationsVsync) {
     EXPECT_EQ(parse(text.str()).vsyncPeriodNs, 8'000'000) << "one is no signal";
     text.counter(2.0, "VSYNC-sf", 0);
     EXPECT_EQ(parse(text.str()).vsyncPeriodNs, 1'000'000);
+    EXPECT_EQ(parse(text.str()).rateSource, "the median vsync interval");
+
+    TraceText wakes;  // no signal, but the compositor's frames with their expected times
+    wakes.counter(5.0, "a/b#7", 1);
+    for (int i = 0; i < 60; ++i) {
+        const double lateMs = i % 3;
+        wakes.slice(600, 16.667 * i + lateMs, format("commit %d vsyncIn %.2fms", i, 20.0 - lateMs));
+    }
+    const Recording recording = parse(wakes.str());
+    EXPECT_EQ(recording.vsyncs, 60U);
+    EXPECT_NEAR(static_cast<double>(recording.vsyncPeriodNs), 16.667e6, 2e4);
+    EXPECT_NE(recording.rateSource.find("expected"), std::string::npos) << recording.rateSource;
 }
 
 TEST(Recording, KeepsTheBusiestLayersOfTooMany) {
