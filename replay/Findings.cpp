@@ -41,6 +41,13 @@ class Collector {
         for (const auto& frame : played.frames) {
             mFindings.layers[frame.layer].frames.push_back({frame.callNs, frame.returnNs});
         }
+        std::vector<size_t> busyRuns(recording.layers.size());
+        for (const auto& latch : played.latches) {
+            size_t& run = busyRuns[latch.layer];
+            run = latch.pending > 0 ? run + 1 : 0;
+            auto& longest = mFindings.layers[latch.layer].longestBusyRun;
+            longest = std::max(longest, run);
+        }
         for (auto& found : mFindings.layers) {
             if (found.frames.size() < 2) continue;
             const int64_t spanNs = found.frames.back().queueNs - found.frames.front().queueNs;

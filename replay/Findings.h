@@ -78,6 +78,7 @@ struct LayerFindings {
     std::vector<int64_t> pacedNs;  // how long target-FPS pacing let the producer sleep
     std::vector<Boost> boosts;
     std::vector<FrameRecord> frames;  // all that were played, in order
+    size_t longestBusyRun = 0;        // of latches in a row, each of which left a buffer waiting
     // Of the whole run, from the first buffer to the last; none for fewer than two.
     std::optional<double> runFps;
 

@@ -3,7 +3,6 @@
 
 #include <json/json.h>
 
-#include <map>
 #include <utility>
 
 #include "replay/Report.h"
@@ -86,6 +85,19 @@ Json::Value featuresOf(const LayerFindings& found) {
     return features;
 }
 
+Json::Value framesOf(const LayerFindings& found) {
+    Json::Value values = list();
+    for (const auto& frame : found.frames) {
+        Json::Value value;
+        value["queueNs"] = Json::Int64(frame.queueNs);
+        value["returnNs"] = Json::Int64(frame.returnNs);
+        value["heldNs"] = Json::Int64(frame.heldNs);
+        value["pacedNs"] = Json::Int64(frame.pacedNs);
+        values.append(std::move(value));
+    }
+    return values;
+}
+
 Json::Value layersOf(const ReportSource& source) {
     Json::Value values = list();
     for (size_t i = 0; i < source.recording.layers.size(); ++i) {
@@ -103,14 +115,16 @@ Json::Value layersOf(const ReportSource& source) {
         value["weight"] = orNull(found.weight);
         value["candidateNs"] = timeOrNull(found.candidateNs);
         value["promotedNs"] = timeOrNull(found.promotedNs);
+        const bool hasMode = !found.windows.empty() && found.windows.back().mode >= 0;
         value["fps"] = found.windows.empty() ? Json::Value() : found.windows.back().fps;
-        value["fpsMode"] = found.windows.empty() ? -1 : found.windows.back().mode;
+        value["fpsOfRun"] = orNull(found.runFps);
+        value["fpsMode"] = hasMode ? Json::Value(found.windows.back().mode) : Json::Value();
         value["fpsWindows"] = list();
         for (const auto& window : found.windows) {
             Json::Value entry;
             entry["atNs"] = Json::Int64(window.atNs);
             entry["fps"] = window.fps;
-            entry["mode"] = window.mode;
+            entry["mode"] = window.mode >= 0 ? Json::Value(window.mode) : Json::Value();
             value["fpsWindows"].append(std::move(entry));
         }
         value["fpsModes"] = list();
@@ -121,37 +135,36 @@ Json::Value layersOf(const ReportSource& source) {
             value["fpsModes"].append(std::move(entry));
         }
         value["features"] = featuresOf(found);
+        value["frameRecords"] = framesOf(found);
+        value["latches"] = list();
+        for (const auto& latch : source.played.latches) {
+            if (latch.layer != i) continue;
+            Json::Value entry;
+            entry["atNs"] = Json::Int64(latch.atNs);
+            entry["count"] = latch.count;
+            entry["pending"] = latch.pending;
+            value["latches"].append(std::move(entry));
+        }
         values.append(std::move(value));
     }
     return values;
 }
 
-Json::Value serviceOf(const ReportSource& source) {
-    std::map<std::pair<std::string, int>, Json::UInt64> counts;
-    Json::Value events = list();
+Json::Value serviceCallsOf(const ReportSource& source) {
+    Json::Value values = list();
     for (const auto& call : source.findings.calls) {
-        ++counts[{call.entry, call.number}];
-        if (call.entry != "perf_event") continue;
-        Json::Value event;
-        event["number"] = call.number;
-        event["atNs"] = Json::Int64(call.timeNs);
-        event["package"] = call.hasPackage ? Json::Value(call.package) : Json::Value();
-        event["args"] = list();
-        for (const int arg : call.args) event["args"].append(arg);
-        events.append(std::move(event));
+        Json::Value value;
+        value["entry"] = call.entry;
+        value["number"] = call.number;
+        value["atNs"] = Json::Int64(call.timeNs);
+        value["package"] = call.hasPackage ? Json::Value(call.package) : Json::Value();
+        value["args"] = list();
+        for (const int arg : call.args) value["args"].append(arg);
+        value["result"] = call.result;
+        value["thread"] = call.thread;
+        values.append(std::move(value));
     }
-    Json::Value calls = list();
-    for (const auto& [key, count] : counts) {
-        Json::Value call;
-        call["entry"] = key.first;
-        call["number"] = key.second;
-        call["count"] = count;
-        calls.append(std::move(call));
-    }
-    Json::Value service;
-    service["calls"] = std::move(calls);
-    service["events"] = std::move(events);
-    return service;
+    return values;
 }
 
 }  // namespace
@@ -160,6 +173,7 @@ std::string jsonReport(const ReportSource& source) {
     const Recording& recording = source.recording;
     const PlayResult& played = source.played;
     Json::Value root;
+    root["schemaVersion"] = kReportSchemaVersion;
     root["recording"]["file"] = source.recordingFile;
     root["recording"]["durationNs"] = Json::Int64(recording.durationNs);
     root["recording"]["vsyncPeriodNs"] = Json::Int64(recording.vsyncPeriodNs);
@@ -175,8 +189,12 @@ std::string jsonReport(const ReportSource& source) {
     root["recording"]["frames"] = Json::UInt64(recording.frames);
     root["recording"]["linesSkipped"] = Json::UInt64(recording.skippedLines);
     root["recording"]["layersLeftOut"] = Json::UInt64(recording.skippedLayers);
-    root["scenario"] =
-            source.scenarioFile.empty() ? Json::Value() : Json::Value(source.scenarioFile);
+    if (source.scenarioFile.empty()) {
+        root["scenario"] = Json::Value();
+    } else {
+        root["scenario"]["file"] = source.scenarioFile;
+        root["scenario"]["description"] = source.scenarioDescription;
+    }
     root["notes"] = list();
     for (const auto& note : source.notes) root["notes"].append(note);
     root["suggestion"] = source.suggestion.empty() ? Json::Value() : Json::Value(source.suggestion);
@@ -188,7 +206,7 @@ std::string jsonReport(const ReportSource& source) {
     root["replay"]["missedLatches"] = Json::UInt64(played.missedLatches);
     root["layers"] = layersOf(source);
     root["boostsOfNoLayer"] = boostsOf(source.findings.unclaimedBoosts);
-    root["service"] = serviceOf(source);
+    root["serviceCalls"] = serviceCallsOf(source);
     root["hooks"] = list();
     for (size_t i = 0; i < static_cast<size_t>(Hook::kCount); ++i) {
         const auto hook = static_cast<Hook>(i);
@@ -202,6 +220,8 @@ std::string jsonReport(const ReportSource& source) {
     root["fences"]["deadlinesSent"] = Json::UInt64(fences.sent);
     root["fences"]["filtered"] = Json::UInt64(fences.filtered);
     root["fences"]["skipped"] = Json::UInt64(fences.skipped());
+    root["fences"]["origins"] = list();
+    for (const auto& origin : fences.origins) root["fences"]["origins"].append(origin);
     root["application"] = source.application ? valueOf(*source.application) : Json::Value();
     root["complaints"] = list();
     for (const auto& [text, count] : source.findings.complaints) {

@@ -151,6 +151,18 @@ bool isOfDisplay(int mode, const std::vector<double>& displayHz) {
                        [&](double hz) { return std::fabs(mode - hz) <= kModeToleranceHz; });
 }
 
+std::string reasonOfHeadroom(const Layers& layers) {
+    if (!any(layers, [](const auto* layer) { return layer->headroomNs.has_value(); })) {
+        return "the library set none; its rates have none for this display";
+    }
+    size_t longest = 0;
+    for (const auto* layer : layers) longest = std::max(longest, layer->longestBusyRun);
+    return "it waits for a queue that stays busy, and " +
+           (longest == 0 ? "no latch"
+                         : "at most " + plural(longest, "latch", "latches") + " in a row") +
+           " left a buffer waiting";
+}
+
 // How its frames kept the layers from the feature.
 std::string reasonOfFrames(const Wish& wish, const Layers& layers, const Findings& findings) {
     double slowest = HUGE_VAL;
@@ -181,6 +193,7 @@ std::string reasonOfFrames(const Wish& wish, const Layers& layers, const Finding
     if (wish.kind == FeatureKind::kTargetFps && fastest <= wish.targetFps) {
         return format("its FPS never rose above the target (%.1f at most)", fastest);
     }
+    if (wish.kind == FeatureKind::kHeadroom) return reasonOfHeadroom(layers);
     return "the library's log does not tell why";
 }
 

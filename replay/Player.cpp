@@ -100,6 +100,7 @@ PlayResult Player::play(const std::function<void(int64_t, int64_t)>& progress) {
     result.startNs = mStartNs;
     result.durationNs = std::max<int64_t>(0, sinceStart(mEndNs));
     result.stopped = mStopped;
+    result.latches = std::move(mLatches);
     result.missedLatches = mMissedLatches;
     result.fences = mToldFences;
     result.lateness = spreadOf(std::move(mVsyncLateness));
@@ -181,6 +182,7 @@ int Player::latch(size_t layer, int count) {
     const int taken = std::min(count, mDepth[layer].load());
     if (taken == 0) return 0;
     const int pending = mDepth[layer].fetch_sub(taken) - taken;
+    mLatches.push_back({layer, sinceStart(now()), taken, pending});
     const Layer& latched = mRecording.layers[layer];
     mCompositorCosts.measure(Hook::kTrackBufferDecrement, [&] {
         mHooks.trackBufferDecrement(latched, pending, latched.process == mFocusedProcess);

@@ -41,13 +41,22 @@ struct PlayedFrame {
     int64_t returnNs;
 };
 
+// What the compositor took of a layer at one time.
+struct PlayedLatch {
+    size_t layer;
+    int64_t atNs;
+    int count;    // buffers
+    int pending;  // left waiting
+};
+
 struct PlayResult {
     int64_t startNs = 0;  // systemTime of the first pass's first step
     int64_t durationNs = 0;
     bool stopped = false;  // before its end
     HookCosts costs;
     std::vector<PlayedFrame> frames;  // in the order of their calls
-    size_t droppedFrames = 0;         // never drawn, since their producer was still held back
+    std::vector<PlayedLatch> latches;
+    size_t droppedFrames = 0;  // never drawn, since their producer was still held back
     size_t missedLatches = 0;  // buffers that a recorded latch took and this one did not find
     size_t fences = 0;         // told as unsignalled
     Spread lateness;           // of the vsync calls, behind the recorded times
@@ -138,6 +147,7 @@ class Player {
     std::vector<int> mRecordedDepth;
     HookCosts mCompositorCosts;
     std::vector<int64_t> mVsyncLateness;
+    std::vector<PlayedLatch> mLatches;
     size_t mMissedLatches = 0;
     std::vector<size_t> mLatched;  // per layer, frames latched so far
     std::vector<int> mOpenFences;  // recorded since the last flush

@@ -35,7 +35,9 @@ struct ReportSource {
 // For a person at a terminal: as wide as the terminal, units at every number.
 std::string textReport(const ReportSource& source);
 
-// The same for programs, one JSON document; times in nanoseconds from the start of the replay.
+// The same for programs, one JSON document as report.schema.json describes it; times in nanoseconds
+// from the start of the replay. A change that breaks a reader raises the version.
+constexpr int kReportSchemaVersion = 1;
 std::string jsonReport(const ReportSource& source);
 
 }  // namespace corvane::replay

@@ -92,7 +92,11 @@ std::string cost(int64_t ns) {
 }
 
 std::string plural(size_t count, const char* noun) {
-    return format("%zu %s%s", count, noun, count == 1 ? "" : "s");
+    return plural(count, noun, (std::string(noun) + "s").c_str());
+}
+
+std::string plural(size_t count, const char* one, const char* many) {
+    return format("%zu %s", count, count == 1 ? one : many);
 }
 
 std::string shown(std::string_view text, size_t width) {

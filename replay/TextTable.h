@@ -21,6 +21,7 @@ std::string millis(int64_t ns);
 std::string cost(int64_t ns);
 
 std::string plural(size_t count, const char* noun);  // "1 frame", "2 frames"
+std::string plural(size_t count, const char* one, const char* many);
 
 // A text that applications chose, as a terminal may see it, in at most `width` columns: valid UTF-8
 // stays as it is, as long as it only prints; any other byte is escaped ("\x1b"). A long text loses

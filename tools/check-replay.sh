@@ -3,7 +3,8 @@
 # SPDX-License-Identifier: Apache-2.0
 #
 # Plays bundled recordings through the built library and fails unless the report says what a phone
-# would have shown. Needs jq and a built corvane-replay in build/.
+# would have shown, in the form that its schema describes. Needs jq, jsonschema and a built
+# corvane-replay in build/.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -14,13 +15,19 @@ trap 'rm -f "$report"' EXIT
 check() {
     if ! jq -e "$2" "$report" >/dev/null; then
         echo "replay check failed: $1" >&2
-        jq '{layers: [.layers[] | del(.features)], service}' "$report" >&2
+        jq '{layers: [.layers[] | del(.features, .frameRecords, .latches)], serviceCalls}' "$report" >&2
         exit 1
     fi
     echo "  $1"
 }
 
-./corvane replay --json "$report" replay/recordings/reader-60fps-stuffed.systrace.txt
+# play ARGUMENTS...
+play() {
+    ./corvane replay --json "$report" "$@"
+    jsonschema -i "$report" replay/report.schema.json
+}
+
+play replay/recordings/reader-60fps-stuffed.systrace.txt
 check "one layer is tracked, that of the reader" \
     '[.layers[] | select(.promotedNs != null) | .package] == ["com.example.reader"]'
 check "it is promoted half a second after its first buffer" \
@@ -28,16 +35,33 @@ check "it is promoted half a second after its first buffer" \
 check "it reaches mode 60 within one pass" \
     '.layers[] | select(.promotedNs != null) | .fpsMode == 60'
 check "the service is told once, of mode 60" \
-    '[.service.events[] | select(.number == 4196) | .args] == [[0, 60]]'
+    '[.serviceCalls[] | select(.entry == "perf_event" and .number == 4196) | .args] == [[0, 60]]'
 check "every recorded vsync and buffer went through the hooks" \
     '.recording as $r | [.hooks[] | {(.name): .count}] | add
      | .corvaneTrackVsyncSignal == $r.vsyncs and .corvaneTrackBufferIncrement == $r.frames'
 
-./corvane replay --config replay/scenarios/reader-headroom.json --json "$report"
+play --config replay/scenarios/reader-headroom.json
 check "headroom control comes on for the reader as a game" \
     '.layers[] | select(.promotedNs != null) | .game and (.features.headroom.switches[0].on)'
 check "buffers are held, and let go within one period before the vsync" \
     '.recording.vsyncPeriodNs as $p | .layers[] | select(.promotedNs != null) | .features.headroom
      | (.held | length) > 30 and .beforeVsyncSpread.p50Ns > 0.6 * $p
        and .beforeVsyncSpread.p50Ns < $p'
+check "every frame that was held is so in its record" \
+    '.layers[] | select(.promotedNs != null)
+     | (.features.headroom.held | length) == ([.frameRecords[] | select(.heldNs > 0)] | length)'
+
+play --config replay/scenarios/launcher-rescue.json
+check "late frames of the launcher get boosts, at the times of their records" \
+    '.layers[] | select(.promotedNs != null) | .frameRecords as $frames
+     | (.features.frameRescue.boosts | length) > 10
+       and all(.features.frameRescue.boosts[] | select(.level > 0);
+               .sinceQueueNs == .atNs - $frames[.frame - 1].queueNs)'
+
+play --config replay/scenarios/launcher-touch.json
+check "touches make frames of the launcher instant" \
+    '.application | .error == "" and (.instantNs | length) > 0 and .inputHeld > 0'
+
+play --config replay/scenarios/reader-gpu-fences.json
+check "unsignalled GPU fences get deadlines" '.fences | .told > 0 and .deadlinesSent > 0'
 echo "The replays show what they should."

@@ -200,6 +200,11 @@ TEST_F(FindingsTest, TellsWhyAConfiguredFeatureNeverCameOn) {
             {kHeadroom, {promoted}, 2, "less than one window"},
             {kHeadroom, {promoted, window}, 2, "never steady enough for a mode (30.0 to 30.0 in 1"},
             {kHeadroom, {promoted, display, window, mode30}, 2, "60.0 Hz, and its FPS mode was 30"},
+            {kHeadroom, {promoted, display, window, mode60}, 2, "its rates have none"},
+            {kHeadroom,
+             {promoted, display, window, mode60, "Layer 6 set headroom: 9"},
+             2,
+             "at most 2 latches in a row left"},
             {kTarget, {promoted, display, window, mode60}, 2, "never rose above the target (30.0"},
             {kRescue, {promoted, display, window, mode60}, 2, "does not tell why"},
             {kHeadroom, {promoted, display, mode60, "Layer 6: enable PHR"}, 2, nullptr},
@@ -207,6 +212,7 @@ TEST_F(FindingsTest, TellsWhyAConfiguredFeatureNeverCameOn) {
             {kRescue, {}, 0, "debug log is off"},
             {R"("package": "not.there", "targetFps": 60)", {"x"}, 0, nullptr},
     };
+    for (const int pending : {1, 1, 0, 2}) mPlayed.latches.push_back({1, 0, 1, pending});
     for (const auto& test : kCases) {
         mEvidence = {};
         for (const auto& line : test.log) {

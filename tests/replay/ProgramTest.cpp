@@ -56,6 +56,12 @@ class Program : public testing::Test {
         outcome.status = WEXITSTATUS(pclose(pipe));
         return outcome;
     }
+    // What the schema's validator says of a report, nothing when that is as described.
+    std::string validate(const std::string& name) const {
+        const Outcome outcome = run("", "jsonschema -i " + path(name) +
+                                                " " CORVANE_REPORT_SCHEMA " && exit; exit 1; ");
+        return outcome.status == 0 ? "" : "not valid: " + outcome.output;
+    }
     std::string read(const std::string& name) const {
         std::ifstream file(path(name), std::ios::binary);
         return {std::istreambuf_iterator<char>(file), {}};
@@ -205,6 +211,11 @@ TEST_F(Program, ReportsWhatItPlayedAndWhatTheTouchedApplicationDid) {
 
     Json::Value report;
     std::ifstream(path("out.json")) >> report;
+    EXPECT_EQ(validate("out.json"), "");
+    Json::Value incomplete = report;
+    incomplete["layers"][0]["frameRecords"][0].removeMember("heldNs");
+    write("bad.json", incomplete.toStyledString());
+    EXPECT_NE(validate("bad.json").find("'heldNs' is a required property"), std::string::npos);
     EXPECT_EQ(report["recording"]["frames"].asInt(), 19);
     EXPECT_EQ(report["recording"]["linesSkipped"].asInt(), 1);
     EXPECT_EQ(report["replay"]["repeat"].asInt(), 2);
