@@ -17,10 +17,9 @@ constexpr int32_t kMinBoostMHz = 100;
 constexpr int32_t kMaxBoostMHz = 3000;
 
 // Drop history: a layer that dropped a frame within the last 16 is janky now, and one that dropped
-// 3 within the window's 64 is janky in general. Both together earn the large increase, one of them
+// 3 within the whole window is janky in general. Both together earn the large increase, one of them
 // the small.
 constexpr int kRecentSlots = 16;
-constexpr int kWindowSlots = 64;
 constexpr int kFrequentDrops = 3;
 
 }  // namespace
@@ -46,7 +45,7 @@ BoostDecision calculateFrequencyByTTD(const FrameDeadlines& deadlines, const Gfr
 
 BoostDecision enhancedFreqByFrameDropWindow(const FrameDropWindow& dropWindow, int32_t freqMHz) {
     const bool recently = dropWindow.dropsAmong(kRecentSlots) > 0;
-    const bool frequently = dropWindow.dropsAmong(kWindowSlots) >= kFrequentDrops;
+    const bool frequently = dropWindow.dropsAmong(FrameDropWindow::kSlots) >= kFrequentDrops;
     if (recently && frequently) return {saturatingAdd(freqMHz, freqMHz >> 1), BOOST_HISTORY_MANY};
     if (recently || frequently) return {saturatingAdd(freqMHz, freqMHz >> 2), BOOST_HISTORY_SOME};
     return {freqMHz, 0};

@@ -12,7 +12,8 @@
 
 namespace android {
 
-// Frame rates closer than this, in frames per second, count as equal, and one not above it as none.
+// In frames per second: rates that differ by no more than this count as equal, and a rate that is
+// no higher counts as none.
 constexpr float kFpsTolerance = 0.01f;
 
 // The times by which a layer's frames are judged, worked out once per frame period from the

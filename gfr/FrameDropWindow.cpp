@@ -20,8 +20,8 @@ bool FrameDropWindow::record(int drops) {
 }
 
 int FrameDropWindow::dropsAmong(int slots) const {
-    const uint64_t newest = ~uint64_t{0} >> (64 - slots);
-    return static_cast<int>(std::bitset<64>(mBits & newest).count());
+    const uint64_t newest = ~uint64_t{0} >> (kSlots - slots);
+    return static_cast<int>(std::bitset<kSlots>(mBits & newest).count());
 }
 
 }  // namespace android

@@ -7,9 +7,11 @@
 
 namespace android {
 
-// Which of a layer's latest 64 frame slots were dropped, newest in bit 0.
+// Which of a layer's latest frame slots were dropped, newest in bit 0.
 class FrameDropWindow {
   public:
+    static constexpr int kSlots = 64;
+
     // From this many drops at once the layer paused rather than janked: its history says nothing
     // about the frames to come.
     static constexpr int kExtremeDrops = 10;
@@ -18,7 +20,7 @@ class FrameDropWindow {
     // window instead and returns false.
     bool record(int drops);
 
-    // Dropped slots among the newest `slots`, 1 to 64.
+    // Dropped slots among the newest `slots`, 1 to kSlots.
     int dropsAmong(int slots) const;
 
     uint64_t bits() const { return mBits; }

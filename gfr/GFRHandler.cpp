@@ -27,7 +27,8 @@ void GFRMonitor::GFRHandler::handleMessage(const Message&) {
         state->lastBoostFreq = freq;
     }
     state->boosted = true;
-    // Level 0 is the release.
+    // Level 0 is the release. The hint's headroom has 32 bits, which suffice for 2.1 s; of a longer
+    // one the low bits are left.
     PerfProxy::getInstance()->frameHint(mLevel + 1, static_cast<int32_t>(state->jankHeadroom),
                                         mLayerId, state->packageName, freq);
     state->pendingCheckId = 0;

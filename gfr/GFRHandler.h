@@ -13,8 +13,9 @@ namespace android {
 
 // One scheduled check of one frame, run on the "BLT" thread when it falls due.
 //
-// Holds its monitor plainly: the handler lives in the monitor's queue or on its thread, and the
-// monitor ends both before itself. The layer is looked up by id, for it may be gone by then.
+// Holds a plain pointer to its monitor: the handler lives in the monitor's queue or on its thread,
+// and the monitor ends both before itself. The layer is looked up by id because it may be gone by
+// then.
 class GFRMonitor::GFRHandler : public MessageHandler {
   public:
     GFRHandler(GFRMonitor* monitor, int32_t layerId, int32_t level, nsecs_t frameIdentity)

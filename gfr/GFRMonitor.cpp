@@ -217,7 +217,8 @@ void GFRMonitor::updateFrameDropWindow(int layerId, int drops) {
     } else if (FeatureManager::getInstance()->isFeatureEnabled(DEBUG)) {
         PerfProxy::VTRACE_PROFILE(
                 "[FrameDrop] drops64=%d/64, drops32=%d/32, drops16=%d/16, current=%d frames",
-                window.dropsAmong(64), window.dropsAmong(32), window.dropsAmong(16), drops);
+                window.dropsAmong(FrameDropWindow::kSlots), window.dropsAmong(32),
+                window.dropsAmong(16), drops);
     }
 }
 
@@ -238,7 +239,7 @@ void GFRMonitor::checkAndUpdateCacheLocked(LayerGFRState& state, nsecs_t vsyncPe
 }
 
 void GFRMonitor::scheduleNextCheckLocked(LayerGFRState& state, nsecs_t frameIdentity, int level) {
-    // Deadlines from a forced update without any display period are no times to check at.
+    // A forced update without a display period leaves deadlines that are no times to check at.
     if (!state.deadlines.hasLevel(level) || state.deadlines.periodNs < 1) return;
     if (level == 0 && state.l0DelayNs > 0) {
         PerfProxy::VTRACE_PROFILE("[GFR2.0] L0 timer adjusted: delayTime=%lldns",
@@ -293,6 +294,7 @@ void GFRMonitor::sendFrameHintLocked(LayerGFRState& state) {
             differsBy(state.frameTime, state.prevFrameTime, state.deadlines.resendThresholdNs);
     if (!state.boosted && !frameTimeChanged) return;
     state.boosted = false;
+    // The hint's frame time has 32 bits: after a pause of 5 s it tells 0.7 s.
     PerfProxy::getInstance()->frameHint(0, static_cast<int32_t>(state.frameTime), state.layerId,
                                         state.packageName, 0);
 }

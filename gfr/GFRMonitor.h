@@ -46,7 +46,7 @@ class GFRMonitor {
 
     // Starts the thread; true when it runs. Works again after forceStop().
     bool init() EXCLUDES(mLifecycleLock, mLock);
-    // Ends the thread and forgets every layer. Not for the "BLT" thread.
+    // Ends the thread and forgets every layer. Not to be called on the "BLT" thread.
     void forceStop() EXCLUDES(mLifecycleLock, mLock);
 
     // Takes the package's stored tunables. The layer starts inactive; an earlier record of the same
@@ -57,7 +57,8 @@ class GFRMonitor {
     void setGFRActive(int layerId, bool active) EXCLUDES(mLock);
     void updateLayerTunables(int layerId, const GfrTunables& tunables) EXCLUDES(mLock);
 
-    // Layers pick the period up with their next frame. The rate mode changes nothing here.
+    // Layers use the new period from their next frame on. The rate mode is ignored: deadlines
+    // follow from the period alone.
     void setVsyncInfo(nsecs_t periodNs, int fpsMode);
 
     // Begin and end of a queued buffer. Unknown and inactive layers are ignored. `frameTime` is

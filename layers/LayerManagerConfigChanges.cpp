@@ -14,6 +14,7 @@
 #include "layers/LogTag.h"
 #include "perf/PerfProxy.h"
 #include "phr/PHRMonitor.h"
+#include "phr/RefreshRateClass.h"
 
 namespace android {
 namespace {
@@ -24,9 +25,6 @@ constexpr nsecs_t kConcurrencyReportDelay = 3'000'000'000;
 // A change of a headroom rate by so many hundredths of a period is not worth restarting the
 // adaptation.
 constexpr long long kMaxIgnoredHeadroomRateChange = 1;
-
-// Above this display rate the high-rate headroom applies.
-constexpr int32_t kMaxLowDisplayFps = 60;
 
 // The service counts rates in hundredths, and so they are compared: as fractions, steps of one
 // hundredth differ by a little more or less than 0.01.
@@ -104,7 +102,7 @@ std::vector<sp<LayerInfo>> LayerManager::layersOfAppLocked(const std::string& pk
 void LayerManager::onHeadroomRatesChanged(const std::string& pkgName) {
     Mutex::Autolock lock(mLock);
     PHRMonitor* phr = mPhrMonitor.load(std::memory_order_relaxed);
-    const bool highFps = mDisplayFpsMode > kMaxLowDisplayFps;
+    const bool highFps = isHighRefreshRate(mDisplayFpsMode);
     for (const sp<LayerInfo>& layer : layersOfAppLocked(pkgName)) {
         if (!layer->mIsGame) continue;
         const auto config = FeatureManager::getInstance()->getPhrConfig(layer->mPackageName, true);

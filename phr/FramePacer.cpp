@@ -16,7 +16,7 @@ constexpr nsecs_t kLateToleranceNs = 1'000'000;
 
 constexpr float kNsPerSecond = 1e9f;
 
-// A rate that is none (zero, negative, not a number) delays nothing.
+// What is no rate (zero, negative, not a number) delays nothing.
 nsecs_t frameInterval(float fps) {
     return fps > 0.0f ? saturatingCast<nsecs_t>(kNsPerSecond / fps) : 0;
 }
@@ -69,8 +69,9 @@ FramePacer::Decision FramePacer::schedule(nsecs_t queueTime, nsecs_t lastPaceTim
 FramePacer::Event FramePacer::advanceRamp() {
     const float previousFps = mRampFps;
     mRampFps -= mRampStep;
-    // A ramp that leaves the positive rates (or never had any) or that stands still, its step lost
-    // in the rate's rounding, would never come near the target: it ends there at once.
+    // Some ramps would never come near their target and end there at once: those that leave the
+    // positive rates, or never had any, and those that stand still because the rate's rounding
+    // swallows the step.
     const bool stuck = !(mRampFps > 0.0f) || mRampFps == previousFps;
     mPaceInterval = frameInterval(stuck ? mTargetFps : mRampFps);
     mPaceDue = saturatingAdd(mPaceDue, mPaceInterval);

@@ -44,7 +44,7 @@ class FramePacer {
     // Pacing is off; only the target is noted.
     void stop(float targetFps);
 
-    // Lets the next frame off the ramp start the clock.
+    // The next frame that is not on the ramp will start the clock anew.
     void resetClock();
 
     // Schedules the frame queued at `queueTime`, whose predecessor went on at `lastPaceTime`.

@@ -22,8 +22,8 @@ class FrameWeightWindow {
     static constexpr size_t kFrames = 15;
     static constexpr size_t kWeights = 4;
 
-    // Takes the newest frame in; the oldest one leaves when the window was full. `weight` is one
-    // that frameWeight() returned.
+    // Adds the newest frame, in the place of the oldest one when the window is full. `weight` is
+    // one that frameWeight() returned.
     void add(int32_t weight);
 
     bool isFull() const { return mSize == kFrames; }

@@ -10,11 +10,11 @@
 
 namespace android {
 
-// The arithmetic of headroom: how long before the vsync that shows it a buffer is released.
+// The arithmetic of headroom: how long a buffer is released before the vsync that shows it.
 //
-// A headroom may span several vsync periods. Released right at a vsync, a buffer would make that
-// vsync's latch or miss it by chance; so every headroom keeps clear of the multiples of the period.
-// All periods here must be positive.
+// A headroom may span several vsync periods. A buffer that is released right at a vsync makes that
+// vsync's latch or misses it by chance, so every headroom keeps clear of the multiples of the
+// period. All periods here must be positive.
 
 // The bounds within which a layer's headroom moves.
 struct HeadroomRange {
@@ -28,8 +28,8 @@ nsecs_t headroomAtRate(float rate, nsecs_t period);
 // The bounds from the layer's rate and the display's highest one, both in periods.
 HeadroomRange deriveHeadroomRange(float rate, float maxRate, nsecs_t period);
 
-// Moves a candidate that lies within a tenth of a period of a vsync on to that distance from it, in
-// the direction of travel.
+// A candidate that is closer to a vsync than a tenth of a period moves on, in its direction of
+// travel, until it is that far from the vsync.
 nsecs_t avoidVsync(nsecs_t candidate, nsecs_t period, bool decrease);
 
 // The headroom after one step towards an end of its range; none when it is there already.

@@ -17,7 +17,7 @@ class JankHistory {
     static constexpr size_t kJanks = 5;  // tolerated within the span
     static constexpr nsecs_t kSpanNs = 15'000'000'000;
 
-    // Takes a jank in. True when it is the sixth within less than kSpanNs: the history then starts
+    // Adds a jank. True when it is the sixth within less than kSpanNs: the history then starts
     // anew, without this jank.
     bool record(nsecs_t timeNs);
 

@@ -77,7 +77,7 @@ class LayerPHRState : public LightRefBase<LayerPHRState> {
 
     std::atomic<bool> mTargetFpsActive{false};  // written under mFieldsLock
 
-    // Guards the bookkeeping that the queue, latch and configuration paths share. Apart from mLock,
+    // Guards the bookkeeping that the queue, latch and configuration paths share. It is not mLock,
     // so that the headroom thread never waits for it.
     Mutex mFieldsLock;
     // Headroom rates, as fractions of a period, at up to 60 Hz and above.

@@ -177,11 +177,6 @@ void PHRMonitor::onVsync(int64_t /*vsyncTime*/) {
     mCond.signal();
 }
 
-bool PHRMonitor::isHighFps() const {
-    constexpr int32_t kHighestLowFps = 60;
-    return mFps > kHighestLowFps;
-}
-
 float PHRMonitor::defaultMaxRate() const {
     return isHighFps() ? mHighFpsDefaultMaxRate : mDefaultMaxRate;
 }

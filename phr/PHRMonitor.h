@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "phr/LayerPHRState.h"
+#include "phr/RefreshRateClass.h"
 
 namespace android {
 
@@ -49,7 +50,7 @@ class PHRMonitor {
     PHRMonitor(const PHRMonitor&) = delete;
     PHRMonitor& operator=(const PHRMonitor&) = delete;
 
-    // Starts the headroom thread and takes the settings over from FeatureManager. False when the
+    // Starts the headroom thread and reads the settings from FeatureManager. False when the
     // thread cannot be started; the monitor then stays idle. A stopped monitor may start again.
     bool init() EXCLUDES(mLifecycleLock);
 
@@ -81,7 +82,7 @@ class PHRMonitor {
     // A buffer is latched and `pendingCount` more are pending.
     void onBufferDecrement(int id, int pendingCount, int64_t latchTime);
 
-    // Switches headroom control for the layer, which becomes the focus layer or ends being it.
+    // Switches headroom control for the layer, which becomes the focus layer or stops being it.
     // Ignored while another layer has the focus.
     void setQuickTouchStatus(int id, bool enable);
 
@@ -124,7 +125,7 @@ class PHRMonitor {
     void trackJank(LayerPHRState* state, nsecs_t latchTime, nsecs_t period);
 
     // The display's refresh-rate class selects which of each pair of rates holds.
-    bool isHighFps() const;
+    bool isHighFps() const { return isHighRefreshRate(mFps); }
     float defaultMaxRate() const;
     float minRateLocked(const LayerPHRState& state) const REQUIRES(state.mFieldsLock);
 
@@ -144,14 +145,14 @@ class PHRMonitor {
     // several of them with those of a layer's state.
     std::atomic<bool> mRunning{true};
     std::atomic<nsecs_t> mVsyncPeriod{-1};
-    std::atomic<int32_t> mFps{60};                 // display refresh rate, Hz
+    std::atomic<int32_t> mFps{kHighestLowFps};     // display refresh rate, Hz
     std::atomic<int32_t> mFocusLayerId{kNoLayer};  // written under mLock
 
-    // Taken over from FeatureManager by init().
+    // Read from FeatureManager by init().
     std::atomic<float> mDefaultMaxRate{0.0f};         // highest headroom rate at up to 60 Hz
     std::atomic<float> mHighFpsDefaultMaxRate{0.0f};  // and above
     std::atomic<bool> mPHRDynamicEnable{false};       // adaptive instead of stepped headroom
-    std::atomic<int32_t> mTargetFpsSwitchTime{-1};    // below 1 = no ramp
+    std::atomic<int32_t> mTargetFpsSwitchTime{-1};    // in frames; below 1 = no ramp
     std::atomic<bool> mTargetFpsCompensate{true};     // late frames are made up for
 };
 

@@ -73,8 +73,9 @@ void PHRMonitor::trackQueueBuffer(LayerPHRState* state, bool instant, int64_t qu
     ++state->mQueuedSinceVsync;
 }
 
-// First until the headroom thread releases the buffer or `maxWait` has passed; then, since the
-// thread knows only vsyncs, for what the buffers pending by now leave of the headroom.
+// The first wait lasts until the headroom thread releases the buffer, at most `maxWait`. That
+// thread knows only vsyncs, so a second wait brings the buffer to its headroom before the vsync
+// that will show it, behind those that are pending by then.
 void PHRMonitor::holdBack(LayerPHRState* state, nsecs_t maxWait, nsecs_t headroom,
                           nsecs_t lastLatch) {
     if (state->mReleased) {

@@ -52,7 +52,7 @@ void PHRMonitor::updateHeadRoom(int id, float minRate, float highFpsMinRate) {
     {
         Mutex::Autolock lock(state->mFieldsLock);
         const nsecs_t period = periodLocked(*state);
-        // Comparisons that a NaN fails: it keeps the stored rate too.
+        // A NaN fails these comparisons and so keeps the stored rate too.
         if (minRate >= 0.0f) state->mMinRate = minRate;
         if (highFpsMinRate >= 0.0f) state->mHighFpsMinRate = highFpsMinRate;
         const float rate = minRateLocked(*state);

@@ -16,7 +16,8 @@ namespace android {
 void PHRMonitor::setQuickTouchStatus(int id, bool enable) {
     sp<LayerPHRState> state;
     {
-        // Look-up and focus in one, so that a layer unregistered meanwhile cannot take the focus.
+        // Look-up and focus under one lock: a layer that is unregistered meanwhile must not take
+        // the focus.
         Mutex::Autolock lock(mLock);
         if (mFocusLayerId != kNoLayer && mFocusLayerId != id) return;
         const auto it = mLayers.find(id);
@@ -93,8 +94,7 @@ void PHRMonitor::adjustForTargetFps(LayerPHRState* state) {
     TraceSection section("Pending for target fps");
     // The nanoseconds field alone, on purpose: the system refuses one of a second or more, so that
     // a schedule gone wrong can never freeze the queuing thread for longer than that. The cast is
-    // meant too, and surprises: of a delay of 2^32 ns or more the remainder is left, so that 5 s
-    // become a sleep of 0.7 s.
+    // meant too. It keeps the low 32 bits: of a delay of 5 s a sleep of 0.7 s is left.
     timespec request{};
     request.tv_nsec = static_cast<uint32_t>(decision.sleepNs);
     nanosleep(&request, nullptr);

@@ -24,7 +24,7 @@ constexpr char kLogTag[] = "Corvane.TimerQueue";
 constexpr int kWatchedFds = 2;  // the timer and the wake counter
 constexpr nsecs_t kNsPerSecond = 1'000'000'000;
 
-// A task in the form of a message's receiver.
+// Wraps a task as the handler of an empty message.
 class FuncHandler : public MessageHandler {
   public:
     explicit FuncHandler(std::function<void()> function) : mFunction(std::move(function)) {}

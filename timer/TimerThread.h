@@ -9,8 +9,9 @@
 
 namespace android {
 
-// Raises the calling thread as every frame-path thread of the library is raised: nice -8, then
-// SCHED_FIFO priority 1. A process that may not do so keeps its scheduling; that is not an error.
+// Raises the calling thread's priority to that of every frame-path thread of the library: nice -8,
+// then SCHED_FIFO priority 1. A process that may not do so keeps its scheduling; that is not an
+// error.
 void raiseFrameThreadPriority();
 
 // The body of a queue's driving thread: polls until `running` is cleared and wake() was called.
