@@ -1,14 +1,15 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
+#include "features/ConfigStore.h"
+
 #include <android/log.h>
-#include <string.h>
+#include <utils/Timers.h>
 
 #include <algorithm>
 #include <utility>
 
 #include "features/FeatureLog.h"
-#include "features/FeatureManager.h"
 #include "features/GfrTunablesParser.h"
 #include "perf/PerfProxy.h"
 
@@ -16,22 +17,7 @@ namespace android {
 
 namespace {
 
-// Numbers of the service's callback.
-constexpr int kHintTargetFps = 4171;
-constexpr int kHintHeadroomRates = 4187;
-constexpr int kHintFrameRescue = 4189;
-constexpr int kHintActivity = 4192;
-
-// Kinds of the activity hint.
-constexpr int kActivityNonGameResume = 0;
-constexpr int kActivityConcurrency = 1;
-constexpr int kActivitySwitching = 2;
-
-// Event to the service: a package that is still alive resumes.
-constexpr int kEventResume = 4099;
-
-// The thermal service limits whatever runs, so its rate is for every package.
-constexpr const char* kThermalCaller = "hx-core-thermalCallbackHandler";
+// The name under which a configuration for every package is stored.
 constexpr const char* kAllPackages = "";
 
 // More packages than are ever on the screen together; the service repeats what it wants kept.
@@ -40,11 +26,6 @@ constexpr size_t kMaxPackages = 4;
 constexpr float kMaxTargetFps = 240.0f;
 
 constexpr int32_t kMaxGfrFlag = 2;
-
-// The service counts rates in hundredths.
-float fromHundredths(int value) {
-    return static_cast<float>(value) / 100.0f;
-}
 
 template <typename Config>
 std::optional<Config> findConfig(const std::map<std::string, Config>& configs,
@@ -59,11 +40,6 @@ std::optional<Config> findConfig(const std::map<std::string, Config>& configs,
     return config->second;
 }
 
-// std::string::find is quadratic for some texts; both of these come from outside.
-bool contains(const std::string& text, const std::string& part) {
-    return part.empty() || memmem(text.data(), text.size(), part.data(), part.size()) != nullptr;
-}
-
 const char* boolName(bool value) {
     return value ? "true" : "false";
 }
@@ -76,61 +52,9 @@ Value valueAt(const std::vector<Value>& values, size_t index) {
 
 }  // namespace
 
-void FeatureManager::setCallbackHintValue(int hintId, const std::string& pkgName, int arg1,
-                                          int arg2, const std::vector<int>& values) {
-    switch (hintId) {
-        case kHintTargetFps: {
-            std::string key = pkgName;
-            float targetFps = fromHundredths(arg1);
-            if (PerfProxy::isNumericString(pkgName)) {
-                key = kAllPackages;
-                targetFps = std::stof(pkgName);
-            } else if (pkgName == kThermalCaller) {
-                key = kAllPackages;
-            }
-            if (setTargetFps(key, targetFps)) {
-                notifyConfigChanged(TARGET_FPS, key);
-            }
-            break;
-        }
-        case kHintHeadroomRates:
-            setPhrMinRate(pkgName, values);
-            notifyConfigChanged(QUICK_TOUCH, pkgName);
-            break;
-        case kHintFrameRescue:
-            if (const auto changedPkg = setGFRProp(pkgName, values)) {
-                notifyConfigChanged(FRAME_RESCUE, *changedPkg);
-            }
-            break;
-        case kHintActivity:
-            setActivity(pkgName, arg1, arg2);
-            break;
-        default:
-            break;
-    }
-}
-
-void FeatureManager::setActivity(const std::string& pkgName, int kind, int state) {
-    switch (kind) {
-        case kActivityNonGameResume:
-            setCheckingAliveApp(pkgName);
-            notifyConfigChanged(ACTV_NON_GAME_RESUME, pkgName);
-            break;
-        case kActivityConcurrency:
-            notifyConfigChanged(ACTV_IF_CONCURRENCY, pkgName);
-            break;
-        case kActivitySwitching:
-            mActvStable = state == 0;
-            notifyConfigChanged(ACTV_SWITCHING, pkgName);
-            break;
-        default:
-            break;
-    }
-}
-
 template <typename ConfigMap>
-void FeatureManager::preClearConfigLocked(ConfigMap& configs, const std::string& pkgName,
-                                          Feature feature) {
+void ConfigStore::preClearConfigLocked(ConfigMap& configs, const std::string& pkgName,
+                                       Feature feature) {
     if (pkgName.empty()) {
         configs.clear();
         return;
@@ -148,7 +72,7 @@ void FeatureManager::preClearConfigLocked(ConfigMap& configs, const std::string&
     configs.erase(oldest);
 }
 
-bool FeatureManager::setTargetFps(const std::string& pkgName, float targetFps) {
+bool ConfigStore::setTargetFps(const std::string& pkgName, float targetFps) {
     if (targetFps < 0.0f || targetFps > kMaxTargetFps) {
         __android_log_print(ANDROID_LOG_ERROR, kFeatureLogTag, "Invalid target fps found: %.2f",
                             targetFps);
@@ -166,11 +90,7 @@ bool FeatureManager::setTargetFps(const std::string& pkgName, float targetFps) {
     return true;
 }
 
-void FeatureManager::setPhrMinRate(const std::string& pkgName, const std::vector<int>& values) {
-    if (!isFeatureEnabled(QUICK_TOUCH)) {
-        PerfProxy::VLOGD(kFeatureLogTag, "set PhrMinRate fail, Quick Touch disable!");
-        return;
-    }
+void ConfigStore::setPhrMinRate(const std::string& pkgName, const std::vector<int>& values) {
     const float phrMinRate = fromHundredths(valueAt(values, 1));
     const float highFpsPhrMinRate = fromHundredths(valueAt(values, 3));
     {
@@ -185,8 +105,8 @@ void FeatureManager::setPhrMinRate(const std::string& pkgName, const std::vector
                      phrMinRate, highFpsPhrMinRate);
 }
 
-std::optional<std::string> FeatureManager::setGFRProp(const std::string& pkgText,
-                                                      const std::vector<int>& values) {
+std::optional<std::string> ConfigStore::setGFRProp(const std::string& pkgText,
+                                                   const std::vector<int>& values) {
     if (values.empty()) {
         return std::nullopt;
     }
@@ -220,7 +140,7 @@ std::optional<std::string> FeatureManager::setGFRProp(const std::string& pkgText
     return pkgName;
 }
 
-bool FeatureManager::applyGlobalJankThresholds(const std::string& text, GfrTunables* tunables) {
+bool ConfigStore::applyGlobalJankThresholds(const std::string& text, GfrTunables* tunables) {
     if (const auto error = parseGlobalJankThresholds(text, &tunables->jankThresholds)) {
         __android_log_print(ANDROID_LOG_ERROR, kFeatureLogTag, "%s", error->c_str());
         return false;
@@ -232,8 +152,8 @@ bool FeatureManager::applyGlobalJankThresholds(const std::string& text, GfrTunab
     return true;
 }
 
-bool FeatureManager::applyPackageTunables(const std::string& pkgName, const std::string& text,
-                                          GfrTunables* tunables) {
+bool ConfigStore::applyPackageTunables(const std::string& pkgName, const std::string& text,
+                                       GfrTunables* tunables) {
     if (!parseGFRTunables(text, tunables)) {
         __android_log_print(ANDROID_LOG_ERROR, kFeatureLogTag, "Invalid GFR tunables: %s",
                             text.c_str());
@@ -251,7 +171,7 @@ bool FeatureManager::applyPackageTunables(const std::string& pkgName, const std:
     return true;
 }
 
-bool FeatureManager::parseGFRTunables(const std::string& text, GfrTunables* out) {
+bool ConfigStore::parseGFRTunables(const std::string& text, GfrTunables* out) {
     if (out == nullptr) {
         return false;
     }
@@ -262,59 +182,27 @@ bool FeatureManager::parseGFRTunables(const std::string& text, GfrTunables* out)
     return true;
 }
 
-std::optional<TfpsConfig> FeatureManager::getTfpsConfig(const std::string& pkgName,
-                                                        bool useGlobal) const {
-    if (!isFeatureEnabled(TARGET_FPS)) {
-        return std::nullopt;
-    }
+std::optional<TfpsConfig> ConfigStore::getTfpsConfig(const std::string& pkgName,
+                                                     bool useGlobal) const {
     Mutex::Autolock lock(mTfpsMutex);
     return findConfig(mTfpsConfigs, pkgName, useGlobal);
 }
 
-std::optional<PhrConfig> FeatureManager::getPhrConfig(const std::string& pkgName,
-                                                      bool useGlobal) const {
-    if (!isFeatureEnabled(QUICK_TOUCH)) {
-        return std::nullopt;
-    }
+std::optional<PhrConfig> ConfigStore::getPhrConfig(const std::string& pkgName,
+                                                   bool useGlobal) const {
     Mutex::Autolock lock(mPhrMutex);
     return findConfig(mPhrConfigs, pkgName, useGlobal);
 }
 
-std::optional<GfrTunables> FeatureManager::getGFRTunables(const std::string& pkgName,
-                                                          bool useGlobal) const {
+std::optional<GfrTunables> ConfigStore::getGFRTunables(const std::string& pkgName,
+                                                       bool useGlobal) const {
     Mutex::Autolock lock(mGfrMutex);
     return findConfig(mGfrTunables, pkgName, useGlobal);
 }
 
-bool FeatureManager::isTfpsConfigured() const {
+bool ConfigStore::isTfpsConfigured() const {
     Mutex::Autolock lock(mTfpsMutex);
     return !mTfpsConfigs.empty();
-}
-
-void FeatureManager::processAliveAppCheck(std::string aliveApps) {
-    std::string checkingApp;
-    {
-        // Taken and cleared in one step, so that a check that starts meanwhile is not lost.
-        Mutex::Autolock lock(mCheckingAliveAppMutex);
-        checkingApp.swap(mCheckingAliveApp);
-    }
-    if (contains(aliveApps, checkingApp)) {
-        PerfProxy::VLOGD(kFeatureLogTag,
-                         "The checked app is still alive, trigger its resume logic");
-        mPerfProxy->postEvent(kEventResume, std::move(checkingApp), {});
-    } else {
-        PerfProxy::VLOGD(kFeatureLogTag, "The checked app is no longer alive. Cancel check");
-    }
-}
-
-void FeatureManager::setCheckingAliveApp(const std::string& pkgName) {
-    Mutex::Autolock lock(mCheckingAliveAppMutex);
-    mCheckingAliveApp = pkgName;
-}
-
-std::string FeatureManager::getCheckingAliveApp() const {
-    Mutex::Autolock lock(mCheckingAliveAppMutex);
-    return mCheckingAliveApp;
 }
 
 }  // namespace android

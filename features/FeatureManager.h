@@ -13,22 +13,21 @@
 #include <vector>
 
 #include "base/Relaxed.h"
+#include "features/ConfigObserver.h"
+#include "features/ConfigStore.h"
 #include "features/Feature.h"
-#include "features/GfrTunables.h"
-#include "features/PackageConfigs.h"
 
 namespace android {
 
 class PerfProxy;
 
-// Holder of the feature switches, read once from the system properties, and of the per-package
-// configurations that the performance service pushes at run time.
+// The feature switches, read once from the system properties, and the way of what the performance
+// service pushes at run time: into the store of configurations, then to the observer.
 //
 // One instance per process, created on first use and never destroyed. Switches are written only by
-// the constructor and read without a lock; each configuration map has a mutex of its own, held only
-// while the map is used, never two at once and never while the layer registry is called.
-// Configurations are written on binder threads and read on the compositor's. All locks and their
-// order: docs/architecture.md.
+// the constructor and read without a lock. Configurations are written on binder threads and read on
+// the compositor's; no lock is held while the observer is called. All locks and their order:
+// docs/architecture.md.
 class FeatureManager {
   public:
     static FeatureManager* getInstance();
@@ -50,32 +49,37 @@ class FeatureManager {
     bool isTargetFpsCompensate() const { return mTargetFpsCompensate; }
     bool isPHRDynamicEnabled() const { return mPHRDynamicEnable; }
 
+    // Who is told of changed configurations; null for nobody. It must outlive all callbacks.
+    void setConfigObserver(ConfigObserver* observer) { mObserver.store(observer); }
+
     // Whether any target rate is stored, for a package or for all.
-    bool isTfpsConfigured() const;
+    bool isTfpsConfigured() const { return mConfigs.isTfpsConfigured(); }
 
     // Entry of the service's callback, on a binder thread. Stores the value, then notifies the
-    // layer registry with no lock held. Throws the standard conversion exceptions for a numeric
+    // observer with no lock held. Throws the standard conversion exceptions for a numeric
     // package text that does not fit a float; nothing is stored then.
     void setCallbackHintValue(int hintId, const std::string& pkgName, int arg1, int arg2,
                               const std::vector<int>& values);
 
-    // The callback's operations, one per kind of configuration. None of them notifies.
-    // Frames per second; 0 removes the package's rate. False when the rate is out of range.
-    bool setTargetFps(const std::string& pkgName, float targetFps);
-    // Pairs of a number that is ignored and a rate in percent: up to 60 Hz, then above 60 Hz.
+    // The callback's operations, one per kind of configuration, and the way back to what they
+    // stored; see ConfigStore. None of them notifies. What is of a feature that is off is not read
+    // back, and headroom rates are then not stored either.
+    bool setTargetFps(const std::string& pkgName, float targetFps) {
+        return mConfigs.setTargetFps(pkgName, targetFps);
+    }
     void setPhrMinRate(const std::string& pkgName, const std::vector<int>& values);
-    // `pkgText` is "package:tunables", or jank thresholds alone for all packages; values[0] is the
-    // rescue flag. Returns the package whose configuration changed.
     std::optional<std::string> setGFRProp(const std::string& pkgText,
-                                          const std::vector<int>& values);
-    // Applies a tunables text to `*out`. When the text is refused, logs why and leaves `*out`
-    // alone.
-    static bool parseGFRTunables(const std::string& text, GfrTunables* out);
-
-    // The package's configuration, or with useGlobal the one for every package. Copies.
+                                          const std::vector<int>& values) {
+        return mConfigs.setGFRProp(pkgText, values);
+    }
+    static bool parseGFRTunables(const std::string& text, GfrTunables* out) {
+        return ConfigStore::parseGFRTunables(text, out);
+    }
     std::optional<TfpsConfig> getTfpsConfig(const std::string& pkgName, bool useGlobal) const;
     std::optional<PhrConfig> getPhrConfig(const std::string& pkgName, bool useGlobal) const;
-    std::optional<GfrTunables> getGFRTunables(const std::string& pkgName, bool useGlobal) const;
+    std::optional<GfrTunables> getGFRTunables(const std::string& pkgName, bool useGlobal) const {
+        return mConfigs.getGFRTunables(pkgName, useGlobal);
+    }
 
     // Ends the alive check: resumes the checked application when `aliveApps` names it.
     void processAliveAppCheck(std::string aliveApps);
@@ -104,32 +108,17 @@ class FeatureManager {
 
     void setCheckingAliveApp(const std::string& pkgName);
     void setActivity(const std::string& pkgName, int kind, int state);
-    static bool applyGlobalJankThresholds(const std::string& text, GfrTunables* tunables);
-    static bool applyPackageTunables(const std::string& pkgName, const std::string& text,
-                                     GfrTunables* tunables);
-
-    // Makes room for a new configuration of `pkgName` in one of the maps: drops the global entry
-    // and the package's own, and the oldest when the map is still full. The empty name drops all.
-    // The map's mutex must be held; passing the guarded map by reference lets the analysis check
-    // that.
-    template <typename ConfigMap>
-    void preClearConfigLocked(ConfigMap& configs, const std::string& pkgName, Feature feature);
-
-    // Tells the layer registry, which takes its own locks.
     void notifyConfigChanged(Feature feature, const std::string& pkgName) const
-            EXCLUDES(mTfpsMutex, mPhrMutex, mGfrMutex, mCheckingAliveAppMutex);
+            EXCLUDES(mCheckingAliveAppMutex);
 
     // Properties watched at run time, and the feature whose configuration each one changes.
     const std::map<std::string, Feature> mPropertyFeatureMap;
     PerfProxy* const mPerfProxy;
 
-    // The package name is the key; the empty one stands for every package.
-    mutable Mutex mTfpsMutex;
-    std::map<std::string, TfpsConfig> mTfpsConfigs GUARDED_BY(mTfpsMutex);
-    mutable Mutex mPhrMutex;
-    std::map<std::string, PhrConfig> mPhrConfigs GUARDED_BY(mPhrMutex);
-    mutable Mutex mGfrMutex;
-    std::map<std::string, GfrTunables> mGfrTunables GUARDED_BY(mGfrMutex);
+    ConfigStore mConfigs;
+    // Sequentially consistent, as the threshold: who sets the observer and then reads the threshold
+    // either reads a change or is told of it.
+    std::atomic<ConfigObserver*> mObserver{nullptr};
 
     // The package whose resume is awaited; empty when none. Never held while calling out.
     mutable Mutex mCheckingAliveAppMutex;

@@ -7,6 +7,11 @@
 
 namespace android {
 
+// Frame rates and headroom rates come from the service in hundredths.
+constexpr float fromHundredths(int value) {
+    return static_cast<float>(value) / 100.0f;
+}
+
 // Target frame rate of one package.
 struct TfpsConfig {
     float targetFps = 0.0f;  // frames per second, above 0 and at most 240

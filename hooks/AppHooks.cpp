@@ -213,16 +213,17 @@ void aCorvaneConsumeInputNow(bool* consumeNow) {
         !isMove(sLastTouchAction)) {
         return;
     }
-    const InputTimes times{now(),
-                           tracker->getFrameInterval(),
-                           tracker->getTouchInterval(),
-                           sLastConsumeCheckTime,
-                           sQueueHeadroomOk,
-                           sVsyncTime,
-                           sLastConsumeNowTime,
-                           sLastQueueTime,
-                           sPendCount,
-                           sFirstPendTime};
+    InputTimes times;
+    times.now = now();
+    times.frameInterval = tracker->getFrameInterval();
+    times.touchInterval = tracker->getTouchInterval();
+    times.lastCheckTime = sLastConsumeCheckTime;
+    times.queueHeadroomOk = sQueueHeadroomOk;
+    times.vsyncTime = sVsyncTime;
+    times.lastConsumeTime = sLastConsumeNowTime;
+    times.lastQueueTime = sLastQueueTime;
+    times.pendCount = sPendCount;
+    times.firstPendTime = sFirstPendTime;
     traceInputTimes(times);
     switch (decideInput(times)) {
         case InputDecision::NONE:

@@ -23,17 +23,17 @@ enum class InputDecision {
 
 // What the decision rests on; times on the monotonic clock.
 struct InputTimes {
-    nsecs_t now;
-    nsecs_t frameInterval;    // 0 or -1 while unknown
-    nsecs_t touchInterval;    // between two moves
-    nsecs_t lastCheckTime;    // of the decision before
-    bool queueHeadroomOk;     // the game queues well after it began the frame: queueing sets the
-                              // rhythm, otherwise vsync does
-    nsecs_t vsyncTime;        // latest vsync, 0 = none
-    nsecs_t lastConsumeTime;  // of the latest consumption for a vsync
-    nsecs_t lastQueueTime;    // of the latest queued buffer
-    int32_t pendCount;        // input held this often in a row before a queue
-    nsecs_t firstPendTime;    // since then
+    nsecs_t now = 0;
+    nsecs_t frameInterval = 0;     // 0 or -1 while unknown
+    nsecs_t touchInterval = 0;     // between two moves
+    nsecs_t lastCheckTime = 0;     // of the decision before
+    bool queueHeadroomOk = false;  // the game queues well after it began the frame: queueing sets
+                                   // the rhythm, otherwise vsync does
+    nsecs_t vsyncTime = 0;        // latest vsync, 0 = none
+    nsecs_t lastConsumeTime = 0;  // of the latest consumption for a vsync
+    nsecs_t lastQueueTime = 0;    // of the latest queued buffer
+    int32_t pendCount = 0;        // input held this often in a row before a queue
+    nsecs_t firstPendTime = 0;    // since then
 };
 
 InputDecision decideInput(const InputTimes& times);

@@ -3,6 +3,8 @@
 
 #include "layers/LayerInfo.h"
 
+#include <utility>
+
 #include "layers/LogTag.h"
 #include "perf/PerfProxy.h"
 
@@ -25,6 +27,14 @@ int32_t extent(int32_t low, int32_t high) {
 }
 
 }  // namespace
+
+LayerInfo::LayerInfo(Identity identity)
+      : mId(identity.id),
+        mName(std::move(identity.name)),
+        mPackageName(std::move(identity.packageName)),
+        mPid(identity.pid),
+        mUid(identity.uid),
+        mSceneTag(std::move(identity.sceneTag)) {}
 
 bool LayerInfo::updateFps() {
     const nsecs_t now = mLastQueueTime;

@@ -21,6 +21,7 @@ LayerManager* LayerManager::getInstance() {
 LayerManager::LayerManager() = default;
 
 LayerManager::~LayerManager() {
+    FeatureManager::getInstance()->setConfigObserver(nullptr);
     stop();
     PerfProxy::VLOGD(kLayerLogTag, "~LayerManager");
 }
@@ -29,7 +30,10 @@ void LayerManager::init(bool smartTouchEnable, int arg0, int arg1) {
     Mutex::Autolock lock(mLock);
     if (mInitialized) return;
 
-    const FeatureManager* features = FeatureManager::getInstance();
+    // Before anything is read: a change that comes now waits for the lock and is applied then.
+    mInitialized = true;
+    FeatureManager* features = FeatureManager::getInstance();
+    features->setConfigObserver(this);
     setSmartTouchEnable(smartTouchEnable);
     if (features->isFeatureEnabled(CPU_BIG_JANK)) {
         mCpuBigJankThreshold = features->getCpuBigJankThresholdMs();
@@ -41,7 +45,6 @@ void LayerManager::init(bool smartTouchEnable, int arg0, int arg1) {
     const bool gpuJankDetect = features->isFeatureEnabled(GPU_JANK_DETECT);
     mGpuJankDetect = gpuJankDetect;
     if (gpuJankDetect) mGpuMinExecTimeMult = features->getGpuMinExecTimeMult();
-    mInitialized = true;
     PerfProxy::VLOGD(kLayerLogTag, "LayerManager initialized");
 }
 

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "base/Relaxed.h"
+#include "features/ConfigObserver.h"
 #include "features/Feature.h"
 #include "features/PackageConfigs.h"
 #include "layers/LayerCandidate.h"
@@ -44,7 +45,7 @@ struct LayerInfo;
 //                        unknown <--after another 1 s-- tracked, inactive ----------+
 //
 // One instance, created on first use and never destroyed by the library itself.
-class LayerManager {
+class LayerManager : public ConfigObserver {
   public:
     static LayerManager* getInstance();
 
@@ -64,9 +65,10 @@ class LayerManager {
     // --- Compositor events (LayerManagerEvents.cpp) ---
 
     // A buffer was queued, by the process and user of the binder call being served. May hold the
-    // caller back for headroom control or pacing. `flag` is true for an instant buffer.
+    // caller back for headroom control or pacing. An instant buffer is one to be shown at once.
+    // `extraTime` and `extra` are ignored.
     void onBufferIncrement(const std::string& name, int layerId, int pid, int uid,
-                           nsecs_t extraTime, bool flag, uint32_t extra) EXCLUDES(mLock);
+                           nsecs_t extraTime, bool instant, uint32_t extra) EXCLUDES(mLock);
     // A buffer was latched; `pendingCount` buffers are queued behind it.
     void onBufferDecrement(const std::string& name, int layerId, int pendingCount,
                            const Rect& bounds, bool focused, bool visible) EXCLUDES(mLock);
@@ -98,16 +100,18 @@ class LayerManager {
     // --- Scene reports (LayerManagerScenes.cpp) ---
 
     // Ranks the visible applications, picks the low-latency one and reports the top ones to the
-    // performance service when they changed or a report was asked for.
+    // performance service when they changed or a report was asked for. The time is ignored: what is
+    // drawing has been settled by the clean-ups.
     void checkMultiLayer(nsecs_t now) EXCLUDES(mLock);
     // Sends one report after `delay` nanoseconds, on the boost worker, whatever is sent before.
     void scheduleNotifyUserScene(nsecs_t delay);
 
     // --- Configuration changes (LayerManagerConfigChanges.cpp) ---
 
-    // A configuration or notification arrived from the service. An empty package means the
-    // low-latency application.
-    void onFeatureConfigChanged(Feature feature, const std::string& pkgName) EXCLUDES(mLock);
+    // A configuration or notification arrived from the service. Of the layers that are there, an
+    // empty package means those of the low-latency application.
+    void onFeatureConfigChanged(Feature feature, const std::string& pkgName) override
+            EXCLUDES(mLock);
 
   private:
     // Package of a user's latest promoted layer, for layers whose names do not tell.
@@ -152,6 +156,9 @@ class LayerManager {
     void switchFeaturesOffLocked(LayerInfo& layer) REQUIRES(mLock);
     void stopPacingBelowTargetLocked(LayerInfo& layer) REQUIRES(mLock);
     void updateAliveCheckLocked(LayerInfo& layer) REQUIRES(mLock);
+    bool isAliveCheckPendingLocked() const REQUIRES(mLock) {
+        return mAliveCheckMisses != kNoAliveCheck;
+    }
     void setLowLatencyAppLocked(LayerInfo* layer) REQUIRES(mLock);
 
     // LayerManagerConfigChanges.cpp
@@ -179,6 +186,7 @@ class LayerManager {
     GFRMonitor* mGfrMonitor GUARDED_BY(mLock) = nullptr;
     std::atomic<PHRMonitor*> mPhrMonitor{nullptr};
     Relaxed<bool> mInitialized{false};
+    // The compositor's own integers, for a debugger.
     int32_t mInitArg0 GUARDED_BY(mLock) = -1;
     int32_t mInitArg1 GUARDED_BY(mLock) = -1;
 
@@ -220,8 +228,12 @@ class LayerManager {
     int32_t mFpsModeLayerId GUARDED_BY(mLock) = -1;  // the layer that holds it
 
     int32_t mLowLatencyPid GUARDED_BY(mLock) = -1;
-    std::string mCheckedAliveApp GUARDED_BY(mLock);    // whose liveness is being checked
-    int32_t mAliveCheckMisses GUARDED_BY(mLock) = -1;  // FPS windows of others; -1 = no check
+    std::string mCheckedAliveApp GUARDED_BY(mLock);  // whose liveness is being checked
+    // FPS windows of other applications since the check began:
+    //   none --notification--> 0 --another's window--> 1 --> 2 --> given up: none
+    //   any --a window of its own--> none; its layer then counts its own matches
+    static constexpr int32_t kNoAliveCheck = -1;
+    int32_t mAliveCheckMisses GUARDED_BY(mLock) = kNoAliveCheck;
 };
 
 }  // namespace android

@@ -118,7 +118,7 @@ void LayerManager::onHeadroomRatesChanged(const std::string& pkgName) {
         PerfProxy::VLOGD(kLayerLogTag,
                          "OnFeatureConfigChanged - QUICK_TOUCH: set enabled=%d, phrMinRate=%.2f, "
                          "highFpsPhrMinRate=%.2f, pkgName=%s",
-                         layer->mQuickTouchActive, layer->phrMinRate, layer->highFpsPhrMinRate,
+                         layer->mayControlHeadroom(), layer->phrMinRate, layer->highFpsPhrMinRate,
                          layer->mPackageName.c_str());
     }
 }
@@ -170,7 +170,7 @@ void LayerManager::onTargetFpsChanged(const std::string& pkgName) {
         if (!logged) {
             PerfProxy::VLOGD(kLayerLogTag,
                              "OnFeatureConfigChanged - TARGET_FPS: targetFps=%.2f, pkgName=%s",
-                             layer->mGfrQueueEndValue, layer->mPackageName.c_str());
+                             layer->targetFps(), layer->mPackageName.c_str());
             logged = true;
         }
     }
@@ -179,11 +179,11 @@ void LayerManager::onTargetFpsChanged(const std::string& pkgName) {
 void LayerManager::applyTargetFpsLocked(LayerInfo& layer) {
     const auto config = FeatureManager::getInstance()->getTfpsConfig(layer.mPackageName, true);
     const float targetFps = config ? config->targetFps : 0.0f;
-    if (targetFps == layer.mGfrQueueEndValue) return;
+    if (targetFps == layer.targetFps()) return;
     layer.mGfrQueueEndValue = targetFps;
     const bool pace = targetFps > 0.0f && layer.mFps > targetFps;
     PHRMonitor* phr = mPhrMonitor.load(std::memory_order_relaxed);
-    if (layer.mPhrRegistered && phr != nullptr && (layer.mGfrQueueEndValid || pace)) {
+    if (layer.mPhrRegistered && phr != nullptr && (layer.isPaced() || pace)) {
         layer.mGfrQueueEndValid = pace;
         phr->setTargetFpsStatus(layer.mId, pace, layer.mFps, targetFps);
     }

@@ -39,7 +39,7 @@ struct LayerManager::QueuedFrame {
 };
 
 void LayerManager::onBufferIncrement(const std::string& name, int layerId, int pid, int uid,
-                                     nsecs_t /*extraTime*/, bool flag, uint32_t /*extra*/) {
+                                     nsecs_t /*extraTime*/, bool instant, uint32_t /*extra*/) {
     if (layerId < 1 || !mTrackingEnabled) return;
 
     const nsecs_t now = systemTime(SYSTEM_TIME_MONOTONIC);
@@ -66,7 +66,7 @@ void LayerManager::onBufferIncrement(const std::string& name, int layerId, int p
     if (frame.gfr != nullptr) {
         frame.gfr->onQueueBegin(layerId, now, frame.frameGap, frame.timeToPresent);
     }
-    if (frame.phr != nullptr) frame.phr->onBufferIncrement(layerId, frame.frameGap, now, flag);
+    if (frame.phr != nullptr) frame.phr->onBufferIncrement(layerId, frame.frameGap, now, instant);
 
     const nsecs_t queueEnd = systemTime(SYSTEM_TIME_MONOTONIC);
     layer->mLastQueueEndTime = queueEnd;
@@ -81,9 +81,9 @@ LayerManager::QueuedFrame LayerManager::trackQueueLocked(LayerInfo& layer, nsecs
     layer.mLastQueueTime = now;
     layer.mFrameGap = now - layer.mLastQueueEndTime;
     layer.mExpectedPresentTime =
-            predictTimeToPresent(now, mVsyncPeriod, layer.mVsyncAnchorTime, layer.mVsyncFrameCount);
-    if (layer.mVsyncFrameCount == 0) layer.mFirstFrameTime = now;
-    layer.mVsyncFrameCount = saturatingAdd(layer.mVsyncFrameCount, 1);
+            predictTimeToPresent(now, mVsyncPeriod, layer.mVsyncAnchorTime, layer.queueDepth());
+    if (layer.queueDepth() == 0) layer.mFirstFrameTime = now;
+    layer.mVsyncFrameCount = saturatingAdd(layer.queueDepth(), 1);
 
     const int32_t oldMode = layer.mFpsMode;
     if (layer.updateFps()) {
@@ -96,14 +96,14 @@ LayerManager::QueuedFrame LayerManager::trackQueueLocked(LayerInfo& layer, nsecs
 
     QueuedFrame frame;
     frame.frameGap = layer.mFrameGap;
-    frame.timeToPresent = layer.mExpectedPresentTime;
+    frame.timeToPresent = layer.timeToPresent();
     frame.cpuBigJank = mCpuBigJankThreshold >= 1 && layer.mFpsMode >= kCpuBigJankMinMode &&
                        layer.mFrameGap >= mCpuBigJankThreshold * kNsPerMs;
     if (layer.mGfrActive && layer.mGfrRegistered) {
         frame.gfr = mGfrMonitor;
     }
     if (layer.mPhrRegistered) frame.phr = mPhrMonitor.load(std::memory_order_relaxed);
-    if (layer.mGfrQueueEndValid) frame.pacedFps = layer.mGfrQueueEndValue;
+    if (layer.isPaced()) frame.pacedFps = layer.targetFps();
     return frame;
 }
 
@@ -126,7 +126,7 @@ void LayerManager::onBufferDecrement(const std::string& name, int layerId, int p
     layer.mFenceFd = -1;
     layer.mVsyncAnchorTime = now;
     layer.mVsyncFrameCount =
-            queueDepthAfterLatch(layer.mVsyncFrameCount, pendingCount, now - layer.mLastQueueTime);
+            queueDepthAfterLatch(layer.queueDepth(), pendingCount, now - layer.mLastQueueTime);
     layer.mBounds = bounds;
     layer.mFocused = focused;
     layer.mVisible = visible;
@@ -141,7 +141,7 @@ void LayerManager::onBufferDecrement(const std::string& name, int layerId, int p
     if (app != mAppInfoMap.end()) app->second.lastUsed = now;
 
     PHRMonitor* phr = mPhrMonitor.load(std::memory_order_relaxed);
-    if (layer.mQuickTouchActive && layer.mPhrRegistered && phr != nullptr &&
+    if (layer.mayControlHeadroom() && layer.mPhrRegistered && phr != nullptr &&
         layer.mFpsMode == mDisplayFpsMode) {
         phr->onBufferDecrement(layerId, pendingCount, now);
     }
@@ -192,7 +192,7 @@ void LayerManager::unblockPendingBuffer() {
     PHRMonitor* phr = mPhrMonitor.load(std::memory_order_relaxed);
     if (phr == nullptr) return;
     for (const auto& [id, layer] : mLayers) {
-        if (layer->mActive && layer->mQuickTouchActive && layer->mPhrRegistered) {
+        if (layer->mActive && layer->mayControlHeadroom() && layer->mPhrRegistered) {
             phr->unblockBuffer(id);
         }
     }

@@ -88,7 +88,7 @@ void LayerManager::switchFeaturesOffLocked(LayerInfo& layer) {
         mGfrMonitor->setGFRActive(layer.mId, false);
     }
     PHRMonitor* phr = mPhrMonitor.load(std::memory_order_relaxed);
-    if (layer.mQuickTouchActive && layer.mPhrRegistered && phr != nullptr) {
+    if (layer.mayControlHeadroom() && layer.mPhrRegistered && phr != nullptr) {
         phr->setQuickTouchStatus(layer.mId, false);
     }
 }
@@ -106,8 +106,8 @@ void LayerManager::switchFeaturesOnLocked(LayerInfo& layer) {
         mGfrMonitor->setGFRActive(layer.mId, true);
     }
 
-    const float targetFps = layer.mGfrQueueEndValue;
-    if (!layer.mQuickTouchActive && !(targetFps > 0.0f)) return;
+    const float targetFps = layer.targetFps();
+    if (!layer.mayControlHeadroom() && !(targetFps > 0.0f)) return;
     initPHREnv();
     PHRMonitor* phr = mPhrMonitor.load(std::memory_order_relaxed);
     if (phr == nullptr) return;
@@ -117,7 +117,7 @@ void LayerManager::switchFeaturesOnLocked(LayerInfo& layer) {
         PerfProxy::VLOGD(kLayerLogTag, "PHR: Registered layer %d [%s]", layer.mId,
                          layer.mName.c_str());
     }
-    if (!layer.mGfrQueueEndValid && targetFps > 0.0f && layer.mFps > targetFps) {
+    if (!layer.isPaced() && targetFps > 0.0f && layer.mFps > targetFps) {
         layer.mGfrQueueEndValid = true;
         phr->setTargetFpsStatus(layer.mId, true, layer.mFps, targetFps);
     }
@@ -125,10 +125,10 @@ void LayerManager::switchFeaturesOnLocked(LayerInfo& layer) {
 
 void LayerManager::stopPacingBelowTargetLocked(LayerInfo& layer) {
     PHRMonitor* phr = mPhrMonitor.load(std::memory_order_relaxed);
-    if (phr == nullptr || !mTargetFpsEnabled || !layer.mPhrRegistered || !layer.mGfrQueueEndValid) {
+    if (phr == nullptr || !mTargetFpsEnabled || !layer.mPhrRegistered || !layer.isPaced()) {
         return;
     }
-    const float targetFps = layer.mGfrQueueEndValue;
+    const float targetFps = layer.targetFps();
     if (!(layer.mFps < targetFps - kPacingSlackFps)) return;
     // A ramp towards the target passes through any rate.
     if (phr->isTargetFpsSwitching(layer.mId) || !mTargetFpsCompensate) return;
@@ -137,10 +137,10 @@ void LayerManager::stopPacingBelowTargetLocked(LayerInfo& layer) {
 }
 
 void LayerManager::updateAliveCheckLocked(LayerInfo& layer) {
-    if (mAliveCheckMisses < 0 && layer.mAliveCheckMatches == 0) return;
+    if (!isAliveCheckPendingLocked() && layer.mAliveCheckMatches == 0) return;
     if (layer.mPackageName == mCheckedAliveApp) {
         ++layer.mAliveCheckMatches;
-        mAliveCheckMisses = -1;
+        mAliveCheckMisses = kNoAliveCheck;
     } else {
         ++mAliveCheckMisses;
     }
@@ -149,7 +149,7 @@ void LayerManager::updateAliveCheckLocked(LayerInfo& layer) {
         return;
     }
     FeatureManager::getInstance()->processAliveAppCheck(layer.mPackageName);
-    mAliveCheckMisses = -1;
+    mAliveCheckMisses = kNoAliveCheck;
     layer.mAliveCheckMatches = 0;
     mCheckedAliveApp.clear();
 }

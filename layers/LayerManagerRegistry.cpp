@@ -62,6 +62,7 @@ sp<LayerInfo> LayerManager::getOrCreateLayer(const std::string& name, int layerI
             LayerCandidate newCandidate;
             newCandidate.packageName = std::move(packageName);
             newCandidate.updateAndCheckPromotion(now);
+            // Before it is added: the eleventh is still let in, the twelfth brings the clean-up.
             tooManyCandidates = mCandidates.size() > kMaxCandidates;
             mCandidates.emplace(layerId, std::move(newCandidate));
             PerfProxy::VLOGD(kLayerLogTag, "Add new candidate layer: %d [%s]", layerId,
@@ -76,14 +77,15 @@ sp<LayerInfo> LayerManager::getOrCreateLayer(const std::string& name, int layerI
 
 sp<LayerInfo> LayerManager::promoteLocked(const std::string& name, int layerId, int pid, int uid,
                                           std::string packageName) {
-    sp<LayerInfo> layer = sp<LayerInfo>::make();
-    layer->mId = layerId;
-    layer->mName = name;
-    layer->mPackageName = std::move(packageName);
+    LayerInfo::Identity identity;
+    identity.id = layerId;
+    identity.name = name;
+    identity.sceneTag = PerfProxy::getLayerSceneTag(packageName, name);
+    identity.packageName = std::move(packageName);
+    identity.pid = pid;
+    identity.uid = uid;
+    sp<LayerInfo> layer = sp<LayerInfo>::make(std::move(identity));
     layer->mActive = true;
-    layer->mPid = pid;
-    layer->mUid = uid;
-    layer->mSceneTag = PerfProxy::getLayerSceneTag(layer->mPackageName, name);
     loadFeatureConfigsLocked(layer.get());
     mLayers.emplace(layerId, layer);
     mLayerCount = mLayerCount + 1;

@@ -5,14 +5,13 @@
 
 #include <string>
 
+#include "perf/LayerName.h"
+
 namespace android {
 
-// An application whose own frames need no rescue but that hosts mini-games in surface views.
-inline constexpr char kMiniGameHost[] = "com.tencent.mm";
-inline constexpr char kMiniGameSceneTag[] = "minigame";
-
+// The messenger's own frames need no rescue, those of its mini-games do.
 inline bool mayRescueFrames(const std::string& packageName, const std::string& sceneTag) {
-    return packageName != kMiniGameHost || sceneTag == kMiniGameSceneTag;
+    return packageName != kMessengerPackage || sceneTag == kMiniGameSceneTag;
 }
 
 }  // namespace android

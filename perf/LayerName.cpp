@@ -85,13 +85,11 @@ std::string PerfProxy::getPackageName(const std::string& layerName) {
     return scanInputMethodName(name) ? "UnknownKeyboard" : "";
 }
 
-// Applications that run mini-games in surface views of their own.
 std::string PerfProxy::getLayerSceneTag(const std::string& pkgName, const std::string& layerName) {
-    const bool isMiniGame =
-            (pkgName == "com.ss.android.ugc.aweme" && contains(layerName, "minigame")) ||
-            (pkgName == "com.tencent.mm" && contains(layerName, "AppBrandUI") &&
-             contains(layerName, "SurfaceView"));
-    return isMiniGame ? "minigame" : "";
+    const bool isMiniGame = (pkgName == kVideoPackage && contains(layerName, "minigame")) ||
+                            (pkgName == kMessengerPackage && contains(layerName, "AppBrandUI") &&
+                             contains(layerName, kSurfaceView));
+    return isMiniGame ? kMiniGameSceneTag : "";
 }
 
 }  // namespace android

@@ -8,6 +8,11 @@
 
 namespace android {
 
+// Applications that run mini-games in surface views of their own, and the scene tag of these.
+inline constexpr char kVideoPackage[] = "com.ss.android.ugc.aweme";
+inline constexpr char kMessengerPackage[] = "com.tencent.mm";
+inline constexpr char kMiniGameSceneTag[] = "minigame";
+
 // Which layer names belong to what is defined by two regular expressions (ECMAScript, ASCII
 // classes) that match the whole name:
 //

@@ -84,7 +84,7 @@ class PerfProxy {
     static std::string getPackageName(const std::string& layerName);
     static std::string getLayerSceneTag(const std::string& pkgName, const std::string& layerName);
     bool isGameApp(const std::string& pkgName);      // asks the service: blocks
-    bool isGameLayer(const std::string& layerName);  // asks the service: blocks
+    bool isGameLayer(const std::string& layerName);  // ditto; for whoever has only a layer's name
     int getGameWeight(const std::string& pkgName);   // asks the service: blocks
 
     // The boost worker. Posting never blocks; it returns 0 with nothing posted when no worker runs.

@@ -13,27 +13,6 @@
 namespace android {
 namespace {
 
-// What the registry was told, as "feature package".
-Mutex sNotificationsLock;
-Strings sNotifications GUARDED_BY(sNotificationsLock);
-
-Strings takeNotifications() {
-    Mutex::Autolock lock(sNotificationsLock);
-    return std::exchange(sNotifications, {});
-}
-
-}  // namespace
-
-// Stands in for the library's own, which the linker then leaves in the archive.
-void FeatureManager::notifyConfigChanged(Feature feature, const std::string& pkgName) const {
-    std::string text = std::to_string(feature) + " " + pkgName;
-    if (feature == ACTV_NON_GAME_RESUME) text += ", awaited " + getCheckingAliveApp();
-    Mutex::Autolock lock(sNotificationsLock);
-    sNotifications.push_back(std::move(text));
-}
-
-namespace {
-
 using corvane::host::DrivenClock;
 using corvane::host::PerfCall;
 using corvane::host::PerfService;
@@ -62,9 +41,9 @@ class ConfigStoreTest : public FeatureTest {
     // One callback; returns what the registry was told of it.
     Strings push(int hintId, const std::string& pkgName, int arg1, int arg2 = 0,
                  const std::vector<int>& values = {}) {
-        takeNotifications();
+        notifications.take();
         manager->setCallbackHintValue(hintId, pkgName, arg1, arg2, values);
-        return takeNotifications();
+        return notifications.take();
     }
 
     // The stored rate; -1 when there is none.
@@ -141,7 +120,7 @@ TEST_F(ConfigStoreTest, TargetRates) {
     EXPECT_FALSE(manager->setTargetFps("pkg", std::numeric_limits<float>::infinity()));
     // A number that no float holds stores nothing, and leaves no lock held.
     EXPECT_THROW(push(kTargetFps, std::string(1 << 20, '9'), 0), std::out_of_range);
-    EXPECT_EQ(takeNotifications(), Strings{});
+    EXPECT_EQ(notifications.take(), Strings{});
     EXPECT_EQ(targetFps("pkg"), 60.0f);
     EXPECT_TRUE(manager->setTargetFps("pkg", std::numeric_limits<float>::quiet_NaN()));
     EXPECT_EQ(targetFps("pkg"), -1.0f);
@@ -305,7 +284,7 @@ TEST_F(FeaturesOffTest, NothingIsReadBackAndRatesAreNotStored) {
     FeatureManager& manager = start({{"vendor.perf.corvane.debug", "1"}});
     manager.setCallbackHintValue(kHeadroomRates, "pkg", 0, 0, {0, 80, 0, 120});
     EXPECT_EQ(log.count("set PhrMinRate fail, Quick Touch disable!"), 1u);
-    EXPECT_EQ(takeNotifications(), Strings{"2 pkg"});
+    EXPECT_EQ(notifications.take(), Strings{"2 pkg"});
     EXPECT_FALSE(manager.getPhrConfig("pkg", true).has_value());
     manager.setCallbackHintValue(kTargetFps, "pkg", 6000, 0, {});
     EXPECT_FALSE(manager.getTfpsConfig("pkg", true).has_value());

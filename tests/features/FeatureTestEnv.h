@@ -20,17 +20,42 @@ namespace android {
 using Strings = std::vector<std::string>;
 using Properties = std::vector<std::pair<std::string, std::string>>;
 
+// In the place of the layer registry: notes what it is told, as "feature package", and logs it.
+class Notifications final : public ConfigObserver {
+  public:
+    void onFeatureConfigChanged(Feature feature, const std::string& pkgName) override {
+        std::string text = std::to_string(feature) + " " + pkgName;
+        if (feature == ACTV_NON_GAME_RESUME) {
+            text += ", awaited " + FeatureManager::getInstance()->getCheckingAliveApp();
+        }
+        __android_log_write(ANDROID_LOG_INFO, "Notifications", ("told: " + text).c_str());
+        Mutex::Autolock lock(mLock);
+        mTexts.push_back(std::move(text));
+    }
+    Strings take() {
+        Mutex::Autolock lock(mLock);
+        return std::exchange(mTexts, {});
+    }
+
+  private:
+    Mutex mLock;
+    Strings mTexts GUARDED_BY(mLock);
+};
+
 // Every case runs in a process of its own, so the manager is built anew from these properties.
 class FeatureTest : public ::testing::Test {
   protected:
     void SetUp() override { ASSERT_TRUE(corvane::host::PerfService::install()); }
 
-    static FeatureManager& start(const Properties& properties) {
+    // Watchers may notify of what they find at their start before the observer is set.
+    FeatureManager& start(const Properties& properties) {
         for (const auto& [name, value] : properties) {
             EXPECT_TRUE(base::SetProperty(name, value)) << name;
         }
+        FeatureManager::getInstance()->setConfigObserver(&notifications);
         return *FeatureManager::getInstance();
     }
+    void TearDown() override { FeatureManager::getInstance()->setConfigObserver(nullptr); }
 
     // The texts logged under the manager's tag at this priority since the last call.
     Strings takeLog(int priority) {
@@ -47,6 +72,7 @@ class FeatureTest : public ::testing::Test {
     Strings takeDebugLines() { return takeLog(ANDROID_LOG_DEBUG); }
 
     corvane::host::LogCapture log;
+    Notifications notifications;
 };
 
 }  // namespace android

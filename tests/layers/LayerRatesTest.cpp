@@ -114,7 +114,7 @@ TEST(LayerInfoTest, AcceptsSteadyRates) {
             {"times that run back", {{1, -5}, {1, 0}, {60, k60Hz}}, 1, 60, 60},
     };
     for (const auto& c : cases) {
-        LayerInfo layer;
+        LayerInfo layer{LayerInfo::Identity()};
         layer.mLastQueueTime = kSecond;
         EXPECT_FALSE(layer.updateFps()) << "the first has no interval";
         int windows = 0;

@@ -21,7 +21,7 @@ constexpr nsecs_t kNow = 9'000'000'000;
 
 // Layers as "ID:MODE" with any of b(ackground), g(ame), h(idden), s(ame user), x = expired,
 // + = silent and in grace.
-LayerList layers(const std::string& text) {
+LayerList layers(const std::string& text, LayerInfo::Identity identity = {}) {
     LayerList result;
     std::istringstream words(text);
     char colon = 0;
@@ -30,9 +30,9 @@ LayerList layers(const std::string& text) {
         flags.clear();
         std::getline(words, flags, ' ');
         const auto has = [&](char flag) { return flags.find(flag) != std::string::npos; };
-        sp<LayerInfo> layer = sp<LayerInfo>::make();
-        layer->mId = id;
-        layer->mUid = has('s') ? 7 : 10'000 + id;
+        identity.id = id;
+        identity.uid = has('s') ? 7 : 10'000 + id;
+        sp<LayerInfo> layer = sp<LayerInfo>::make(identity);
         layer->mFocused = !has('b');
         layer->mIsGame = has('g');
         layer->mVisible = !has('h');
@@ -78,17 +78,19 @@ TEST(LayerSelectionTest, RanksOneLayerPerApplication) {
     EXPECT_EQ(ids(rankVisibleApps(layers("1:120bg 2:30 3:60 4:30g 5:60"))), "4 3 5 2 1 ");
 }
 
-sp<LayerInfo> makeApp(const std::string& package, bool focused = true) {
-    sp<LayerInfo> layer = layers(focused ? "1:60" : "1:60b").front();
-    layer->mPackageName = package;
+sp<LayerInfo> makeApp(const std::string& package, bool focused = true,
+                      const std::string& sceneTag = "") {
+    LayerInfo::Identity identity;
+    identity.packageName = package;
+    identity.sceneTag = sceneTag;
+    sp<LayerInfo> layer = layers(focused ? "1:60" : "1:60b", identity).front();
     layer->mFps = 59.996f;
     layer->mBounds = Rect(0, 10, 1080, 2400);
     return layer;
 }
 
 TEST(SceneReportTest, DescribesWholeApplicationsUpToTheLimit) {
-    const sp<LayerInfo> game = makeApp("com.example.game");
-    game->mSceneTag = "minigame";
+    const sp<LayerInfo> game = makeApp("com.example.game", /*focused=*/true, "minigame");
     EXPECT_EQ(buildSceneReport({game, makeApp("com.example.video", /*focused=*/false)}),
               R"({"apps":[{"F":1,"M":60,"b":2400,"fps":6000,"l":0,"pkg":"com.example.game",)"
               R"("r":1080,"scene":"minigame","t":10},{"F":0,"M":60,"b":2400,"fps":6000,"l":0,)"
