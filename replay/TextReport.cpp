@@ -98,7 +98,8 @@ std::string recordingPart(const ReportSource& source) {
 }
 
 std::string layersPart(const ReportSource& source) {
-    constexpr size_t kOtherColumns = 65;  // and what is left after the package is the name's
+    // Where the terminal is narrow, names give way to packages.
+    constexpr size_t kOtherColumns = 62;
     const size_t packageWidth = std::min<size_t>(28, source.terminal.width - kOtherColumns);
     TextTable table("rllrrrrrrl");
     table.add({"id", "package", "game", "frames", "candidate", "promoted", "FPS", "all", "mode",

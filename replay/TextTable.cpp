@@ -155,14 +155,20 @@ std::string wrapped(const std::string& sentence, const std::string& indent, size
 std::string TextTable::text(size_t width) const {
     constexpr const char* kIndent = "  ";
     constexpr const char* kGap = "  ";
+    constexpr size_t kMinShown = 8;  // columns of the last one
     std::vector<size_t> widths(mAlignment.size());
     for (const auto& row : mRows) {
         for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], columnsOf(row[i]));
     }
+    size_t lastBegins = columnsOf(kIndent);
+    for (size_t i = 0; i + 1 < widths.size(); ++i) lastBegins += widths[i] + columnsOf(kGap);
+    const bool lastShown =
+            mAlignment.back() != 'l' || lastBegins + std::min(kMinShown, widths.back()) <= width;
+    const size_t columns = mAlignment.size() - (lastShown ? 0 : 1);
     std::string text;
     for (const auto& row : mRows) {
         std::string line = kIndent;
-        for (size_t i = 0; i < row.size(); ++i) {
+        for (size_t i = 0; i < std::min(columns, row.size()); ++i) {
             if (i > 0) line += kGap;
             if (i + 1 == mAlignment.size() && mAlignment[i] == 'l') {
                 line += shown(row[i], width - std::min(width, columnsOf(line)));

@@ -44,7 +44,8 @@ class TextTable {
     explicit TextTable(std::string alignment) : mAlignment(std::move(alignment)) {}
 
     void add(std::vector<std::string> cells) { mRows.push_back(std::move(cells)); }
-    // The cell of the last column gives way where a line would be longer than `width`.
+    // The cell of the last column gives way where a line would be longer than `width`, and the
+    // whole column where nothing to be recognised would be left of it.
     std::string text(size_t width) const;
 
   private:
