@@ -278,16 +278,16 @@ std::string listed(const std::vector<std::string>& names) {
 // What intervals cannot tell.
 std::string cautionOf(const std::vector<Rate>& rates) {
     if (rates.size() == 1 && rates[0].periodNs > kSlowestDisplayNs) {
-        return "The vsyncs come at " + hertz(rates[0].periodNs) +
-               ", which is slower than displays refresh: they may have come on demand. "
-               "--refresh-rate HZ says what the display had.";
+        return "the vsyncs come at " + hertz(rates[0].periodNs) +
+               ", which is slower than displays refresh: they may have come on demand; "
+               "--refresh-rate HZ says what the display had";
     }
     for (size_t i = 1; i < rates.size(); ++i) {
         const auto [fast, slow] = std::minmax(rates[i - 1].periodNs, rates[i].periodNs);
         if (multipleOf(slow, fast) < 2) continue;
-        return "A switch between " + hertz(fast) + " and " + hertz(slow) +
+        return "a switch between " + hertz(fast) + " and " + hertz(slow) +
                " looks like content that comes on demand at the slower rate for a while; "
-               "--refresh-rate HZ says that the display did not switch.";
+               "--refresh-rate HZ says that the display did not switch";
     }
     return "";
 }
@@ -344,8 +344,8 @@ RateFindings displayRate(const RateEvidence& evidence) {
     }
     return {{{0, evidence.fallbackPeriodNs}},
             "the median vsync interval",
-            "The vsyncs have no common period; their median interval is taken for it. "
-            "--refresh-rate HZ says what the display had."};
+            "the vsyncs have no common period, so their median interval is taken for it; "
+            "--refresh-rate HZ says what the display had"};
 }
 
 }  // namespace corvane::replay

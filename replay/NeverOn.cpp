@@ -17,11 +17,6 @@
 namespace corvane::replay {
 namespace {
 
-// The service's hints.
-constexpr int kTargetFpsHint = 4171;
-constexpr int kHeadroomHint = 4187;
-constexpr int kRescueHint = 4189;
-
 // A mode is the whole number next to a display's rate, with the rate's own measuring error.
 constexpr double kModeToleranceHz = 1.5;
 
@@ -47,10 +42,8 @@ std::optional<Wish> wishOf(const ServiceCallback& callback) {
         const bool on = valueAt(callback.values, 1) > 0 || valueAt(callback.values, 3) > 0;
         return Wish{FeatureKind::kHeadroom, callback.package, on};
     }
-    if (callback.hint == kRescueHint) {
-        const size_t colon = callback.package.find(':');
-        return Wish{FeatureKind::kFrameRescue,
-                    colon == std::string::npos ? "" : callback.package.substr(0, colon),
+    if (callback.hint == kFrameRescueHint) {
+        return Wish{FeatureKind::kFrameRescue, configuredPackage(callback),
                     valueAt(callback.values, 0) > 0};
     }
     return std::nullopt;

@@ -3,9 +3,13 @@
 
 #include "replay/Options.h"
 
+#include <algorithm>
 #include <charconv>
+#include <functional>
+#include <map>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "replay/Scenario.h"
 
@@ -16,18 +20,30 @@ const char* const kUsage =
         "\n"
         "Plays a recording of a phone's compositor through the library's hooks, in real time, and\n"
         "prints what the library saw and did. FILE is ftrace text as atrace, systrace (plain or\n"
-        ".html) or 'traceconv systrace' write it.\n"
+        ".html) or 'traceconv systrace' write it, packed by gzip or not; - is standard input.\n"
         "\n"
         "  --config FILE          play with a scenario: which packages are games and how they are\n"
         "                         configured, properties, and events by time (JSON); it may name\n"
         "                         the recording and how often it is played\n"
         "  --default-config FILE  the scenario to use when neither FILE nor --config is given\n"
+        "  --game PACKAGE[:headroom=80,target=30,rescue=1]\n"
+        "                         the package is a game, with these features on: buffers held to\n"
+        "                         that percentage of a vsync period, paced to those frames per\n"
+        "                         second, late frames rescued; may be given several times\n"
+        "  --list                 tell the recording's layers, packages, rates and counters, and\n"
+        "                         play nothing\n"
+        "  --from S, --to S       play only what is between these seconds of the recording\n"
+        "  --layer PART           play only layers whose names contain this\n"
+        "  --refresh-rate HZ[,HZ@S...]\n"
+        "                         the display's rate, and later ones from these seconds on, where\n"
+        "                         the recording tells it wrong\n"
         "  --repeat N             play the recording N times end to end, 1 to 1000\n"
         "  --json FILE            also write the report for programs\n"
         "  --trace FILE           keep the library's own trace, which Perfetto opens\n"
         "  --help                 this text\n"
         "\n"
-        "FILE may be - for standard output; the text of the report goes to standard error then.\n"
+        "An output FILE may be - for standard output; the text of the report goes to standard "
+        "error then.\n"
         "\n"
         "An interrupt (Ctrl-C) or a termination signal ends the replay with the report so far.\n"
         "\n"
@@ -36,12 +52,104 @@ const char* const kUsage =
 
 namespace {
 
+constexpr double kNsPerSecond = 1e9;
 constexpr const char* kSeeHelp = " (--help lists the options)";
 
-bool parseRepeat(std::string_view text, int& repeat) {
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), repeat);
-    return error == std::errc() && end == text.data() + text.size() && repeat >= 1 &&
-           repeat <= kMaxRepeat;
+constexpr double kMaxSeconds = 86'400.0;  // a day
+
+template <typename T>
+bool parseNumber(std::string_view text, T least, T most, T& value) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    return error == std::errc() && end == text.data() + text.size() && value >= least &&
+           value <= most;
+}
+
+std::string parseRepeat(const std::string& text, int& repeat) {
+    if (parseNumber(text, 1, kMaxRepeat, repeat)) return "";
+    return "needs a number from 1 to " + std::to_string(kMaxRepeat) + ", not '" + text + "'";
+}
+
+std::string parseSeconds(const std::string& text, std::optional<int64_t>& timeNs) {
+    double value = 0.0;
+    if (!parseNumber(text, 0.0, kMaxSeconds, value)) {
+        return "needs seconds, such as 1.5, not '" + text + "'";
+    }
+    timeNs = static_cast<int64_t>(value * kNsPerSecond);
+    return "";
+}
+
+// "HZ[,HZ@SECONDS...]", ascending.
+std::string parseRates(const std::string& text, std::vector<Rate>& rates) {
+    const std::string failure = "needs rates from " + std::to_string(kMinRefreshHz) + " to " +
+                                std::to_string(kMaxRefreshHz) +
+                                " Hz, such as 120 or 60,120@1.5, not '" + text + "'";
+    rates.clear();
+    for (size_t begin = 0; begin <= text.size();) {
+        const size_t end = std::min(text.find(',', begin), text.size());
+        const std::string item = text.substr(begin, end - begin);
+        const size_t at = item.find('@');
+        double hz = 0.0;
+        std::optional<int64_t> fromNs = 0;
+        if (!parseNumber<double>(item.substr(0, at), kMinRefreshHz, kMaxRefreshHz, hz)) {
+            return failure;
+        }
+        if (at != std::string::npos && !parseSeconds(item.substr(at + 1), fromNs).empty()) {
+            return failure;
+        }
+        const bool isFirst = rates.empty();
+        if (isFirst ? *fromNs != 0 : *fromNs <= rates.back().atNs) return failure;
+        rates.push_back({*fromNs, static_cast<int64_t>(kNsPerSecond / hz)});
+        begin = end + 1;
+    }
+    return "";
+}
+
+// One of the features behind a --game's package.
+bool addFeature(const std::string& key, const std::string& value, Game& game, Scenario& scenario) {
+    constexpr double kPercent = 100.0;
+    double number = 0.0;
+    int flag = 0;
+    if (key == "headroom" && parseNumber(value, 1.0, kMaxHeadroomRate * kPercent, number)) {
+        const double rate = number / kPercent;
+        game.configuration.push_back(headroomCallback(game.package, rate, rate));
+        scenario.properties.push_back({"vendor.perf.phr.enable", "1"});
+        return true;
+    }
+    if (key == "target" && parseNumber(value, 1.0, kMaxTargetFps, number)) {
+        game.configuration.push_back(targetFpsCallback(game.package, number));
+        scenario.properties.push_back({"vendor.rdxe.enable.target_fps", "true"});
+        return true;
+    }
+    if (key == "rescue" && parseNumber(value, 0, 2, flag)) {
+        // The library's own defaults; it wants one tunable at least.
+        constexpr const char* kTunables = "jank=1.3;1.6;1.9_baseFreq=500;800;3000";
+        game.configuration.push_back(frameRescueCallback(game.package, flag, kTunables));
+        return true;
+    }
+    return false;
+}
+
+// "PACKAGE[:KEY=VALUE,...]"; packages have no colon.
+std::string parseGame(const std::string& text, Scenario& scenario) {
+    constexpr int kWeight = 2;  // one of those that the service gives to games
+    Game game;
+    const size_t colon = text.find(':');
+    game.package = text.substr(0, colon);
+    game.weight = kWeight;
+    if (game.package.empty()) return "needs a package, not '" + text + "'";
+    for (size_t begin = colon; begin < text.size();) {
+        const size_t end = std::min(text.find(',', begin + 1), text.size());
+        const std::string item = text.substr(begin + 1, end - begin - 1);
+        const size_t equals = item.find('=');
+        if (equals == std::string::npos ||
+            !addFeature(item.substr(0, equals), item.substr(equals + 1), game, scenario)) {
+            return "knows headroom=1..1000 (percent), target=1..1000 (fps) and rescue=0..2, not '" +
+                   item + "'";
+        }
+        begin = end;
+    }
+    scenario.games.push_back(std::move(game));
+    return "";
 }
 
 }  // namespace
@@ -49,11 +157,26 @@ bool parseRepeat(std::string_view text, int& repeat) {
 OptionsResult parseOptions(int argc, const char* const* argv) {
     Options options;
     std::string defaultScenario;
-    const std::pair<std::string_view, std::string*> files[] = {
-            {"--config", &options.scenario},
-            {"--default-config", &defaultScenario},
-            {"--json", &options.json},
-            {"--trace", &options.trace},
+    // Each takes its value, and returns what is wrong with it.
+    using Take = std::function<std::string(const std::string& value)>;
+    const auto text = [](std::string& target) {
+        return [&target](const std::string& value) {
+            target = value;
+            return std::string();
+        };
+    };
+    const std::map<std::string, Take> takes = {
+            {"--config", text(options.scenario)},
+            {"--default-config", text(defaultScenario)},
+            {"--json", text(options.json)},
+            {"--trace", text(options.trace)},
+            {"--layer", text(options.part.layer)},
+            {"--from", [&](const auto& value) { return parseSeconds(value, options.part.fromNs); }},
+            {"--to", [&](const auto& value) { return parseSeconds(value, options.part.toNs); }},
+            {"--game", [&](const auto& value) { return parseGame(value, options.additions); }},
+            {"--refresh-rate",
+             [&](const auto& value) { return parseRates(value, options.additions.refreshRates); }},
+            {"--repeat", [&](const auto& value) { return parseRepeat(value, options.repeat); }},
     };
     bool onlyFiles = false;
     for (int i = 1; i < argc; ++i) {
@@ -75,13 +198,14 @@ OptionsResult parseOptions(int argc, const char* const* argv) {
             options.help = true;
             return {std::move(options), {}};
         }
+        if (argument == "--list") {
+            options.list = true;
+            continue;
+        }
         const size_t equals = argument.find('=');
         const std::string name = argument.substr(0, equals);
-        std::string* file = nullptr;
-        for (const auto& [option, target] : files) {
-            if (name == option) file = target;
-        }
-        if (file == nullptr && name != "--repeat") {
+        const auto take = takes.find(name);
+        if (take == takes.end()) {
             return {std::nullopt, "unknown option '" + argument + "'" + kSeeHelp};
         }
         std::string value;
@@ -91,14 +215,17 @@ OptionsResult parseOptions(int argc, const char* const* argv) {
             value = argv[++i];
         }
         if (value.empty()) return {std::nullopt, "option " + name + " needs a value" + kSeeHelp};
-        if (file != nullptr) {
-            *file = value;
-        } else if (!parseRepeat(value, options.repeat)) {
-            return {std::nullopt, "--repeat needs a number from 1 to " +
-                                          std::to_string(kMaxRepeat) + ", not '" + value + "'"};
-        }
+        const std::string wrong = take->second(value);
+        if (!wrong.empty()) return {std::nullopt, name + " " + wrong};
     }
-    if (options.scenario.empty() && options.recording.empty()) options.scenario = defaultScenario;
+    const Selection& part = options.part;
+    if (part.toNs && *part.toNs <= part.fromNs.value_or(0)) {
+        return {std::nullopt, "--to must be later than --from"};
+    }
+    if (options.scenario.empty() && options.recording.empty()) {
+        options.scenario = defaultScenario;
+        options.isDefaultScenario = true;
+    }
     if (options.scenario.empty() && options.recording.empty()) {
         return {std::nullopt, std::string("no recording given") + kSeeHelp};
     }

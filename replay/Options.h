@@ -6,14 +6,21 @@
 #include <optional>
 #include <string>
 
+#include "replay/Recording.h"
+#include "replay/Scenario.h"
+
 namespace corvane::replay {
 
 struct Options {
-    std::string recording;  // empty: the scenario names one
+    std::string recording;  // empty: the scenario names one; "-": the standard input
     std::string scenario;   // empty: none
-    int repeat = 0;         // 0: as the scenario says, else once
-    std::string json;       // empty: not written
-    std::string trace;      // empty: not kept
+    bool isDefaultScenario = false;
+    int repeat = 0;      // 0: as the scenario says, else once
+    std::string json;    // empty: not written
+    std::string trace;   // empty: not kept
+    bool list = false;   // tell what the recording holds and play nothing
+    Selection part;      // of the recording
+    Scenario additions;  // what --game and --refresh-rate say
     bool help = false;
 };
 

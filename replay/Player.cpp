@@ -71,8 +71,7 @@ void Player::prepare(Producer& producer) {
 }
 
 PlayResult Player::play(const std::function<void(int64_t, int64_t)>& progress) {
-    mCompositorCosts.measure(Hook::kSetVsyncPeriod,
-                             [&] { mHooks.setVsyncPeriod(mRecording.vsyncPeriodNs); });
+    setPeriod(mRecording.vsyncPeriodNs);
     for (size_t i = 0; i < mDepth.size(); ++i) mDepth[i] = mRecording.layers[i].initialDepth;
     mBusyProducers = mProducers.size();
     mStartNs = now() + kLeadNs;
@@ -132,11 +131,31 @@ void Player::runCompositor() {
     mFinished = true;
 }
 
+void Player::setPeriod(int64_t periodNs) {
+    if (periodNs == mPeriodNs) return;
+    mPeriodNs = periodNs;
+    mCompositorCosts.measure(Hook::kSetVsyncPeriod, [&] { mHooks.setVsyncPeriod(periodNs); });
+}
+
+// The display's switches that come up to this time of the pass.
+void Player::switchRates(int64_t passStartNs, int64_t untilNs) {
+    const auto& changes = mRecording.rateChanges;
+    for (; mNextRateChange < changes.size(); ++mNextRateChange) {
+        const Rate& change = changes[mNextRateChange];
+        if (change.atNs > untilNs) return;
+        sleepUntil(passStartNs + change.atNs);
+        setPeriod(change.periodNs);
+    }
+}
+
 void Player::playPass(int64_t passStartNs) {
+    mNextRateChange = 0;
+    setPeriod(mRecording.vsyncPeriodNs);
     mRecordedDepth.clear();
     for (const Layer& layer : mRecording.layers) mRecordedDepth.push_back(layer.initialDepth);
     for (size_t i = 0; i < mRecording.steps.size() && !mStopped; ++i) {
         const Step& step = mRecording.steps[i];
+        switchRates(passStartNs, step.timeNs);
         switch (step.kind) {
             case Step::Kind::kQueue:
                 ++mRecordedDepth[step.layer];
@@ -163,8 +182,7 @@ void Player::drain(int64_t fromNs) {
         }
         return false;
     };
-    for (int64_t at = fromNs; !mStopped && (mBusyProducers > 0 || isLate());
-         at += mRecording.vsyncPeriodNs) {
+    for (int64_t at = fromNs; !mStopped && (mBusyProducers > 0 || isLate()); at += mPeriodNs) {
         vsync(at);
         latchLate(mRecording.steps.size(), fromNs);
     }

@@ -114,6 +114,8 @@ class Player {
     void prepare(Producer& producer);
     void runCompositor();
     void playPass(int64_t passStartNs);
+    void setPeriod(int64_t periodNs);
+    void switchRates(int64_t passStartNs, int64_t untilNs);
     void drain(int64_t fromNs);
     void vsync(int64_t atNs);
     int latch(size_t layer, int count);  // returns how many buffers there were
@@ -145,6 +147,8 @@ class Player {
 
     // Of the compositor's thread.
     std::vector<int> mRecordedDepth;
+    int64_t mPeriodNs = 0;       // as last told to the hooks
+    size_t mNextRateChange = 0;  // of this pass
     HookCosts mCompositorCosts;
     std::vector<int64_t> mVsyncLateness;
     std::vector<PlayedLatch> mLatches;

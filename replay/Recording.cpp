@@ -41,7 +41,7 @@ class Reader {
         RecordingResult result = mBuilder.finish(mParser.stats());
         if (result.recording && mFile.isCutShort()) {
             result.recording->notes.emplace_back(
-                    "The compressed file is damaged or ends early; what comes before is played.");
+                    "the compressed file is damaged or ends early; what comes before is played");
         }
         return result;
     }

@@ -491,8 +491,8 @@ void RecordingBuilder::takeNotes(const ParseStats& stats) {
     auto& notes = mRecording.notes;
     if (stats.lostEvents > 0) {
         notes.push_back(
-                format("The phone lost %zu events while it recorded: its trace buffer was "
-                       "too small. Frames may be missing.",
+                format("the phone lost %zu events while it recorded: its trace buffer was "
+                       "too small, and frames may be missing",
                        stats.lostEvents));
     }
     constexpr size_t kMaxListed = 5;
@@ -507,7 +507,7 @@ void RecordingBuilder::takeNotes(const ParseStats& stats) {
     if (count > 0) {
         notes.push_back(plural(count, "layer") + " without a name left out (" + unnamed +
                         (count > kMaxListed ? ", ..." : "") +
-                        "): the library cannot tell whose they are.");
+                        "): the library cannot tell whose they are");
     }
 }
 

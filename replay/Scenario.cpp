@@ -6,7 +6,6 @@
 #include <json/json.h>
 
 #include <algorithm>
-#include <cmath>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -17,15 +16,7 @@
 namespace corvane::replay {
 namespace {
 
-// The service's callback hints.
-constexpr int kHintTargetFps = 4171;
-constexpr int kHintHeadroomRates = 4187;
-constexpr int kHintFrameRescue = 4189;
-
-// The service sends rates as hundredths.
-constexpr double kHundredths = 100.0;
-constexpr double kMaxHeadroomRate = 10.0;  // vsync periods
-constexpr double kMaxTargetFps = 1'000.0;
+constexpr double kNsPerMs = 1e6;
 constexpr double kMaxEventMs = 86'400'000.0;  // a day
 
 class ScenarioError : public std::runtime_error {
@@ -85,12 +76,24 @@ class Node {
         }
         return value;
     }
+    // The period of a display at this rate.
+    int64_t period() const {
+        constexpr double kNsPerSecond = 1e9;
+        const double hz = number(kMaxRefreshHz);
+        if (hz < kMinRefreshHz) fail("must be at least " + std::to_string(kMinRefreshHz));
+        return static_cast<int64_t>(kNsPerSecond / hz);
+    }
+    bool isArray() const { return mValue.isArray(); }
     bool boolean() const {
         if (!mValue.isBool()) wrongType("true or false");
         return mValue.asBool();
     }
+    std::string textOf(const char* key) const {
+        return child(mValue[key], mPath + "." + key).text();
+    }
     // A key that the object cannot do without.
     void require(const char* key) const {
+        if (!mValue.isObject()) wrongType("an object");
         if (!mValue.isMember(key)) fail("lacks the key '" + std::string(key) + "'");
     }
 
@@ -115,49 +118,73 @@ class Node {
     const std::string& mFileName;
 };
 
-int hundredths(double value) {
-    return static_cast<int>(std::lround(value * kHundredths));
-}
-
-ServiceCallback headroomOf(const Node& node) {
-    // Pairs of a rate's kind, which the library does not read, and the rate.
-    ServiceCallback callback{kHintHeadroomRates, "", 0, 0, {0, 0, 1, 0}};
+ServiceCallback headroomOf(const Node& node, const std::string& package) {
+    double upTo60Hz = 0.0;
+    double above60Hz = 0.0;
     node.object({
-            {"upTo60Hz",
-             [&](const Node& n) { callback.values[1] = hundredths(n.number(kMaxHeadroomRate)); }},
-            {"above60Hz",
-             [&](const Node& n) { callback.values[3] = hundredths(n.number(kMaxHeadroomRate)); }},
+            {"upTo60Hz", [&](const Node& n) { upTo60Hz = n.number(kMaxHeadroomRate); }},
+            {"above60Hz", [&](const Node& n) { above60Hz = n.number(kMaxHeadroomRate); }},
     });
-    return callback;
+    return headroomCallback(package, upTo60Hz, above60Hz);
 }
 
-ServiceCallback frameRescueOf(const Node& node) {
-    ServiceCallback callback{kHintFrameRescue, "", 0, 0, {1}};
+ServiceCallback frameRescueOf(const Node& node, const std::string& package) {
+    int flag = 1;
+    std::string tunables;
     node.object({
-            {"flag", [&](const Node& n) { callback.values[0] = n.integer(); }},
-            {"tunables", [&](const Node& n) { callback.package = ":" + n.text(); }},
+            {"flag", [&](const Node& n) { flag = n.integer(); }},
+            {"tunables", [&](const Node& n) { tunables = n.text(); }},
     });
     node.require("tunables");
-    return callback;
+    return frameRescueCallback(package, flag, tunables);
 }
 
 Game gameOf(const Node& node) {
     Game game;
     auto& configuration = game.configuration;
+    node.require("package");
+    // The callbacks hold it, wherever it stands among the keys.
+    const std::string& package = game.package = node.textOf("package");
     node.object({
-            {"package", [&](const Node& n) { game.package = n.text(); }},
+            {"package", [](const Node&) {}},
             {"weight", [&](const Node& n) { game.weight = n.integer(); }},
-            {"headroomRates", [&](const Node& n) { configuration.push_back(headroomOf(n)); }},
-            {"frameRescue", [&](const Node& n) { configuration.push_back(frameRescueOf(n)); }},
+            {"headroomRates",
+             [&](const Node& n) { configuration.push_back(headroomOf(n, package)); }},
+            {"frameRescue",
+             [&](const Node& n) { configuration.push_back(frameRescueOf(n, package)); }},
             {"targetFps",
              [&](const Node& n) {
-                 const int rate = hundredths(n.number(kMaxTargetFps));
-                 configuration.push_back({kHintTargetFps, "", rate, 0, {}});
+                 configuration.push_back(targetFpsCallback(package, n.number(kMaxTargetFps)));
              }},
     });
-    node.require("package");
-    for (auto& callback : configuration) callback.package.insert(0, game.package);
     return game;
+}
+
+Rate rateOf(const Node& node) {
+    Rate rate{0, 0};
+    node.object({
+            {"atMs",
+             [&](const Node& n) {
+                 rate.atNs = static_cast<int64_t>(n.number(kMaxEventMs) * kNsPerMs);
+             }},
+            {"hz", [&](const Node& n) { rate.periodNs = n.period(); }},
+    });
+    node.require("hz");
+    return rate;
+}
+
+// One rate, or a list of them by time.
+std::vector<Rate> ratesOf(const Node& node) {
+    if (!node.isArray()) return {{0, node.period()}};
+    std::vector<Rate> rates;
+    node.array([&](const Node& n) {
+        const Rate rate = rateOf(n);
+        if (rates.empty() ? rate.atNs != 0 : rate.atNs <= rates.back().atNs) {
+            n.fail("must come later than the one before it, and the first at 0");
+        }
+        rates.push_back(rate);
+    });
+    return rates;
 }
 
 ServiceCallback callbackOf(const Node& node) {
@@ -226,7 +253,7 @@ void addEvents(const Node& node, std::vector<ScenarioEvent>& events) {
     node.object({
             {"atMs",
              [&](const Node& n) {
-                 event.atNs = static_cast<int64_t>(n.number(kMaxEventMs) * 1e6);
+                 event.atNs = static_cast<int64_t>(n.number(kMaxEventMs) * kNsPerMs);
              }},
             {"callback",
              [&](const Node& n) {
@@ -245,7 +272,9 @@ void addEvents(const Node& node, std::vector<ScenarioEvent>& events) {
              }},
             {"count", [&](const Node& n) { count = n.integer(1, kMaxCount); }},
             {"everyMs",
-             [&](const Node& n) { everyNs = static_cast<int64_t>(n.number(kMaxEventMs) * 1e6); }},
+             [&](const Node& n) {
+                 everyNs = static_cast<int64_t>(n.number(kMaxEventMs) * kNsPerMs);
+             }},
             {"unblock",
              [&](const Node& n) {
                  if (!n.boolean()) n.fail("must be true");
@@ -290,6 +319,7 @@ Scenario scenarioOf(const Node& root, const std::string& fileName) {
              [&](const Node& n) {
                  n.array([&](const Node& mark) { scenario.fences.push_back(fenceOf(mark)); });
              }},
+            {"refreshRate", [&](const Node& n) { scenario.refreshRates = ratesOf(n); }},
             {"application", [&](const Node& n) { scenario.application = n.text(); }},
     });
     return scenario;
@@ -304,6 +334,22 @@ std::string oneLine(std::string text) {
 }
 
 }  // namespace
+
+void add(Scenario& scenario, const Scenario& additions) {
+    for (const Game& game : additions.games) {
+        const auto known = std::find_if(scenario.games.begin(), scenario.games.end(),
+                                        [&](const Game& g) { return g.package == game.package; });
+        if (known == scenario.games.end()) {
+            scenario.games.push_back(game);
+        } else {
+            known->configuration.insert(known->configuration.end(), game.configuration.begin(),
+                                        game.configuration.end());
+        }
+    }
+    scenario.properties.insert(scenario.properties.end(), additions.properties.begin(),
+                               additions.properties.end());
+    if (!additions.refreshRates.empty()) scenario.refreshRates = additions.refreshRates;
+}
 
 ScenarioResult parseScenario(const std::string& text, const std::string& fileName) {
     Json::CharReaderBuilder builder;

@@ -10,19 +10,13 @@
 #include <variant>
 #include <vector>
 
+#include "replay/DisplayRate.h"
+#include "replay/ServiceCallback.h"
+
 namespace corvane::replay {
 
 // What the performance service would tell the library about the applications of a recording, and
 // what happens on the phone meanwhile. Read from a JSON file.
-
-// One call of the service's callback, as it arrives.
-struct ServiceCallback {
-    int hint = 0;
-    std::string package;
-    int arg1 = 0;
-    int arg2 = 0;
-    std::vector<int> values;
-};
 
 struct PropertyWrite {
     std::string name;
@@ -67,6 +61,7 @@ struct Scenario {
     std::vector<PropertyWrite> properties;  // written before the library starts
     std::vector<ScenarioEvent> events;
     std::vector<FenceMark> fences;
+    std::vector<Rate> refreshRates;  // of the display, in time's order; empty: the recording tells
     std::string application;  // part of the name of the layer that is touched; empty: the busiest
 };
 
@@ -79,7 +74,15 @@ struct ScenarioResult {
 // `fileName` appears in errors; a recording's path is taken relative to its folder.
 ScenarioResult parseScenario(const std::string& text, const std::string& fileName);
 
-// The largest number of passes that a scenario or the command line may ask for.
+// What the second one says beside the first, or instead of it where both say something else: more
+// configuration of a game, more properties, other refresh rates.
+void add(Scenario& scenario, const Scenario& additions);
+
+// The largest values that a scenario or the command line may ask for.
 constexpr int kMaxRepeat = 1'000;
+constexpr double kMaxHeadroomRate = 10.0;  // vsync periods
+constexpr double kMaxTargetFps = 1'000.0;
+constexpr int kMinRefreshHz = 10;
+constexpr int kMaxRefreshHz = 1'000;
 
 }  // namespace corvane::replay

@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "replay/InputFile.h"
+#include "replay/ShellText.h"
 
 namespace corvane::replay {
 namespace {
@@ -44,26 +45,10 @@ bool isPerfetto(std::string_view head) {
                        [](char c) { return c >= 0 && c < ' ' && (c < '\t' || c > '\r'); });
 }
 
-std::string quoted(const std::string& path) {
-    constexpr const char* kHarmless =
-            "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_./-+=,:@%";
-    if (path == InputFile::kStandardInput) return "FILE";
-    if (path.find_first_not_of(kHarmless) == std::string::npos) return path;
-    std::string text = "'";
-    for (const char c : path) {
-        if (c == '\'') {
-            text += "'\\''";
-        } else {
-            text += c;
-        }
-    }
-    return text + "'";
-}
-
 }  // namespace
 
 std::string conversionOf(std::string_view head, const std::string& path) {
-    const std::string file = quoted(path);
+    const std::string file = path == InputFile::kStandardInput ? "FILE" : shellQuoted(path);
     if (head.substr(0, kZip.size()) == kZip) {
         return "is a zip archive; unpack it first: unzip -p " + file + " > trace.txt";
     }

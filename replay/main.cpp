@@ -34,6 +34,7 @@
 #include "replay/InputFile.h"
 #include "replay/Interruption.h"
 #include "replay/LibraryHooks.h"
+#include "replay/ListReport.h"
 #include "replay/NeverOn.h"
 #include "replay/Options.h"
 #include "replay/OutputFile.h"
@@ -41,7 +42,9 @@
 #include "replay/Recording.h"
 #include "replay/Report.h"
 #include "replay/Scenario.h"
+#include "replay/ScenarioNotes.h"
 #include "replay/Stop.h"
+#include "replay/Terminal.h"
 #include "replay/Timeline.h"
 
 namespace corvane::replay {
@@ -219,12 +222,43 @@ void writeOutputs(const ReportSource& source, const std::string& trace, OutputFi
 }
 
 Scenario loadScenario(const Options& options) {
-    if (options.scenario.empty()) return {};
-    const auto file = readText(options.scenario);
-    if (!file.error.empty()) throw Stop{kUnusable, options.scenario + " " + file.error};
-    auto result = parseScenario(file.text, options.scenario);
-    if (!result.scenario) throw Stop{kUnusable, result.error};
-    return std::move(*result.scenario);
+    Scenario scenario;
+    if (!options.scenario.empty()) {
+        const auto file = readText(options.scenario);
+        if (!file.error.empty()) throw Stop{kUnusable, options.scenario + " " + file.error};
+        auto result = parseScenario(file.text, options.scenario);
+        if (!result.scenario) throw Stop{kUnusable, result.error};
+        scenario = std::move(*result.scenario);
+    }
+    if (options.isDefaultScenario && !options.additions.games.empty()) {
+        // Who names a game wants that one's features, on the recording that is there.
+        const std::string recording = scenario.recording;
+        scenario = {};
+        scenario.recording = recording;
+    }
+    add(scenario, options.additions);
+    return scenario;
+}
+
+Recording loadRecording(const std::string& file, const Options& options, const Scenario& scenario) {
+    auto parsed = readRecording(file);
+    if (!parsed.recording) throw Stop{kUnusable, file + " " + parsed.error};
+    Recording& recording = *parsed.recording;
+    if (!scenario.refreshRates.empty()) {
+        overruleRates(recording, scenario.refreshRates,
+                      options.additions.refreshRates.empty() ? "the scenario" : "--refresh-rate");
+    }
+    const std::string lacks = select(recording, options.part);
+    if (!lacks.empty()) throw Stop{kUnusable, file + " " + lacks};
+    return std::move(recording);
+}
+
+int list(const std::string& file, const Recording& recording) {
+    OutputFile output(kStandardStream);
+    const std::string failure =
+            output.finish(listReport(recording, file, terminalOf(STDOUT_FILENO).width));
+    if (!failure.empty()) throw Stop{kFailed, failure};
+    return kPlayed;
 }
 
 // Returns the exit status.
@@ -234,9 +268,8 @@ int run(const Options& options) {
     if (file.empty()) {
         throw Stop{kUnusable, "no recording given, and " + options.scenario + " names none"};
     }
-    const auto parsed = readRecording(file);
-    if (!parsed.recording) throw Stop{kUnusable, file + " " + parsed.error};
-    const Recording& recording = *parsed.recording;
+    const Recording recording = loadRecording(file, options, scenario);
+    if (options.list) return list(file, recording);
     const int repeat = options.repeat > 0 ? options.repeat : std::max(1, scenario.repeat);
 
     const bool textIsApart = options.json == kStandardStream || options.trace == kStandardStream;
@@ -277,6 +310,12 @@ int run(const Options& options) {
     if (application) source.application = application->result();
     source.terminal = terminalOf(textIsApart ? STDERR_FILENO : STDOUT_FILENO);
     source.notes = recording.notes;
+    for (auto& note : scenarioNotes(scenario, recording, player.passNs() * repeat)) {
+        source.notes.push_back(std::move(note));
+    }
+    if (options.scenario.empty() && scenario.games.empty()) {
+        source.suggestion = gameSuggestion(recording, file);
+    }
     if (!enabled) {
         source.notes.emplace_back("the library is switched off (vendor.perf.corvane.enable)");
     } else {
