@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <utility>
 
 #include "replay/Player.h"
 
@@ -36,13 +37,18 @@ Interruption::Interruption() {
 }
 
 Interruption::~Interruption() {
+    end();
+}
+
+void Interruption::end() {
+    if (std::exchange(mEnded, true)) return;
     for (size_t i = 0; i < std::size(kSignals); ++i) sigaction(kSignals[i], &mBefore[i], nullptr);
     sPlayer.store(nullptr);
 }
 
 void Interruption::setPlayer(Player* player) {
     sPlayer.store(player);
-    if (player != nullptr && signal() != 0) player->stop();
+    if (signal() != 0) player->stop();
 }
 
 int Interruption::signal() const {

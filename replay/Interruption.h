@@ -10,7 +10,7 @@ namespace corvane::replay {
 
 class Player;
 
-// While one lives, the first interrupt or termination signal stops the player instead of ending the
+// Until its end, the first interrupt or termination signal stops the player instead of ending the
 // process, so that the report tells of what was played until then; the second ends the process at
 // once. Signals that were ignored before, as in a shell's background, stay so. One at a time, made
 // and ended by the thread that plays.
@@ -21,14 +21,18 @@ class Interruption {
     Interruption(const Interruption&) = delete;
     Interruption& operator=(const Interruption&) = delete;
 
-    // Stops this player from now on, at once when the signal has come already. Null: none any more.
+    // Stops this player from now on, at once when the signal has come already. The player lives
+    // until end().
     void setPlayer(Player* player);
-    // The signal that came, 0 for none.
+    // From now on signals do what they did before, such as ending a process that nobody reads from.
+    void end();
+    // The signal that came before the end, 0 for none.
     int signal() const;
 
   private:
     static constexpr int kSignals[] = {SIGINT, SIGTERM};
 
+    bool mEnded = false;
     struct sigaction mBefore[std::size(kSignals)] = {};
 };
 

@@ -194,9 +194,10 @@ void endProgress() {
 }
 
 PlayResult play(Player& player, AppProcess* application, Interruption& interruption) {
+    const auto end = [](Interruption* started) { started->end(); };  // thrown out of it, too
+    const std::unique_ptr<Interruption, decltype(end)> guard(&interruption, end);
     interruption.setPlayer(&player);
     PlayResult played = player.play(showProgress);
-    interruption.setPlayer(nullptr);
     if (played.stopped && application != nullptr) application->stop();
     endProgress();
     return played;
