@@ -23,8 +23,6 @@ class FrameDropWindow {
     // Dropped slots among the newest `slots`, 1 to kSlots.
     int dropsAmong(int slots) const;
 
-    uint64_t bits() const { return mBits; }
-
   private:
     uint64_t mBits = 0;
 };

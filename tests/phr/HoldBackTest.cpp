@@ -89,21 +89,6 @@ TEST_F(HoldBackTest, WaitEndsByItselfAndTheNextReleaseIsDropped) {
     EXPECT_FALSE(state->waitUnlessReleased(kPeriod));
 }
 
-TEST_F(HoldBackTest, AdditionalDelayBringsAPendingBufferToItsHeadroom) {
-    state->mLastJankTime = -1;
-    signalVsync();
-    clock.advance(kMs);
-    auto call = hold(2);
-    clock.advanceTo(kStart + kPeriod - kHeadroom);
-    ASSERT_TRUE(log.waitFor("additional delay"));
-    ASSERT_TRUE(clock.waitForSleepers(1));
-    EXPECT_EQ(clock.nextDeadline(), kStart + 2 * kPeriod - kHeadroom);
-    clock.advance(kPeriod);
-    ASSERT_TRUE(returns(call));
-    EXPECT_FALSE(state->mTimedOut);
-    EXPECT_EQ(waiting(), 0);
-}
-
 // Against the definition of both waits, while the display switches its period during the first.
 TEST_F(HoldBackTest, EachWaitFollowsThePeriodOfItsMoment) {
     constexpr nsecs_t kPeriods[] = {kPeriod, kPeriod / 2, kPeriod / 4 * 3, 7 * kMs + 1};
