@@ -30,7 +30,8 @@ constexpr int32_t kHeavyWindowSum = 3;
 constexpr int32_t kHeavyFrameWeight = 2;
 // A window whose frames weigh two on average: the game cannot keep the rate up at all.
 constexpr int32_t kOverloadedWindowSum = 30;
-// Every frame of the window weighs one: the game is back to one frame per period.
+// Every frame of the window weighs one, since a heavier one would make the window heavy again: the
+// game is back to one frame per period.
 constexpr int32_t kSteadyWindowSum = FrameWeightWindow::kFrames;
 
 // At high refresh rates a ceiling raised by an overload stays for this many heavy frames; then it
@@ -114,7 +115,7 @@ void PHRMonitor::updateDynamicHeadroom(LayerPHRState* state, int64_t frameTime) 
         if (climbing) ++state->heavyHeadroomFrameCount;
         frameCount = state->heavyHeadroomFrameCount;
         if (isClimbOver(frameCount)) {
-            steady = sum == kSteadyWindowSum && window.maxWeight() < kHeavyFrameWeight;
+            steady = sum == kSteadyWindowSum;
             state->heavyHeadroomFrameCount = kHeadroomSinks;
         }
     }
