@@ -10,7 +10,7 @@ namespace android {
 enum Feature : int {
     DEBUG = 0,                 // debug logging of this library
     CORVANE = 1,               // master switch
-    QUICK_TOUCH = 2,           // headroom control and quick touch
+    QUICK_TOUCH = 2,           // headroom control
     FRAME_RESCUE = 3,          // GPU frame rescue
     TARGET_FPS = 4,            // target-FPS pacing
     CPU_BIG_JANK = 5,          // CPU big-jank detection

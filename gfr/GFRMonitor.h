@@ -57,7 +57,7 @@ class GFRMonitor {
     void setGFRActive(int layerId, bool active) EXCLUDES(mLock);
     void updateLayerTunables(int layerId, const GfrTunables& tunables) EXCLUDES(mLock);
 
-    // Layers use the new period from their next frame on. The rate mode is ignored: deadlines
+    // Layers use the new period from their next frame on. The mode is ignored: deadlines
     // follow from the period alone.
     void setVsyncInfo(nsecs_t periodNs, int fpsMode);
 

@@ -12,10 +12,9 @@ namespace android {
 inline Relaxed<bool> sEnabled{false};               // the library's master switch
 inline Relaxed<bool> sTargetFpsEnabled{false};      // target-FPS pacing
 inline Relaxed<bool> sGpuJankDetectEnabled{false};  // GPU-jank detection
-inline Relaxed<bool> sPhrEnabled{false};       // quick touch or pacing: the headroom monitor is
-                                               // wanted
-inline Relaxed<bool> sSmartTouch{false};       // "ST"; watched, changes at run time
-inline Relaxed<bool> sSmartTouchMove{false};   // "STM", in applications; watched as well
+inline Relaxed<bool> sPhrEnabled{false};      // headroom control or pacing: their monitor is wanted
+inline Relaxed<bool> sSmartTouch{false};      // "ST"; watched, changes at run time
+inline Relaxed<bool> sSmartTouchMove{false};  // "STM", in applications; watched as well
 inline Relaxed<bool> sSmartTouchTrace{false};  // extra debug logging of smart touch
 
 inline constexpr char kSmartTouchProperty[] = "debug.vendor.perf.smart_touch";

@@ -10,8 +10,8 @@
 
 namespace android {
 
-// A layer that is only counted so far. It earns full tracking by queueing steadily; until then it
-// costs no more than this.
+// A layer that is only counted so far. It is promoted for queueing steadily; until then it costs
+// no more than this.
 struct LayerCandidate {
     nsecs_t firstSeen = 0;   // start of the current promotion window; 0 = not yet set
     nsecs_t lastSeen = 0;    // time of the latest buffer

@@ -15,7 +15,7 @@
 
 namespace android {
 
-// The registry's record of one fully tracked layer. Only promotion creates one.
+// The registry's record of one tracked layer. Only promotion creates one.
 //
 // Every field is guarded by LayerManager::mLock, a rule that the thread-safety analysis cannot
 // express for a lock of another class. Two exceptions: the identity never changes, so any holder of
@@ -49,7 +49,7 @@ struct LayerInfo : public LightRefBase<LayerInfo> {
         void push(nsecs_t interval);
         // `tolerance` is the accepted standard deviation as a fraction of the mean interval.
         bool isStable(int layerId, float tolerance) const;
-        // Rate mode of the mean interval; -1 until the ring is full.
+        // Mode of the mean interval; -1 until the ring is full.
         int getFpsMode() const;
     };
 
@@ -105,7 +105,7 @@ struct LayerInfo : public LightRefBase<LayerInfo> {
     bool mFpsWindowStarted = false;
     int32_t mFpsFrameCount = 0;   // frames in the open window
     nsecs_t mFpsWindowStart = 0;  // start of the open window
-    int32_t mFpsMode = -1;        // accepted rate mode; -1 = none yet
+    int32_t mFpsMode = -1;        // accepted mode; -1 = none yet
     nsecs_t mLastFpsTime = 0;     // queue time at which the last window closed; for a debugger
     StableFpsTracker mStableFps;
 

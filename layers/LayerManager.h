@@ -200,14 +200,13 @@ class LayerManager : public ConfigObserver {
     int32_t mFocusedUid GUARDED_BY(mLock) = -1;
 
     Relaxed<nsecs_t> mVsyncPeriod{0};              // as the compositor gave it: any value
-    Relaxed<int32_t> mDisplayFpsMode{-1};          // rate mode of that period; 0 = none known
+    Relaxed<int32_t> mDisplayFpsMode{-1};          // mode of that period; 0 = none known
     std::atomic<nsecs_t> mLastPeriodicCleanup{0};  // time of the last one done from onVsync
 
     bool mLayerLimitReached GUARDED_BY(mLock) = false;      // no promotions
     bool mCandidateLimitReached GUARDED_BY(mLock) = false;  // no new candidates
 
-    // The next scene check sends its report, changed or not: the focus, a rate mode or time wants
-    // it.
+    // The next scene check sends its report, changed or not: the focus, a mode or time wants it.
     Relaxed<bool> mMultiLayerCheckPending{false};
     std::atomic<int32_t> mScheduledReports{0};  // that wait for their time on the boost worker
     // The master gate of buffer events.

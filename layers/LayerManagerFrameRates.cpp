@@ -9,7 +9,7 @@
 namespace android {
 namespace {
 
-// Service event: the highest rate mode of all layers.
+// Service event: the highest mode of all layers.
 constexpr int kFpsModeEvent = 4196;
 
 void sendFpsMode(const std::string& packageName, int mode) {

@@ -13,7 +13,7 @@ namespace {
 // From 30 fps mode up a layer is worth tracking when room is scarce.
 constexpr int32_t kPreferredAboveMode = 29;
 
-// Greater is more important: focus before game before rate mode.
+// Greater is more important: focus before game before mode.
 std::tuple<bool, bool, int32_t> importance(const LayerInfo& layer) {
     return {layer.mFocused, layer.mIsGame, layer.mFpsMode};
 }

@@ -108,7 +108,7 @@ class PerfProxy {
     void startBoostThread() EXCLUDES(mQueueLock);
     void stopBoostThread() EXCLUDES(mQueueLock);
 
-    // Rate modes and the numeric-text test; pure.
+    // Modes and the numeric-text test; pure.
     static int getFpsMode(float fps);
     static int setVsyncMode(long long periodNs);
     static bool isNumericString(const std::string& s);

@@ -19,12 +19,12 @@
 
 namespace android {
 
-// What headroom control knows of one layer, and the place where the layer's queuing thread waits.
+// What headroom control knows of one layer, and the place where the layer's queueing thread waits.
 //
-// Shared by the monitor's map, the queuing threads, the latch and vsync hooks, the configuration
+// Shared by the monitor's map, the queueing threads, the latch and vsync hooks, the configuration
 // callback and the headroom thread; whoever holds the last reference destroys it.
 //
-// The atomics keep the default order: a queuing thread combines several of them (flags, counters,
+// The atomics keep the default order: a queueing thread combines several of them (flags, counters,
 // latch time, headroom) that other threads write one after the other.
 class LayerPHRState : public LightRefBase<LayerPHRState> {
   public:
@@ -32,7 +32,7 @@ class LayerPHRState : public LightRefBase<LayerPHRState> {
     LayerPHRState(const LayerPHRState&) = delete;
     LayerPHRState& operator=(const LayerPHRState&) = delete;
 
-    // Blocks the calling queuing thread until releaseWaiters() or detach(), for at most maxWaitNs.
+    // Blocks the calling queueing thread until releaseWaiters() or detach(), for at most maxWaitNs.
     // Returns at once when the headroom thread has set mReleased already. True when the wait ended
     // by its time-out.
     bool waitUnlessReleased(nsecs_t maxWaitNs) EXCLUDES(mLock);
@@ -92,7 +92,7 @@ class LayerPHRState : public LightRefBase<LayerPHRState> {
     FramePacer mPacer GUARDED_BY(mFieldsLock);
 
     Mutex mLock;
-    int32_t mWaiting GUARDED_BY(mLock) = 0;  // queuing threads waiting on mCond
+    int32_t mWaiting GUARDED_BY(mLock) = 0;  // queueing threads waiting on mCond
 
   private:
     bool waitLocked(nsecs_t maxWaitNs) REQUIRES(mLock);

@@ -122,7 +122,7 @@ void PHRMonitor::releaseAtHeadroomPointLocked(nsecs_t vsyncTime) {
     if (!mRunning) return;
 
     if (state->mQueuedSinceVsync != 0) return;  // this period's buffer is through already
-    // A queuing thread that gave up by itself took its buffer along; the next one is held again.
+    // A queueing thread that gave up by itself took its buffer along; the next one is held again.
     if (!state->mTimedOut.exchange(false)) state->mReleased = true;
     state->releaseWaiters();
 }

@@ -22,7 +22,7 @@ namespace android {
 
 // Headroom control. A game that runs faster than the display queues its buffers early, and each
 // then waits for its vsync while the input it was drawn from grows old. For one layer at a time,
-// the focus layer, this monitor holds the queuing thread back until the headroom point: a chosen
+// the focus layer, this monitor holds the queueing thread back until the headroom point: a chosen
 // time, the headroom, before the vsync at which the buffer will be shown. The game's next frame
 // begins that much later and sees that much newer input.
 //
@@ -31,9 +31,9 @@ namespace android {
 //          | buffer queued, held back    | released    headroom mod P
 //
 // The headroom thread ("PHR") wakes on every vsync of the focus layer and releases the held buffer;
-// the queuing thread bounds its own waits, so that no buffer is held for more than two periods even
-// if nobody wakes it. How large the headroom is follows the layer's frame times. For any layer the
-// monitor can instead pace the queuing thread to a target rate.
+// the queueing thread bounds its own waits, so that no buffer is held for more than two periods
+// even if nobody wakes it. How large the headroom is follows the layer's frame times. For any layer
+// the monitor can instead pace the queueing thread to a target rate.
 //
 // Threads: the compositor's buffer and vsync hooks, the configuration callback and the headroom
 // thread. Only onBufferIncrement() blocks. Every operation on a layer that is not registered does
@@ -50,7 +50,7 @@ class PHRMonitor {
     PHRMonitor(const PHRMonitor&) = delete;
     PHRMonitor& operator=(const PHRMonitor&) = delete;
 
-    // Starts the headroom thread and reads the settings from FeatureManager. False when the
+    // Starts the headroom thread and reads the switches from FeatureManager. False when the
     // thread cannot be started; the monitor then stays idle. A stopped monitor may start again.
     bool init() EXCLUDES(mLifecycleLock);
 
@@ -141,7 +141,7 @@ class PHRMonitor {
     // When the vsync was signalled that the headroom thread has yet to serve.
     nsecs_t mSignalledVsync GUARDED_BY(mCondLock) = kNoVsync;
 
-    // The atomics keep the default order: the headroom thread and the queuing threads combine
+    // The atomics keep the default order: the headroom thread and the queueing threads combine
     // several of them with those of a layer's state.
     std::atomic<bool> mRunning{true};
     std::atomic<nsecs_t> mVsyncPeriod{-1};

@@ -1,7 +1,7 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What switches a layer's modes: quick touch, the release by a touch, and target-FPS pacing.
+// What is switched for a layer: headroom control, the release by a touch, and target-FPS pacing.
 
 #include <algorithm>
 #include <ctime>
@@ -93,7 +93,7 @@ void PHRMonitor::adjustForTargetFps(LayerPHRState* state) {
 
     TraceSection section("Pending for target fps");
     // The nanoseconds field alone, on purpose: the system refuses one of a second or more, so that
-    // a schedule gone wrong can never freeze the queuing thread for longer than that. The cast is
+    // a schedule gone wrong can never freeze the queueing thread for longer than that. The cast is
     // meant too. It keeps the low 32 bits: of a delay of 5 s a sleep of 0.7 s is left.
     timespec request{};
     request.tv_nsec = static_cast<uint32_t>(decision.sleepNs);

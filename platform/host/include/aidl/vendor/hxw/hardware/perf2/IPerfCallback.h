@@ -13,7 +13,7 @@
 
 namespace aidl::vendor::hxw::hardware::perf2 {
 
-// Through which the performance service sends an application's settings to a client.
+// Through which the performance service sends configurations to a client.
 class IPerfCallback : public ::ndk::ICInterface {
   public:
     static const char* descriptor;
