@@ -36,6 +36,7 @@ struct FrameMark {
     int32_t pid = 0;
     int32_t present = kUnspecified;  // of actual frames
     int32_t jank = 0;                // the same: bits
+    bool isBuffer = true;            // of a layer's actual frames: it shows a new buffer
     std::string_view layer = {};
 };
 

@@ -4,9 +4,10 @@
 #include "replay/FtraceParser.h"
 
 #include <algorithm>
-#include <charconv>
 #include <iterator>
 #include <optional>
+
+#include "replay/TextCursor.h"
 
 namespace corvane::replay {
 namespace {
@@ -40,47 +41,6 @@ constexpr int64_t kMaxSeconds = 1'000'000'000;
 constexpr int kFractionDigits = 9;  // ftrace writes 6, its nanosecond clocks 9
 // Longer than any flags column that a kernel prints ("....", "d..2.", "-----").
 constexpr size_t kMaxFlagsLength = 16;
-
-constexpr bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
-constexpr bool isBlank(char c) {
-    return c == ' ' || c == '\t';
-}
-
-void skipBlanks(std::string_view& text) {
-    while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
-}
-
-void trimRight(std::string_view& text) {
-    while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
-}
-
-// The whole of `text` as a decimal number.
-template <typename T>
-std::optional<T> number(std::string_view text) {
-    T value{};
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-    return value;
-}
-
-// Takes the number at the front of `text`.
-template <typename T>
-std::optional<T> takeNumber(std::string_view& text) {
-    T value{};
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc()) return std::nullopt;
-    text.remove_prefix(static_cast<size_t>(end - text.data()));
-    return value;
-}
-
-bool take(std::string_view& text, char c) {
-    if (text.empty() || text.front() != c) return false;
-    text.remove_prefix(1);
-    return true;
-}
 
 // Takes "SECONDS.FRACTION:" at the front of `text`.
 std::optional<int64_t> takeTime(std::string_view& text) {
@@ -166,56 +126,6 @@ std::optional<Header> parseHeader(std::string_view line) {
         return header;
     }
     return std::nullopt;
-}
-
-enum class Marker { kEvent, kOther, kDamaged };
-
-// "PID|NAME|VALUE"; a name may hold any character, '|' included. Some kernels add a field of their
-// own behind a counter's value.
-bool parseNamedValue(std::string_view text, bool mayHaveFourth, TraceEvent& event) {
-    const size_t first = text.find('|');
-    size_t last = text.rfind('|');
-    if (first == std::string_view::npos || first == last) return false;
-    const auto pid = number<int>(text.substr(0, first));
-    auto value = number<int64_t>(text.substr(last + 1));
-    const size_t before = text.rfind('|', last - 1);
-    if (mayHaveFourth && before > first) {
-        if (const auto third = number<int64_t>(text.substr(before + 1, last - before - 1))) {
-            value = third;
-            last = before;
-        }
-    }
-    if (!pid || !value) return false;
-    event.pid = *pid;
-    event.name = text.substr(first + 1, last - first - 1);
-    event.value = *value;
-    return !event.name.empty();
-}
-
-Marker parseMarker(std::string_view text, TraceEvent& event) {
-    const char type = text.front();
-    text.remove_prefix(1);
-    if (type == 'E') {
-        event.kind = Kind::kEnd;
-        if (text.empty() || text == "|") return Marker::kEvent;
-        if (!take(text, '|')) return Marker::kOther;
-        const auto pid = takeNumber<int>(text);
-        if (!pid || (!text.empty() && text.front() != '|')) return Marker::kDamaged;
-        event.pid = *pid;
-        return Marker::kEvent;
-    }
-    if (type != 'B' && type != 'C' && type != 'S' && type != 'F') return Marker::kOther;
-    if (!take(text, '|')) return Marker::kOther;
-    if (type == 'B') {
-        event.kind = Kind::kBegin;
-        const auto pid = takeNumber<int>(text);
-        if (!pid || !take(text, '|')) return Marker::kDamaged;
-        event.pid = *pid;
-        event.name = text;
-        return Marker::kEvent;
-    }
-    event.kind = type == 'C' ? Kind::kCounter : type == 'S' ? Kind::kAsyncBegin : Kind::kAsyncEnd;
-    return parseNamedValue(text, type == 'C', event) ? Marker::kEvent : Marker::kDamaged;
 }
 
 // Takes what stands before the marker where a converter wrote the function into the event's text.

@@ -10,19 +10,9 @@
 #include <string_view>
 #include <utility>
 
+#include "replay/Marker.h"
+
 namespace corvane::replay {
-
-// One atrace marker of a trace. `name` is valid until the sink returns.
-struct TraceEvent {
-    enum class Kind { kCounter, kBegin, kEnd, kAsyncBegin, kAsyncEnd };
-
-    Kind kind;
-    int64_t timeNs;
-    int tid;                // the thread that wrote the line
-    int pid;                // the process that the marker names; 0 when it names none
-    std::string_view name;  // empty for kEnd
-    int64_t value;          // the counter's value, or the cookie of an asynchronous slice
-};
 
 struct ParseStats {
     size_t lines = 0;       // neither blank nor comment, nor before the trace begins

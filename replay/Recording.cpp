@@ -8,74 +8,12 @@
 
 #include "perf/PerfProxy.h"
 #include "replay/FtraceParser.h"
-#include "replay/InputFile.h"
 #include "replay/RecordingBuilder.h"
 #include "replay/TextTable.h"
-#include "replay/TraceFormat.h"
+#include "replay/TraceReader.h"
 
 namespace corvane::replay {
 namespace {
-
-constexpr size_t kBlock = 262'144;
-// A viewer's page brings megabytes of its own before the trace begins.
-constexpr uint64_t kMaxBeforeTrace = 67'108'864;
-// Far more than a phone records; a device or a pipe may have no end at all.
-constexpr uint64_t kMaxText = 8'589'934'592;
-
-// The reader of one file, block by block.
-class Reader {
-  public:
-    explicit Reader(const std::string& path) : mPath(path), mFile(path) {}
-
-    RecordingResult read() {
-        std::string block(kBlock, '\0');
-        while (const size_t count = mFile.read(block.data(), block.size())) {
-            const std::string error = take(std::string_view(block).substr(0, count));
-            if (!error.empty()) return {std::nullopt, error};
-        }
-        mParser.finish();
-        if (!mFile.error().empty()) return {std::nullopt, "cannot be read: " + mFile.error()};
-        if (mFile.isCutShort() && mParser.stats().ftrace == 0) {
-            return {std::nullopt, "cannot be unpacked: it is damaged"};
-        }
-        RecordingResult result = mBuilder.finish(mParser.stats());
-        if (result.recording && mFile.isCutShort()) {
-            result.recording->notes.emplace_back(
-                    "the compressed file is damaged or ends early; what comes before is played");
-        }
-        return result;
-    }
-
-  private:
-    // Returns why the file is not read further, or an empty text.
-    std::string take(std::string_view block) {
-        if (mSize == 0) {
-            std::string conversion = conversionOf(block, mPath);
-            if (!conversion.empty()) return conversion;
-        }
-        mSize += block.size();
-        mParser.feed(block);
-        if (mParser.stats().ftrace == 0) {
-            if (block.find('\0') != std::string_view::npos) {
-                return "is not a trace: it is no text";
-            }
-            if (mSize > kMaxBeforeTrace) {
-                return "is not a trace: its first 64 MB have no ftrace line";
-            }
-        }
-        if (mBuilder.isFull()) {
-            return "holds more than five million vsyncs and buffers; cut a part out of it";
-        }
-        if (mSize > kMaxText) return "is longer than 8 GB of text; cut a part out of it";
-        return "";
-    }
-
-    const std::string mPath;
-    InputFile mFile;
-    RecordingBuilder mBuilder;
-    FtraceParser mParser{[this](const TraceEvent& event) { mBuilder.add(event); }};
-    uint64_t mSize = 0;
-};
 
 // Removes the processes that have no layer.
 void keepUsedProcesses(Recording& recording) {
@@ -90,6 +28,15 @@ void keepUsedProcesses(Recording& recording) {
         layer.process = index;
     }
     recording.processes = std::move(kept);
+}
+
+// Leaves the times within the part, and counts them from its start.
+void cutTimes(std::vector<int64_t>& times, int64_t startNs, int64_t durationNs) {
+    std::vector<int64_t> left;
+    for (const int64_t timeNs : times) {
+        if (timeNs >= startNs && timeNs - startNs <= durationNs) left.push_back(timeNs - startNs);
+    }
+    times = std::move(left);
 }
 
 // Leaves what is from `fromNs` to `toNs`, and counts times from the first step that is left.
@@ -117,14 +64,9 @@ void cut(Recording& recording, int64_t fromNs, int64_t toNs) {
     for (auto& step : steps) step.timeNs -= startNs;
     recording.durationNs = steps.back().timeNs;
     for (auto& process : recording.processes) {
-        std::vector<int64_t> dequeues;
-        for (const int64_t timeNs : process.dequeues) {
-            if (timeNs >= startNs && timeNs - startNs <= recording.durationNs) {
-                dequeues.push_back(timeNs - startNs);
-            }
-        }
-        process.dequeues = std::move(dequeues);
+        cutTimes(process.dequeues, startNs, recording.durationNs);
     }
+    for (auto& layer : recording.layers) cutTimes(layer.shown, startNs, recording.durationNs);
     std::vector<Rate> rates{{0, recording.vsyncPeriodNs}};
     for (const Rate& change : recording.rateChanges) {
         rates.push_back({std::max<int64_t>(0, change.atNs - startNs), change.periodNs});
@@ -225,7 +167,23 @@ std::string packageOf(const Layer& layer) {
 }
 
 RecordingResult readRecording(const std::string& path) {
-    return Reader(path).read();
+    RecordingBuilder builder;
+    TraceReader reader([&](const TraceEvent& event) { builder.add(event); },
+                       [&](const FrameMark& mark) { builder.add(mark); });
+    reader.setLimit([&] { return builder.isFull(); },
+                    "holds more than five million vsyncs and buffers; cut a part out of it");
+    const std::string error = reader.read(path);
+    if (!error.empty()) return {std::nullopt, error};
+    if (reader.isPerfetto() && reader.stats().ftrace == 0) {
+        return {std::nullopt, "holds nothing of a compositor" + reader.missing()};
+    }
+    RecordingResult result = builder.finish(reader.stats());
+    if (!result.recording) {
+        result.error += reader.missing();
+        return result;
+    }
+    for (auto& note : reader.notes()) result.recording->notes.push_back(std::move(note));
+    return result;
 }
 
 RecordingResult parseRecording(std::string_view text) {

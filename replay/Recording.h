@@ -31,6 +31,9 @@ struct Layer {
     int initialDepth = 0;  // buffers queued and not latched when the recording begins
     int finalDepth = 0;    // and when it ends
     size_t frames = 0;     // buffers queued
+    // When its buffers came on the screen, where a frame timeline tells; ascending, and counted
+    // like the steps' times.
+    std::vector<int64_t> shown;
 };
 
 // One step of the recorded timeline; times count from the recording's first step.
@@ -86,11 +89,11 @@ struct RecordingResult {
     std::string error;
 };
 
-// Reads a recording from a file of ftrace text, which gzip may have packed; "-" is the standard
-// input. The text passes through: only what the recording is made of is kept.
+// Reads a recording from a file of any format that TraceReader knows; "-" is the standard input.
+// The trace passes through: only what the recording is made of is kept.
 RecordingResult readRecording(const std::string& path);
 
-// The same from a text that is there as a whole.
+// The same from an ftrace text that is there as a whole.
 RecordingResult parseRecording(std::string_view text);
 
 // The package that the library takes this layer for, by its name; empty for none.

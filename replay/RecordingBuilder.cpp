@@ -44,6 +44,8 @@ constexpr size_t kCounterWeight = 8;  // what a counter takes beside its samples
 
 constexpr const char* kNoName = "left out: a layer without a name";
 constexpr const char* kOtherProcess = "left out: not of the compositor's process";
+// What the counters that stand in for a layer's are called.
+constexpr const char* kTimelinePrefix = "frame timeline: ";
 constexpr const char* kTwice = "left out: the layer's BufferTX counter is used";
 constexpr const char* kNoBuffer = "left out: queues no buffer";
 
@@ -110,6 +112,42 @@ int64_t periodOf(int64_t value, bool isPeriod) {
     if (value <= 0) return 0;
     if (!isPeriod) return kNsPerSecond / value;
     return value < kLeastNs ? value * kNsPerUs : value;
+}
+
+struct Depth {
+    int64_t timeNs;
+    int depth;
+};
+
+// How many of a layer's buffers were queued and not taken, at each change. A buffer is taken with
+// the first one that is queued after it and taken.
+std::vector<Depth> depthsOf(const LayerTimeline& layer) {
+    const auto& frames = layer.frames;
+    std::vector<std::pair<int64_t, size_t>> latches;  // with the buffers that are taken by then
+    for (size_t i = 0; i < frames.size(); ++i) {
+        if (frames[i].latchNs) latches.emplace_back(*frames[i].latchNs, i + 1);
+    }
+    std::sort(latches.begin(), latches.end());
+    std::vector<Depth> depths;
+    size_t queued = 0, taken = 0;
+    const auto queueUntil = [&](int64_t timeNs) {
+        for (; queued < frames.size() && frames[queued].queueNs <= timeNs; ++queued) {
+            // More than a queue has slots: the oldest ones were dropped.
+            if (queued - taken >= static_cast<size_t>(kMaxDepth)) {
+                depths.push_back({frames[queued].queueNs, 0});
+                taken = queued;
+            }
+            depths.push_back({frames[queued].queueNs, static_cast<int>(queued + 1 - taken)});
+        }
+    };
+    for (const auto& [timeNs, count] : latches) {
+        queueUntil(timeNs);
+        if (count <= taken || count > queued) continue;
+        taken = count;
+        depths.push_back({timeNs, static_cast<int>(queued - taken)});
+    }
+    queueUntil(INT64_MAX);
+    return depths;
 }
 
 template <typename Time>
@@ -222,8 +260,8 @@ RecordingBuilder::Counter* RecordingBuilder::layerCounter(const TraceEvent& even
     return &counterOf(event, mLayerIndex, mCounters);
 }
 
-// The compositor's own signal if it was recorded, else the applications', else the slices in which
-// the compositor woke.
+// The compositor's own signal if it was recorded, else the applications', else the frame
+// timeline's, else the slices in which the compositor woke.
 bool RecordingBuilder::chooseVsync() {
     for (const auto name : kVsyncs) {
         for (auto& counter : mVsyncCounters) {
@@ -234,12 +272,81 @@ bool RecordingBuilder::chooseVsync() {
         }
         if (mVsync != nullptr) return true;
     }
+    if (takeTimelineVsyncs()) return true;
     if (mWakes.size() < 2) return false;
     mWakesAsVsync.fullName = "vsyncIn";
     mWakesAsVsync.pid = mWakesPid;
     mWakesAsVsync.samples = std::move(mWakes);
     mVsync = &mWakesAsVsync;
     return true;
+}
+
+// The compositor is woken at a vsync for each of its frames, where the timeline tells when.
+bool RecordingBuilder::takeTimelineVsyncs() {
+    auto& samples = mTimelineAsVsync.samples;
+    for (const DisplayFrame& frame : mTimeline.displays()) {
+        const auto wokenNs = frame.vsyncNs ? frame.vsyncNs : frame.startNs;
+        if (!wokenNs) continue;
+        samples.push_back({*wokenNs, ++mOrder, 0});
+        if (frame.expectedNs) mExpected.push_back(*frame.expectedNs);
+    }
+    sortByTime(samples);
+    for (size_t i = 0; i < samples.size(); ++i) samples[i].value = static_cast<int>(i % 2);
+    if (samples.size() < 2) return false;
+    mTimelineAsVsync.fullName = "frame timeline";
+    mTimelineAsVsync.pid = mTimeline.compositorPid();
+    mVsync = &mTimelineAsVsync;
+    return true;
+}
+
+// Layers whose buffers no counter counts get one, of what the timeline says.
+void RecordingBuilder::addTimelineLayers() {
+    std::set<std::string_view> counted;
+    for (const auto& counter : mCounters) {
+        if (counter.unused == nullptr && !counter.samples.empty()) counted.insert(counter.name);
+    }
+    mTimelineNames.reserve(mTimeline.layers().size());
+    for (const auto& layer : mTimeline.layers()) {
+        if (layer.frames.empty() || counted.count(layer.name) > 0) continue;
+        Counter counter{};
+        counter.fullName = mTimelineNames.emplace_back(kTimelinePrefix + layer.name);
+        counter.name = counter.fullName.substr(std::string_view(kTimelinePrefix).size());
+        counter.pid = mVsync->pid;
+        if (counter.name.empty() || isUnnamed(counter.name)) counter.unused = kNoName;
+        for (const auto& [timeNs, depth] : depthsOf(layer)) {
+            counter.samples.push_back({timeNs, ++mOrder, depth});
+        }
+        mCounters.push_back(std::move(counter));
+    }
+}
+
+const LayerTimeline* RecordingBuilder::timelineOf(std::string_view name) const {
+    for (const auto& layer : mTimeline.layers()) {
+        if (layer.name == name) return &layer;
+    }
+    return nullptr;
+}
+
+void RecordingBuilder::takeTimelineShown(int64_t startNs) {
+    for (Layer& layer : mRecording.layers) {
+        const LayerTimeline* const timeline = timelineOf(layer.name);
+        if (timeline == nullptr) continue;
+        for (const LayerFrame& frame : timeline->frames) {
+            if (!frame.shownNs) continue;
+            const int64_t timeNs = *frame.shownNs - startNs;
+            if (timeNs >= 0 && timeNs <= mRecording.durationNs) layer.shown.push_back(timeNs);
+        }
+        std::sort(layer.shown.begin(), layer.shown.end());
+    }
+}
+
+// The begin of a frame stands for getting its buffer, where no slice tells that.
+void RecordingBuilder::takeTimelineProcess(const LayerTimeline& layer, Process& process) const {
+    for (const LayerFrame& frame : layer.frames) {
+        const int64_t timeNs = frame.startNs - mStartNs;
+        if (timeNs >= 0 && timeNs <= mRecording.durationNs) process.dequeues.push_back(timeNs);
+    }
+    std::sort(process.dequeues.begin(), process.dequeues.end());
 }
 
 // Of the counters with a layer's form, those of the process that writes the vsyncs; any, where a
@@ -362,7 +469,7 @@ void RecordingBuilder::limitLayers() {
 void RecordingBuilder::assignIds() {
     std::set<int32_t> taken;
     for (auto& layer : mRecording.layers) {
-        const int32_t number = *layerNumber(layer.name);
+        const int32_t number = layerNumber(layer.name).value_or(0);
         if (number > 0 && taken.insert(number).second) layer.id = number;
     }
     int32_t next = 1;
@@ -380,6 +487,9 @@ void RecordingBuilder::assignProcesses() {
     const std::vector<int> producers = mQueueCalls.producers(mRecording);
     for (size_t i = 0; i < producers.size(); ++i) {
         int pid = producers[i];
+        const LayerTimeline* const timeline = timelineOf(mRecording.layers[i].name);
+        const bool isByTimeline = pid == 0 && timeline != nullptr && timeline->pid > 0;
+        if (isByTimeline) pid = timeline->pid;
         if (pid == 0) {
             while (mQueueCalls.isOf(freePid)) ++freePid;
             pid = freePid++;
@@ -388,6 +498,9 @@ void RecordingBuilder::assignProcesses() {
         if (isNew) {
             const uid_t uid = kFirstUid + static_cast<uid_t>(processes.size());
             processes.push_back({pid, uid, mQueueCalls.dequeues(pid, mRecording.durationNs)});
+            if (isByTimeline && processes.back().dequeues.empty()) {
+                takeTimelineProcess(*timeline, processes.back());
+            }
         }
         mRecording.layers[i].process = entry->second;
     }
@@ -406,6 +519,8 @@ void RecordingBuilder::measure() {
     }
     mSteps = {};
     mRecording.durationNs = mRecording.steps.back().timeNs;
+    mStartNs = start;
+    takeTimelineShown(start);
     mQueueCalls.settle(start, mVsync->pid);
     findRate(start);
 }
@@ -478,6 +593,10 @@ void RecordingBuilder::listCounters() {
         list.push_back({std::string(counter.fullName), counter.pid, counter.samples.size(),
                         isPlayed ? "the vsyncs that are played" : "vsyncs"});
     }
+    if (mVsync == &mTimelineAsVsync) {
+        list.push_back({"frame timeline", mVsync->pid, mVsync->samples.size(),
+                        "the vsyncs that are played"});
+    }
     for (const auto& counter : mRateCounters) {
         list.push_back({counter.name, counter.pid, counter.values.size(), "the display's rate"});
     }
@@ -517,8 +636,10 @@ RecordingResult RecordingBuilder::finish(const ParseStats& stats) {
     constexpr const char* kNoLayers =
             "holds no layers: no counter like NAME#N shows a buffer being queued";
     if (stats.ftrace == 0) return {std::nullopt, "is not a trace: it has no ftrace line"};
+    mTimeline.finish();
     if (!chooseVsync()) return {std::nullopt, kNoVsyncs};
     chooseCounters();
+    addTimelineLayers();
     dropFarTimes();
     addVsyncs();
     if (mRecording.vsyncs < 2) return {std::nullopt, kNoVsyncs};

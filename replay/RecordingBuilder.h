@@ -12,6 +12,8 @@
 #include <utility>
 #include <vector>
 
+#include "replay/FrameMark.h"
+#include "replay/FrameTimeline.h"
 #include "replay/FtraceParser.h"
 #include "replay/QueueCalls.h"
 #include "replay/Recording.h"
@@ -23,6 +25,7 @@ namespace corvane::replay {
 class RecordingBuilder {
   public:
     void add(const TraceEvent& event);
+    void add(const FrameMark& mark) { mTimeline.add(mark); }
     // More has been collected than a recording that is to be played can need.
     bool isFull() const;
     // To be called once, when all has been added.
@@ -60,6 +63,11 @@ class RecordingBuilder {
                               std::vector<Counter>& counters);
 
     bool chooseVsync();
+    bool takeTimelineVsyncs();
+    void addTimelineLayers();
+    void takeTimelineShown(int64_t startNs);
+    void takeTimelineProcess(const LayerTimeline& layer, Process& process) const;
+    const LayerTimeline* timelineOf(std::string_view name) const;
     void chooseCounters();
     void dropFarTimes();
     void addVsyncs();
@@ -90,7 +98,12 @@ class RecordingBuilder {
     std::vector<int64_t> mExpected;
     int mWakesPid = 0;
     Counter mWakesAsVsync{};
+    // What the frame timeline says stands in for counters that the trace lacks.
+    FrameTimeline mTimeline;
+    Counter mTimelineAsVsync{};
+    std::vector<std::string> mTimelineNames;  // what its layers' counters are called
     Counter* mVsync = nullptr;
+    int64_t mStartNs = 0;
 
     QueueCalls mQueueCalls;
     std::vector<std::pair<Step, size_t>> mSteps;  // with their order in the text

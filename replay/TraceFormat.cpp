@@ -30,6 +30,8 @@ bool isPackedAtrace(std::string_view head) {
     return data != std::string_view::npos && isZlib(head.substr(data + kAtraceData.size()));
 }
 
+}  // namespace
+
 // One message whose first field is packets: the tag of a packet, its length, and in it again a tag
 // of a known wire type. A text may begin with an empty line, but holds no control characters.
 bool isPerfetto(std::string_view head) {
@@ -44,8 +46,6 @@ bool isPerfetto(std::string_view head) {
     return std::any_of(head.begin(), head.end(),
                        [](char c) { return c >= 0 && c < ' ' && (c < '\t' || c > '\r'); });
 }
-
-}  // namespace
 
 std::string conversionOf(std::string_view head, const std::string& path) {
     const std::string file = path == InputFile::kStandardInput ? "FILE" : shellQuoted(path);
@@ -64,9 +64,6 @@ std::string conversionOf(std::string_view head, const std::string& path) {
                "sys.stdout.buffer.write(zlib.decompress("
                "sys.stdin.buffer.read().split(b\"TRACE:\\n\", 1)[1]))' < " +
                file + " > trace.txt";
-    }
-    if (isPerfetto(head)) {
-        return "is a Perfetto trace; convert it first: traceconv systrace " + file + " trace.txt";
     }
     return "";
 }

@@ -8,6 +8,9 @@
 
 namespace corvane::replay {
 
+// Whether the file that begins like this is a trace in Perfetto's own format.
+bool isPerfetto(std::string_view head);
+
 // What a file is whose trace must be converted first, and the command that does it, as the end of a
 // sentence that begins with the file's name; empty where that is not needed. `head` is the file's
 // beginning.

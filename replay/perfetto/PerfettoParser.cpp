@@ -140,6 +140,7 @@ std::optional<FrameMark> markOf(const proto::FrameTimelineEvent& event) {
             fillActual(start, mark);
             mark.displayToken = start.display_frame_token();
             mark.layer = start.layer_name();
+            mark.isBuffer = start.is_buffer();
             return mark;
         }
         case proto::FrameTimelineEvent::kFrameEnd:

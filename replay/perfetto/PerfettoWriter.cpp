@@ -12,8 +12,8 @@
 namespace corvane::replay {
 namespace {
 
-// About what a phone's recorder puts into one packet.
-constexpr size_t kMaxBundleText = 65'536;
+// Small, so that a file that is cut short loses little.
+constexpr size_t kMaxBundleText = 8'192;
 // We write alone, so one sequence does.
 constexpr uint32_t kSequence = 1;
 constexpr uint32_t kStateCleared = 1;
@@ -85,6 +85,7 @@ void PerfettoWriter::frame(const FrameMark& mark) {
         case FrameMark::Kind::kActualSurface:
             fillSurface(mark, *event.mutable_actual_surface_frame_start());
             fillActual(mark, *event.mutable_actual_surface_frame_start());
+            event.mutable_actual_surface_frame_start()->set_is_buffer(mark.isBuffer);
             break;
         case FrameMark::Kind::kEnd:
             event.mutable_frame_end()->set_cookie(mark.cookie);

@@ -92,7 +92,7 @@ std::string nameOf(const Print& print) {
 std::string nameOf(const FrameMark& m) {
     std::string text = std::to_string(static_cast<int>(m.kind)) + " '" + std::string(m.layer) + "'";
     for (const int64_t n : {m.timeNs, m.cookie, m.token, m.displayToken, int64_t{m.pid},
-                            int64_t{m.present}, int64_t{m.jank}}) {
+                            int64_t{m.present}, int64_t{m.jank}, int64_t{m.isBuffer}}) {
         text += " " + std::to_string(n);
     }
     return text;
@@ -163,6 +163,7 @@ TEST_P(PerfettoRoundTrip, GivesBackWhatWasRecordedHoweverItIsCut) {
                                 mark.kind == FrameMark::Kind::kActualSurface;
             if (ofLayer) mark.layer = "TX - a.b/c#1";
             if (ofLayer) mark.displayToken = below(9);
+            if (actual && ofLayer) mark.isBuffer = below(2) == 0;
             if (actual) mark.present = below(6);
             if (actual) mark.jank = 1 << below(10);
             marks.push_back(nameOf(mark));
