@@ -3,7 +3,6 @@
 
 #include <limits>
 #include <stdexcept>
-#include <thread>
 #include <utility>
 
 #include "BoostWorker.h"
@@ -232,7 +231,9 @@ TEST_F(ConfigStoreTest, ActivitySettings) {
 TEST_F(ConfigStoreTest, TextsOfAnyLengthAndBytes) {
     for (const std::string& text :
          {std::string(), std::string(1 << 20, 'a'), std::string(1 << 20, ':'), std::string(3, '\0'),
-          std::string("\xff\xfe%s%n"), std::string("::"), std::string("_="), std::string("=")}) {
+          std::string("\xff\xfe%s%n"), std::string("::"), std::string("_="), std::string("="),
+          "p:jank=" + std::string(1 << 20, ';'), "p:baseFreq=" + std::string(1 << 20, '1'),
+          "p:" + std::string(1 << 20, '='), "p:" + std::string(1 << 20, '_')}) {
         for (const int hint : {kTargetFps, kHeadroomRates, kFrameRescue, kActivity}) {
             push(hint, text, std::numeric_limits<int>::min(), 0, {});
             push(hint, text, 0, std::numeric_limits<int>::max(),
@@ -246,36 +247,6 @@ TEST_F(ConfigStoreTest, TextsOfAnyLengthAndBytes) {
     push(kActivity, std::string(1 << 19, 'a') + 'b', 0);
     manager->processAliveAppCheck(std::string(1 << 20, 'a'));
     EXPECT_EQ(manager->getCheckingAliveApp(), "");
-}
-
-TEST_F(ConfigStoreTest, SixteenThreadsSetAndRead) {
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 16; ++t) {
-        threads.emplace_back([this, t] {
-            for (int i = 0; i < 300; ++i) {
-                const std::string pkg = "pkg" + std::to_string((t + i) % 6);
-                manager->setCallbackHintValue(kTargetFps, i % 50 == 0 ? "90" : pkg, 6000, 0, {});
-                manager->setCallbackHintValue(kHeadroomRates, pkg, 0, 0, {0, 80, 0, 120});
-                manager->setCallbackHintValue(kFrameRescue, pkg + ":jank=1.2;1.5", 0, 0, {i % 3});
-                manager->setCallbackHintValue(kActivity, pkg, i % 3, i % 2, {});
-                const float rate = targetFps(pkg, true);
-                EXPECT_TRUE(rate == 60.0f || rate == 90.0f || rate == -1.0f) << rate;
-                const auto phr = manager->getPhrConfig(pkg, true);
-                EXPECT_EQ(phr ? phr->highFpsPhrMinRate : 1.2f, 1.2f);
-                const auto tunables = manager->getGFRTunables(pkg, true);
-                EXPECT_EQ(tunables ? tunables->jankThresholds.size() : 2u, 2u);
-                manager->processAliveAppCheck(manager->getCheckingAliveApp());
-                manager->isActvStable();
-                manager->isTfpsConfigured();
-            }
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
-    int stored = 0;
-    for (const char* pkg : {"pkg0", "pkg1", "pkg2", "pkg3", "pkg4", "pkg5"}) {
-        stored += manager->getPhrConfig(pkg, false).has_value();
-    }
-    EXPECT_EQ(stored, 4);
 }
 
 using FeaturesOffTest = FeatureTest;

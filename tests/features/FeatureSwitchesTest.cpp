@@ -1,10 +1,8 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include <atomic>
 #include <ostream>
 #include <set>
-#include <thread>
 
 #include "corvane/host/Properties.h"
 #include "corvane/host/Threads.h"
@@ -171,30 +169,6 @@ TEST(FeatureManagerFaultsTest, ComesUpWithNeitherAServiceNorThreads) {
     manager.onPropChanged(kThreshold);
     EXPECT_EQ(notifications.take(), Strings{"5 "});
     manager.setConfigObserver(nullptr);
-}
-
-TEST_F(FeatureManagerTest, ManyFirstCallersGetOneInstance) {
-    ASSERT_TRUE(base::SetProperty(kHeadroom, "1"));
-    std::vector<FeatureManager*> instances(16);
-    // Two of the threads come first, together; the others later, ordered by the instance alone.
-    std::atomic<size_t> ready{0};
-    std::atomic<bool> created{false};
-    std::vector<std::thread> threads;
-    for (size_t i = 0; i < instances.size(); ++i) {
-        threads.emplace_back([&, i] {
-            ready.fetch_add(1, std::memory_order_relaxed);
-            while (i < 2 ? ready.load(std::memory_order_relaxed) < instances.size()
-                         : !created.load(std::memory_order_relaxed)) {
-                std::this_thread::yield();
-            }
-            instances[i] = FeatureManager::getInstance();
-            created.store(true, std::memory_order_relaxed);
-            EXPECT_TRUE(instances[i]->isFeatureEnabled(QUICK_TOUCH));
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
-    EXPECT_EQ(std::set<FeatureManager*>(instances.begin(), instances.end()).size(), 1u);
-    EXPECT_EQ(propertyReads(kHeadroom), 1);
 }
 
 }  // namespace

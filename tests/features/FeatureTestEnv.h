@@ -47,7 +47,7 @@ class FeatureTest : public ::testing::Test {
   protected:
     void SetUp() override { ASSERT_TRUE(corvane::host::PerfService::install()); }
 
-    // Watchers may notify of what they find at their start before the observer is set.
+    // A watcher may have notified of what it found at its start before the observer is set.
     FeatureManager& start(const Properties& properties) {
         for (const auto& [name, value] : properties) {
             EXPECT_TRUE(base::SetProperty(name, value)) << name;
@@ -55,7 +55,6 @@ class FeatureTest : public ::testing::Test {
         FeatureManager::getInstance()->setConfigObserver(&notifications);
         return *FeatureManager::getInstance();
     }
-    void TearDown() override { FeatureManager::getInstance()->setConfigObserver(nullptr); }
 
     // The texts logged under the manager's tag at this priority since the last call.
     Strings takeLog(int priority) {
@@ -72,7 +71,7 @@ class FeatureTest : public ::testing::Test {
     Strings takeDebugLines() { return takeLog(ANDROID_LOG_DEBUG); }
 
     corvane::host::LogCapture log;
-    Notifications notifications;
+    Notifications& notifications = *new Notifications;  // the watchers outlive the test
 };
 
 }  // namespace android

@@ -200,12 +200,8 @@ TEST_P(FaultyServiceTest, TracksAllTheSame) {
 }
 
 INSTANTIATE_TEST_SUITE_P(All, FaultyServiceTest,
-                         ::testing::Values("missing-perf_get_feedback", "missing-perf_hint",
-                                           "missing-perf_event", "missing-perf_lock_acq",
-                                           "missing-perf_lock_rel", "missing-get_perf_hal_ver",
-                                           "missing-perf_get_feedback_extn",
-                                           "missing-perf_callback_register", "version-2.2",
-                                           "version-2.3", "version-none"));
+                         ::testing::Values("missing-perf_get_feedback", "missing-perf_event",
+                                           "missing-perf_callback_register", "version-2.2"));
 
 }  // namespace
 }  // namespace corvane::host
