@@ -3,13 +3,9 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
-#include <deque>
 #include <limits>
-#include <numeric>
 #include <optional>
-#include <random>
 
 #include "phr/FrameWeightWindow.h"
 #include "phr/Headroom.h"
@@ -112,24 +108,6 @@ TEST(FrameWeightWindowTest, WeighsFramesByPeriods) {
     };
     for (const auto& c : cases) {
         EXPECT_EQ(frameWeight(frameTimeRatio(c.frameTime, 10 * kMs)), c.weight) << c.frameTime;
-    }
-}
-
-// Against the plain definition: the last fifteen weights, their sum and their largest.
-TEST(FrameWeightWindowTest, FollowsTheLastFifteenFrames) {
-    std::minstd_rand random(1);
-    // Runs of light frames let the heavy ones leave the window one by one.
-    std::discrete_distribution<int32_t> weights({8, 8, 1, 1});
-    FrameWeightWindow window;
-    std::deque<int32_t> last;
-    for (int frame = 0; frame < 2'000; ++frame) {
-        const int32_t weight = weights(random);
-        window.add(weight);
-        last.push_back(weight);
-        if (last.size() > 15) last.pop_front();
-        ASSERT_EQ(window.isFull(), last.size() == 15) << frame;
-        ASSERT_EQ(window.sum(), std::accumulate(last.begin(), last.end(), 0)) << frame;
-        ASSERT_EQ(window.maxWeight(), *std::max_element(last.begin(), last.end())) << frame;
     }
 }
 
