@@ -9,12 +9,6 @@
 #include <utility>
 
 namespace corvane::model {
-namespace {
-
-constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
-
-}  // namespace
-
 DeviceModel::DeviceModel(const Workload& workload, PacingPolicy& policy,
                          std::vector<GpuShare> gpuShares)
       : mWorkload(workload), mPolicy(policy), mLatchOrder(workload.layers.size()) {
