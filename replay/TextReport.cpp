@@ -213,7 +213,7 @@ std::string furthestFrames(const std::vector<Boost>& boosts) {
     for (const auto& [frame, stages] : frames) {
         if (stages.size() != furthest || ++count > kMaxFrames) continue;
         text += text.empty() ? "furthest: " : "; ";
-        text += format("frame %zu ", frame);
+        text += format("frame %zu: ", frame);
         for (const Boost* stage : stages) {
             text += (stage == stages.front() ? "" : ", ") + std::to_string(stage->freqMHz);
         }
