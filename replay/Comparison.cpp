@@ -1,0 +1,56 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "replay/Comparison.h"
+
+#include <stdexcept>
+#include <utility>
+
+#include "model/SimplePolicies.h"
+#include "replay/ModelInput.h"
+
+namespace corvane::replay {
+
+const std::vector<std::string>& policyNames() {
+    static const std::vector<std::string> sNames = {"none", "interval", "shallow"};
+    return sNames;
+}
+
+Comparison prepareComparison(const Recording& recording, int repeat,
+                             const std::vector<model::LayerOverride>& overrides,
+                             std::vector<model::GpuShare> gpuShares) {
+    model::Recorded recorded = model::repeated(modelInput(recording), repeat);
+    model::Workload workload = model::takeApart(recorded, overrides);
+    std::vector<int64_t> intended = model::recordedCadences(workload);
+    // The model proves itself on the recording before anything is changed.
+    model::NonePolicy none;
+    const model::ModelRun asRecorded = model::DeviceModel(workload, none).run();
+    auto fits = model::compareWithRecording(recorded, workload, asRecorded);
+    return {std::move(recorded),  std::move(workload), std::move(intended),
+            std::move(gpuShares), std::move(fits),     {},
+            std::nullopt};
+}
+
+PolicyRun policyRun(const Comparison& comparison, std::string name, model::ModelRun run) {
+    auto figures = model::measure(comparison.workload, run, comparison.intendedVsyncs);
+    return {std::move(name), std::move(run), std::move(figures), 0};
+}
+
+void addPolicy(Comparison& comparison, const std::string& name) {
+    const auto play = [&](model::PacingPolicy&& policy) {
+        model::DeviceModel device(comparison.workload, policy, comparison.gpuShares);
+        comparison.others.push_back(policyRun(comparison, name, device.run()));
+    };
+    if (name == "none") {
+        play(model::NonePolicy());
+    } else if (name == "interval") {
+        play(model::IntervalPolicy(comparison.workload.application,
+                                   model::recordedCadences(comparison.workload)));
+    } else if (name == "shallow") {
+        play(model::ShallowPolicy());
+    } else {
+        throw std::invalid_argument("no policy " + name);
+    }
+}
+
+}  // namespace corvane::replay

@@ -1,0 +1,69 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <json/json.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "model/DeviceModel.h"
+#include "model/Figures.h"
+#include "model/Fit.h"
+#include "model/Recorded.h"
+#include "model/Workload.h"
+#include "replay/Recording.h"
+#include "replay/Terminal.h"
+
+namespace corvane::replay {
+
+// One policy's run of the device model, and what a user would notice of it.
+struct PolicyRun {
+    std::string name;  // "none", "interval", "shallow" or "library"
+    model::ModelRun run;
+    std::vector<model::LayerFigures> figures;  // one per layer
+    size_t serviceCalls = 0;                   // of the library to the performance service
+};
+
+// The recorded device with the library and without it, under the same work.
+struct Comparison {
+    model::Recorded recorded;
+    model::Workload workload;
+    std::vector<int64_t> intendedVsyncs;  // per layer, between two of its frames
+    std::vector<model::GpuShare> gpuShares;
+    std::vector<model::LayerFit> fits;
+    std::vector<PolicyRun> others;     // those compared with, in the order asked for
+    std::optional<PolicyRun> library;  // none: the library was not run
+
+    // Layers with fewer recorded frames have no figures worth a table.
+    static constexpr size_t kMinFrames = 10;
+    bool isWorthATable(size_t layer) const {
+        return recorded.layers[layer].frames.size() >= kMinFrames;
+    }
+};
+
+// The names of policies that runs can be compared with, besides the library.
+const std::vector<std::string>& policyNames();
+
+// Takes the recording apart, played `repeat` times, and fits the model to it.
+Comparison prepareComparison(const Recording& recording, int repeat,
+                             const std::vector<model::LayerOverride>& overrides,
+                             std::vector<model::GpuShare> gpuShares);
+
+// Runs a policy without the library; `name` is one of policyNames().
+void addPolicy(Comparison& comparison, const std::string& name);
+
+// A run's figures against the comparison's intentions.
+PolicyRun policyRun(const Comparison& comparison, std::string name, model::ModelRun run);
+
+// The table at the end of the text report.
+std::string comparisonText(const Comparison& comparison, const Terminal& terminal);
+
+// The report's "comparison": fits, assumptions, figures and frames of every policy.
+Json::Value comparisonJson(const Comparison& comparison);
+
+}  // namespace corvane::replay
