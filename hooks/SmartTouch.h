@@ -29,11 +29,11 @@ struct InputTimes {
     nsecs_t lastCheckTime = 0;     // of the decision before
     bool queueHeadroomOk = false;  // the game queues well after it began the frame: queueing sets
                                    // the rhythm, otherwise vsync does
-    nsecs_t vsyncTime = 0;        // latest vsync, 0 = none
-    nsecs_t lastConsumeTime = 0;  // of the latest consumption for a vsync
-    nsecs_t lastQueueTime = 0;    // of the latest queued buffer
-    int32_t pendCount = 0;        // input held this often in a row before a queue
-    nsecs_t firstPendTime = 0;    // since then
+    nsecs_t vsyncTime = 0;         // latest vsync, 0 = none
+    nsecs_t lastConsumeTime = 0;   // of the latest consumption for a vsync
+    nsecs_t lastQueueTime = 0;     // of the latest queued buffer
+    int32_t pendCount = 0;         // input held this often in a row before a queue
+    nsecs_t firstPendTime = 0;     // since then
 };
 
 InputDecision decideInput(const InputTimes& times);

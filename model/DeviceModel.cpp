@@ -38,6 +38,7 @@ ModelRun DeviceModel::run() {
         const int64_t dueNs = nextDueNs();
         if (const auto event = mPolicy.advance(dueNs)) {
             mNowNs = std::max(mNowNs, event->timeNs);
+            if (event->kind == PolicyEvent::Kind::kEnd) break;
             apply(*event);
             continue;
         }
@@ -104,6 +105,8 @@ void DeviceModel::apply(const PolicyEvent& event) {
             break;
         case PolicyEvent::Kind::kBoostEnd:
             mRun.boosts.push_back(event);
+            break;
+        case PolicyEvent::Kind::kEnd:
             break;
     }
 }

@@ -15,6 +15,7 @@ struct PolicyEvent {
         kRelease,  // a held buffer of the layer may proceed
         kBoost,    // the GPU is asked to run at this frequency for the layer
         kBoostEnd,
+        kEnd,  // the run ends here
     };
 
     int64_t timeNs;

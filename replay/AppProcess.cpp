@@ -16,8 +16,17 @@
 extern char** environ;
 
 namespace corvane::replay {
+namespace {
+
+// The application's answer when its clock has reached what it was told.
+constexpr const char* kReached = "reached";
+
+}  // namespace
 
 AppProcess::AppProcess(const std::string& program, const AppPlan& plan) {
+    for (const AppStep& step : plan.steps) {
+        if (mTimes.empty() || step.atNs > mTimes.back()) mTimes.push_back(step.atNs);
+    }
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
         mError = std::string("no socket for the application: ") + std::strerror(errno);
@@ -56,12 +65,20 @@ void AppProcess::begin(int64_t startNs) {
     if (mError.empty() && !send(std::to_string(startNs))) mError = "the application ended early";
 }
 
+void AppProcess::advanceTo(int64_t timeNs) {
+    if (!mError.empty()) return;
+    if (!send(std::to_string(timeNs)) || receiveLine() != kReached) {
+        mError = "the application ended early";
+    }
+}
+
 void AppProcess::stop() {
     if (mPid > 0) kill(mPid, SIGTERM);
 }
 
 AppResult AppProcess::result() {
     AppResult failed;
+    if (mSocket >= 0) shutdown(mSocket, SHUT_WR);  // no more times will come
     if (mError.empty()) {
         if (auto result = appResultFrom(receiveLine())) {
             mEnded = true;

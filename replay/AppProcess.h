@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "replay/Application.h"
 
@@ -24,6 +25,11 @@ class AppProcess {
 
     // Tells it when the replay's first step is due.
     void begin(int64_t startNs);
+    // In simulated time: lets its clock follow this one's to the time, and what is due there
+    // happen. For one thread.
+    void advanceTo(int64_t timeNs);
+    // At which it does something, from the start of the replay; ascending, each once.
+    const std::vector<int64_t>& times() const { return mTimes; }
     // Lets it end early, with the result so far.
     void stop();
     // Waits for its end.
@@ -33,6 +39,7 @@ class AppProcess {
     bool send(const std::string& line) const;
     std::string receiveLine();
 
+    std::vector<int64_t> mTimes;
     pid_t mPid = -1;
     int mSocket = -1;
     bool mEnded = false;  // it has sent its result and ends by itself

@@ -99,6 +99,7 @@ std::string toJson(const AppPlan& plan) {
         if (step.kind == AppStep::Kind::kProperty) value["property"] = propertyValue(step.property);
         root["steps"].append(std::move(value));
     }
+    if (plan.simulatedFromNs) root["simulatedFrom"] = Json::Int64(*plan.simulatedFromNs);
     return oneLine(root);
 }
 
@@ -112,6 +113,7 @@ std::optional<AppPlan> appPlanFrom(const std::string& json) {
                               static_cast<AppStep::Kind>(value["kind"].asInt()),
                               value["action"].asInt(), propertyFrom(value["property"])});
     }
+    if (root->isMember("simulatedFrom")) plan.simulatedFromNs = (*root)["simulatedFrom"].asInt64();
     return plan;
 }
 

@@ -35,6 +35,8 @@ struct AppStep {
 struct AppPlan {
     std::vector<PropertyWrite> properties;  // written before the library is loaded
     std::vector<AppStep> steps;             // in time's order
+    // Of the replay's clock when it hands the plan over, in simulated time; none: in real time.
+    std::optional<int64_t> simulatedFromNs;
 };
 
 struct AppResult {

@@ -11,21 +11,38 @@
 
 namespace corvane::replay {
 
+namespace {
+
+// The model proves itself on the recording alone: between two passes nothing is recorded.
+std::vector<model::LayerFit> fitsOf(const model::Recorded& recorded,
+                                    const model::Workload& workload) {
+    model::NonePolicy none;
+    return model::compareWithRecording(recorded, workload,
+                                       model::DeviceModel(workload, none).run());
+}
+
+}  // namespace
+
 const std::vector<std::string>& policyNames() {
     static const std::vector<std::string> sNames = {"none", "interval", "shallow"};
     return sNames;
 }
 
 Comparison prepareComparison(const Recording& recording, int repeat,
-                             const std::vector<model::LayerOverride>& overrides,
-                             std::vector<model::GpuShare> gpuShares) {
-    model::Recorded recorded = model::repeated(modelInput(recording), repeat);
+                             const std::vector<LayerModel>& known) {
+    std::vector<model::LayerOverride> overrides;
+    std::vector<model::GpuShare> gpuShares;
+    for (const LayerModel& layer : known) {
+        const auto index = recording.findLayer(layer.layer);
+        if (!index) continue;
+        overrides.push_back({*index, layer.producer, layer.buffers});
+        if (layer.gpuShare) gpuShares.push_back({*index, *layer.gpuShare, layer.gpuBaseMHz});
+    }
+    const model::Recorded once = modelInput(recording);
+    auto fits = fitsOf(once, model::takeApart(once, overrides));
+    model::Recorded recorded = model::repeated(once, repeat);
     model::Workload workload = model::takeApart(recorded, overrides);
     std::vector<int64_t> intended = model::recordedCadences(workload);
-    // The model proves itself on the recording before anything is changed.
-    model::NonePolicy none;
-    const model::ModelRun asRecorded = model::DeviceModel(workload, none).run();
-    auto fits = model::compareWithRecording(recorded, workload, asRecorded);
     return {std::move(recorded),  std::move(workload), std::move(intended),
             std::move(gpuShares), std::move(fits),     {},
             std::nullopt};

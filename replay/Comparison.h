@@ -17,6 +17,7 @@
 #include "model/Recorded.h"
 #include "model/Workload.h"
 #include "replay/Recording.h"
+#include "replay/Scenario.h"
 #include "replay/Terminal.h"
 
 namespace corvane::replay {
@@ -50,9 +51,9 @@ struct Comparison {
 const std::vector<std::string>& policyNames();
 
 // Takes the recording apart, played `repeat` times, and fits the model to it.
+// `known` is what the scenario says of layers; one that is not in the recording is passed over.
 Comparison prepareComparison(const Recording& recording, int repeat,
-                             const std::vector<model::LayerOverride>& overrides,
-                             std::vector<model::GpuShare> gpuShares);
+                             const std::vector<LayerModel>& known);
 
 // Runs a policy without the library; `name` is one of policyNames().
 void addPolicy(Comparison& comparison, const std::string& name);

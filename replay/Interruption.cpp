@@ -7,19 +7,19 @@
 #include <cstddef>
 #include <utility>
 
-#include "replay/Player.h"
+#include "replay/Playback.h"
 
 namespace corvane::replay {
 namespace {
 
 // Of the handler, on any thread.
-std::atomic<Player*> sPlayer{nullptr};
+std::atomic<Playback*> sPlayer{nullptr};
 std::atomic<int> sSignal{0};
-static_assert(std::atomic<Player*>::is_always_lock_free && std::atomic<int>::is_always_lock_free);
+static_assert(std::atomic<Playback*>::is_always_lock_free && std::atomic<int>::is_always_lock_free);
 
 void onSignal(int signal) {
     sSignal.store(signal);
-    if (Player* player = sPlayer.load()) player->stop();
+    if (Playback* player = sPlayer.load()) player->stop();
 }
 
 }  // namespace
@@ -46,7 +46,7 @@ void Interruption::end() {
     sPlayer.store(nullptr);
 }
 
-void Interruption::setPlayer(Player* player) {
+void Interruption::setPlayer(Playback* player) {
     sPlayer.store(player);
     if (signal() != 0) player->stop();
 }

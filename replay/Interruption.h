@@ -8,7 +8,7 @@
 
 namespace corvane::replay {
 
-class Player;
+class Playback;
 
 // Until its end, the first interrupt or termination signal stops the player instead of ending the
 // process, so that the report tells of what was played until then; the second ends the process at
@@ -23,7 +23,7 @@ class Interruption {
 
     // Stops this player from now on, at once when the signal has come already. The player lives
     // until end().
-    void setPlayer(Player* player);
+    void setPlayer(Playback* player);
     // From now on signals do what they did before, such as ending a process that nobody reads from.
     void end();
     // The signal that came before the end, 0 for none.

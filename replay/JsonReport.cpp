@@ -201,7 +201,8 @@ std::string jsonReport(const ReportSource& source) {
     root["replay"]["repeat"] = source.repeat;
     root["replay"]["stopped"] = played.stopped;
     root["replay"]["durationNs"] = Json::Int64(played.durationNs);
-    root["replay"]["vsyncLateness"] = valueOf(played.lateness);
+    root["replay"]["realtime"] = source.isRealtime;
+    root["replay"]["vsyncLateness"] = source.isRealtime ? valueOf(played.lateness) : Json::Value();
     root["replay"]["droppedFrames"] = Json::UInt64(played.droppedFrames);
     root["replay"]["missedLatches"] = Json::UInt64(played.missedLatches);
     root["layers"] = layersOf(source);
@@ -214,6 +215,8 @@ std::string jsonReport(const ReportSource& source) {
         value["name"] = hookName(hook);
         root["hooks"].append(std::move(value));
     }
+    root["comparison"] =
+            source.comparison != nullptr ? comparisonJson(*source.comparison) : Json::Value();
     root["buffersUnblocked"] = Json::UInt64(source.findings.unblocked);
     const FenceFindings& fences = source.findings.fences;
     root["fences"]["told"] = Json::UInt64(fences.told);

@@ -32,6 +32,9 @@ model::Recorded modelInput(const Recording& recording) {
     model::Recorded input;
     input.durationNs = recording.durationNs;
     input.rates.push_back({0, recording.vsyncPeriodNs});
+    for (const Rate& rate : recording.rateChanges) {
+        input.rates.push_back({rate.atNs, rate.periodNs});
+    }
     for (const Rate& change : recording.rateChanges) {
         input.rates.push_back({change.atNs, change.periodNs});
     }

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "replay/Comparison.h"
 #include "replay/Scenario.h"
 
 namespace corvane::replay {
@@ -18,9 +19,11 @@ namespace corvane::replay {
 const char* const kUsage =
         "usage: corvane-replay [OPTIONS] [FILE]\n"
         "\n"
-        "Plays a recording of a phone's compositor through the library's hooks, in real time, and\n"
-        "prints what the library saw and did. FILE is ftrace text as atrace, systrace (plain or\n"
-        ".html) or 'traceconv systrace' write it, packed by gzip or not; - is standard input.\n"
+        "Plays a recording of a phone's compositor through the library's hooks, prints what the\n"
+        "library saw and did, and compares the phone with the library to the phone without it.\n"
+        "FILE is ftrace text as atrace, systrace (plain or .html) or 'traceconv systrace' write\n"
+        "it, packed by gzip or not; - is standard input. Time is simulated: a replay takes a\n"
+        "fraction of the recording's length, and the same input gives the same output.\n"
         "\n"
         "  --config FILE          play with a scenario: which packages are games and how they are\n"
         "                         configured, properties, and events by time (JSON); it may name\n"
@@ -38,6 +41,15 @@ const char* const kUsage =
         "                         the display's rate, and later ones from these seconds on, where\n"
         "                         the recording tells it wrong\n"
         "  --repeat N             play the recording N times end to end, 1 to 1000\n"
+        "  --against POLICY[,...] compare with none (the recorded phone, which is the default),\n"
+        "                         interval (frames begin a fixed number of vsyncs apart) or\n"
+        "                         shallow (at most one buffer waits)\n"
+        "  --open-loop            queue buffers at their recorded times, whatever the library "
+        "does;\n"
+        "                         nothing is compared then\n"
+        "  --realtime             the same against the machine's clock, which tells what hooks "
+        "cost\n"
+        "  --seed N               another order of what is due at one instant\n"
         "  --json FILE            also write the report for programs\n"
         "  --trace FILE           keep the library's own trace, which Perfetto opens\n"
         "  --help                 this text\n"
@@ -67,6 +79,32 @@ bool parseNumber(std::string_view text, T least, T most, T& value) {
 std::string parseRepeat(const std::string& text, int& repeat) {
     if (parseNumber(text, 1, kMaxRepeat, repeat)) return "";
     return "needs a number from 1 to " + std::to_string(kMaxRepeat) + ", not '" + text + "'";
+}
+
+std::string parseSeed(const std::string& text, std::optional<uint64_t>& seed) {
+    uint64_t value = 0;
+    if (!parseNumber<uint64_t>(text, 0, UINT64_MAX, value)) {
+        return "needs a whole number from 0 on, not '" + text + "'";
+    }
+    seed = value;
+    return "";
+}
+
+// "NAME[,NAME...]"; each policy once, in the order given.
+std::string parsePolicies(const std::string& text, std::vector<std::string>& policies) {
+    const auto& names = policyNames();
+    for (size_t begin = 0; begin <= text.size();) {
+        const size_t end = std::min(text.find(',', begin), text.size());
+        const std::string name = text.substr(begin, end - begin);
+        if (std::find(names.begin(), names.end(), name) == names.end()) {
+            return "knows none, interval and shallow, not '" + name + "'";
+        }
+        if (std::find(policies.begin(), policies.end(), name) == policies.end()) {
+            policies.push_back(name);
+        }
+        begin = end + 1;
+    }
+    return "";
 }
 
 std::string parseSeconds(const std::string& text, std::optional<int64_t>& timeNs) {
@@ -176,8 +214,13 @@ OptionsResult parseOptions(int argc, const char* const* argv) {
             {"--game", [&](const auto& value) { return parseGame(value, options.additions); }},
             {"--refresh-rate",
              [&](const auto& value) { return parseRates(value, options.additions.refreshRates); }},
+            {"--against", [&](const auto& value) { return parsePolicies(value, options.against); }},
+            {"--seed", [&](const auto& value) { return parseSeed(value, options.seed); }},
             {"--repeat", [&](const auto& value) { return parseRepeat(value, options.repeat); }},
     };
+    const std::map<std::string, bool*> flags = {{"--list", &options.list},
+                                                {"--open-loop", &options.openLoop},
+                                                {"--realtime", &options.realtime}};
     bool onlyFiles = false;
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
@@ -198,8 +241,8 @@ OptionsResult parseOptions(int argc, const char* const* argv) {
             options.help = true;
             return {std::move(options), {}};
         }
-        if (argument == "--list") {
-            options.list = true;
+        if (const auto flag = flags.find(argument); flag != flags.end()) {
+            *flag->second = true;
             continue;
         }
         const size_t equals = argument.find('=');
@@ -222,6 +265,16 @@ OptionsResult parseOptions(int argc, const char* const* argv) {
     if (part.toNs && *part.toNs <= part.fromNs.value_or(0)) {
         return {std::nullopt, "--to must be later than --from"};
     }
+    options.openLoop = options.openLoop || options.realtime;
+    if (options.openLoop && !options.against.empty()) {
+        return {std::nullopt,
+                "--against compares runs of the device model, which --open-loop and "
+                "--realtime do without"};
+    }
+    if (options.realtime && options.seed) {
+        return {std::nullopt, "--seed orders simulated time, which --realtime does without"};
+    }
+    if (options.against.empty()) options.against = {"none"};
     if (options.scenario.empty() && options.recording.empty()) {
         options.scenario = defaultScenario;
         options.isDefaultScenario = true;

@@ -3,8 +3,10 @@
 
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "replay/Recording.h"
 #include "replay/Scenario.h"
@@ -15,12 +17,16 @@ struct Options {
     std::string recording;  // empty: the scenario names one; "-": the standard input
     std::string scenario;   // empty: none
     bool isDefaultScenario = false;
-    int repeat = 0;      // 0: as the scenario says, else once
-    std::string json;    // empty: not written
-    std::string trace;   // empty: not kept
-    bool list = false;   // tell what the recording holds and play nothing
-    Selection part;      // of the recording
-    Scenario additions;  // what --game and --refresh-rate say
+    int repeat = 0;                // 0: as the scenario says, else once
+    std::string json;              // empty: not written
+    std::string trace;             // empty: not kept
+    bool list = false;             // tell what the recording holds and play nothing
+    Selection part;                // of the recording
+    Scenario additions;            // what --game and --refresh-rate say
+    bool openLoop = false;         // buffers at their recorded times; else on the device model
+    bool realtime = false;         // open loop, against the machine's clock; else in simulated time
+    std::optional<uint64_t> seed;  // of the order of what is due at one instant
+    std::vector<std::string> against;  // policies to compare with; empty: as recorded
     bool help = false;
 };
 

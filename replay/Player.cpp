@@ -20,8 +20,6 @@
 namespace corvane::replay {
 namespace {
 
-// All threads are ready and asleep before the first step is due.
-constexpr int64_t kLeadNs = 50'000'000;
 constexpr auto kProgressInterval = std::chrono::milliseconds(100);
 
 int64_t now() {
@@ -31,11 +29,7 @@ int64_t now() {
 }  // namespace
 
 Player::Player(const Recording& recording, Hooks& hooks, int repeat)
-      : mRecording(recording),
-        mHooks(hooks),
-        mRepeat(repeat),
-        mDepth(recording.layers.size()),
-        mLatched(recording.layers.size()) {
+      : Playback(recording, hooks, repeat), mDepth(recording.layers.size()) {
     for (size_t i = 0; i < recording.processes.size(); ++i) {
         mProducers.emplace_back();
         mProducers.back().process = i;
@@ -46,8 +40,6 @@ Player::Player(const Recording& recording, Hooks& hooks, int repeat)
         mProducers[recording.layers[step.layer].process].steps.push_back(i);
     }
     for (auto& producer : mProducers) prepare(producer);
-    // A trace does not tell the focus: it is taken to be where most frames come from.
-    mFocusedProcess = recording.busiestProcess();
 }
 
 void Player::prepare(Producer& producer) {
@@ -70,41 +62,33 @@ void Player::prepare(Producer& producer) {
     }
 }
 
-PlayResult Player::play(const std::function<void(int64_t, int64_t)>& progress) {
-    setPeriod(mRecording.vsyncPeriodNs);
+PlayResult Player::play(const Progress& progress) {
     for (size_t i = 0; i < mDepth.size(); ++i) mDepth[i] = mRecording.layers[i].initialDepth;
     mBusyProducers = mProducers.size();
-    mStartNs = now() + kLeadNs;
-    mOnStart(mStartNs);
+    begin();
 
     std::vector<std::thread> threads;
     try {
         for (auto& producer : mProducers) {
             threads.emplace_back([this, &producer] { runProducer(producer); });
         }
-        if (!mActions.empty()) threads.emplace_back([this] { runActions(); });
+        startScripts();
         threads.emplace_back([this] { runCompositor(); });
     } catch (const std::system_error&) {
         stop();
         for (auto& thread : threads) thread.join();
+        joinScripts();
         throw;
     }
     while (!mFinished) {
-        progress(std::max<int64_t>(0, sinceStart(now())), passNs() * mRepeat);
+        progress(std::max<int64_t>(0, sinceStart(now())), playedNs());
         std::this_thread::sleep_for(kProgressInterval);
     }
     for (auto& thread : threads) thread.join();
+    joinScripts();
 
-    PlayResult result;
-    result.startNs = mStartNs;
-    result.durationNs = std::max<int64_t>(0, sinceStart(mEndNs));
-    result.stopped = mStopped;
-    result.latches = std::move(mLatches);
+    PlayResult result = takeResult();
     result.missedLatches = mMissedLatches;
-    result.fences = mToldFences;
-    result.lateness = spreadOf(std::move(mVsyncLateness));
-    result.costs.merge(mCompositorCosts);
-    result.costs.merge(mActionCosts);
     for (auto& producer : mProducers) {
         result.costs.merge(producer.costs);
         result.droppedFrames += producer.dropped;
@@ -126,15 +110,8 @@ void Player::runCompositor() {
         playPass(mStartNs + pass * passNs());
     }
     if (!mStopped) drain(mStartNs + mRepeat * passNs());
-    flushFences();
-    mEndNs = now();
+    endCompositor();
     mFinished = true;
-}
-
-void Player::setPeriod(int64_t periodNs) {
-    if (periodNs == mPeriodNs) return;
-    mPeriodNs = periodNs;
-    mCompositorCosts.measure(Hook::kSetVsyncPeriod, [&] { mHooks.setVsyncPeriod(periodNs); });
 }
 
 // The display's switches that come up to this time of the pass.
@@ -182,7 +159,7 @@ void Player::drain(int64_t fromNs) {
         }
         return false;
     };
-    for (int64_t at = fromNs; !mStopped && (mBusyProducers > 0 || isLate()); at += mPeriodNs) {
+    for (int64_t at = fromNs; !mStopped && (mBusyProducers > 0 || isLate()); at += periodNs()) {
         vsync(at);
         latchLate(mRecording.steps.size(), fromNs);
     }
@@ -192,56 +169,15 @@ void Player::vsync(int64_t atNs) {
     flushFences();
     sleepUntil(atNs, mStopped);
     if (mStopped) return;
-    mVsyncLateness.push_back(now() - atNs);
-    mCompositorCosts.measure(Hook::kTrackVsyncSignal, [&] { mHooks.trackVsyncSignal(); });
+    signalVsync(now() - atNs);
 }
 
 int Player::latch(size_t layer, int count) {
     const int taken = std::min(count, mDepth[layer].load());
     if (taken == 0) return 0;
     const int pending = mDepth[layer].fetch_sub(taken) - taken;
-    mLatches.push_back({layer, sinceStart(now()), taken, pending});
-    const Layer& latched = mRecording.layers[layer];
-    mCompositorCosts.measure(Hook::kTrackBufferDecrement, [&] {
-        mHooks.trackBufferDecrement(latched, pending, latched.process == mFocusedProcess);
-    });
-    for (int i = 0; i < taken; ++i) {
-        ++mLatched[layer];
-        tellFences(layer);
-    }
+    latchBuffers(layer, taken, pending);
     return taken;
-}
-
-void Player::tellFences(size_t layer) {
-    const size_t frame = mLatched[layer];
-    for (const auto& mark : mFences) {
-        if (mark.layer != layer || frame < mark.first || frame > mark.last ||
-            (frame - mark.first) % mark.every != 0) {
-            continue;
-        }
-        const int fd = mHooks.createFence(mark.timeline);
-        if (fd < 0) continue;
-        ++mToldFences;
-        const Layer& latched = mRecording.layers[layer];
-        if (mark.immediate) {
-            mCompositorCosts.measure(Hook::kNotifyGpuFenceUnsignaled,
-                                     [&] { mHooks.notifyGpuFenceUnsignaled(fd, latched); });
-            close(fd);
-        } else {
-            mCompositorCosts.measure(Hook::kTrackLatchUnsignaledGpuFence,
-                                     [&] { mHooks.trackLatchUnsignaledGpuFence(fd, latched); });
-            mOpenFences.push_back(fd);
-        }
-    }
-}
-
-// Recorded descriptors stay open until they are flushed.
-void Player::flushFences() {
-    if (mOpenFences.empty()) return;
-    mCompositorCosts.measure(Hook::kFlushLatchUnsignaledGpuFences,
-                             [&] { mHooks.flushLatchUnsignaledGpuFences(); });
-    for (const int fd : mOpenFences) close(fd);
-    mOpenFences.clear();
 }
 
 void Player::latchLate(size_t stepOfVsync, int64_t passStartNs) {
@@ -301,20 +237,6 @@ void Player::runProducer(Producer& producer) {
         producer.frames.push_back({step.layer, sinceStart(callNs), sinceStart(callNs) + cost});
     }
     --mBusyProducers;
-}
-
-void Player::runActions() {
-    pthread_setname_np(pthread_self(), "scenario");
-    std::stable_sort(mActions.begin(), mActions.end(),
-                     [](const auto& a, const auto& b) { return a.atNs < b.atNs; });
-    const int64_t endNs = mStartNs + mRepeat * passNs();
-    for (const auto& action : mActions) {
-        const int64_t at = mStartNs + action.atNs;
-        if (at > endNs) break;  // never reached within the time that is played
-        sleepUntil(at, mStopped);
-        if (mStopped) break;
-        action.run(mActionCosts);
-    }
 }
 
 }  // namespace corvane::replay

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "replay/Application.h"
+#include "replay/Comparison.h"
 #include "replay/Findings.h"
 #include "replay/Player.h"
 #include "replay/Recording.h"
@@ -29,6 +30,8 @@ struct ReportSource {
     // What a reader of the report should know of the recording and the scenario, a sentence each;
     // may hold names that applications chose.
     std::vector<std::string> notes = {};
+    bool isRealtime = true;                  // else times are simulated, and hooks cost nothing
+    const Comparison* comparison = nullptr;  // null: the device model was not used
     std::string suggestion = {};  // the line to type next, which ends the report; empty: none
 };
 

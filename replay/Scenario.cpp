@@ -243,6 +243,34 @@ FenceMark fenceOf(const Node& node) {
     return mark;
 }
 
+LayerModel layerModelOf(const Node& node) {
+    constexpr int kMinBuffers = 2;  // one shown, one drawn
+    constexpr int kMaxBuffers = 64;
+    constexpr int kMaxMHz = 10'000;
+    LayerModel layer;
+    node.object({
+            {"layer", [&](const Node& n) { layer.layer = n.text(); }},
+            {"producer",
+             [&](const Node& n) {
+                 const std::string kind = n.text();
+                 if (kind == "vsync-driven") {
+                     layer.producer = model::ProducerKind::kVsyncDriven;
+                 } else if (kind == "free-running") {
+                     layer.producer = model::ProducerKind::kFreeRunning;
+                 } else {
+                     n.fail("must be vsync-driven or free-running");
+                 }
+             }},
+            {"buffers",
+             [&](const Node& n) { layer.buffers = n.integer(kMinBuffers, kMaxBuffers); }},
+            {"gpuShare", [&](const Node& n) { layer.gpuShare = n.number(1.0); }},
+            {"gpuBaseMHz", [&](const Node& n) { layer.gpuBaseMHz = n.integer(1, kMaxMHz); }},
+    });
+    node.require("layer");
+    if (layer.gpuShare) node.require("gpuBaseMHz");
+    return layer;
+}
+
 // One event, or with "count" and "everyMs" a row of the same.
 void addEvents(const Node& node, std::vector<ScenarioEvent>& events) {
     constexpr int kMaxCount = 100'000;
@@ -318,6 +346,12 @@ Scenario scenarioOf(const Node& root, const std::string& fileName) {
             {"fences",
              [&](const Node& n) {
                  n.array([&](const Node& mark) { scenario.fences.push_back(fenceOf(mark)); });
+             }},
+            {"layers",
+             [&](const Node& n) {
+                 n.array([&](const Node& layer) {
+                     scenario.layers.push_back(layerModelOf(layer));
+                 });
              }},
             {"refreshRate", [&](const Node& n) { scenario.refreshRates = ratesOf(n); }},
             {"application", [&](const Node& n) { scenario.application = n.text(); }},

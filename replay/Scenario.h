@@ -10,6 +10,7 @@
 #include <variant>
 #include <vector>
 
+#include "model/Workload.h"
 #include "replay/DisplayRate.h"
 #include "replay/ServiceCallback.h"
 
@@ -53,6 +54,16 @@ struct Game {
     std::vector<ServiceCallback> configuration;
 };
 
+// What the device model should know of a layer beside the recording.
+struct LayerModel {
+    std::string layer;  // part of the layer's name
+    std::optional<model::ProducerKind> producer;
+    std::optional<int> buffers;
+    // What a boost is worth: the GPU's share of a frame's work, and its frequency in the recording.
+    std::optional<double> gpuShare;
+    int gpuBaseMHz = 0;
+};
+
 struct Scenario {
     std::string description;
     std::string recording;  // path, from the scenario's own folder; empty when it names none
@@ -61,6 +72,7 @@ struct Scenario {
     std::vector<PropertyWrite> properties;  // written before the library starts
     std::vector<ScenarioEvent> events;
     std::vector<FenceMark> fences;
+    std::vector<LayerModel> layers;
     std::vector<Rate> refreshRates;  // of the display, in time's order; empty: the recording tells
     std::string application;  // part of the name of the layer that is touched; empty: the busiest
 };

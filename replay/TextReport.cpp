@@ -79,11 +79,17 @@ std::string recordingPart(const ReportSource& source) {
         text += line(plural(recording.skippedLayers, "layer") + " with the fewest frames left out");
     }
     const std::string times = source.repeat == 1 ? "once" : format("%d times", source.repeat);
-    text += line("played " + (played.stopped ? "until stopped" : times) + " in " +
-                 seconds(played.durationNs) + "; vsyncs late by " + cost(played.lateness.p50) +
-                 " p50, " + cost(played.lateness.p99) + " p99, " + cost(played.lateness.max) +
-                 " max");
-    if (played.droppedFrames > 0 || played.missedLatches > 0) {
+    std::string howPlayed = "played " + (played.stopped ? "until stopped" : times) + " in " +
+                            seconds(played.durationNs);
+    if (source.isRealtime) {
+        howPlayed += "; vsyncs late by " + cost(played.lateness.p50) + " p50, " +
+                     cost(played.lateness.p99) + " p99, " + cost(played.lateness.max) + " max";
+    } else {
+        howPlayed += source.comparison != nullptr ? " of simulated time, on the device model"
+                                                  : " of simulated time, at the recorded times";
+    }
+    text += line(howPlayed);
+    if (source.comparison == nullptr && (played.droppedFrames > 0 || played.missedLatches > 0)) {
         text += line(plural(played.droppedFrames, "frame") +
                      " not drawn while their producer was held; " +
                      plural(played.missedLatches, "buffer") + " not there at the recorded latch");
@@ -389,7 +395,24 @@ std::string servicePart(const ReportSource& source) {
            (rows.empty() ? "  none\n" : rows);
 }
 
+// Simulated time costs nothing: only the calls are worth telling.
+std::string hookCallsPart(const ReportSource& source) {
+    std::string calls;
+    const auto add = [&calls](const std::string& name, size_t count) {
+        if (count > 0) calls += (calls.empty() ? "" : ", ") + name + format(" %zux", count);
+    };
+    for (size_t i = 0; i < static_cast<size_t>(Hook::kCount); ++i) {
+        const auto hook = static_cast<Hook>(i);
+        add(hookName(hook), source.played.costs.spread(hook).count);
+    }
+    if (source.application) {
+        for (const auto& [name, spread] : source.application->hooks) add(name, spread.count);
+    }
+    return heading(source, "Hooks called") + wrapped(calls, kIndent, source.terminal.width);
+}
+
 std::string hooksPart(const ReportSource& source) {
+    if (!source.isRealtime) return hookCallsPart(source);
     TextTable table("lrrrr");
     table.add({"", "calls", "cost p50", "p99", "max"});
     for (size_t i = 0; i < static_cast<size_t>(Hook::kCount); ++i) {
@@ -428,7 +451,10 @@ std::string complaintsPart(const ReportSource& source) {
 std::string textReport(const ReportSource& source) {
     return recordingPart(source) + layersPart(source) + featuresPart(source) + fencesPart(source) +
            scenesPart(source) + applicationPart(source) + servicePart(source) + hooksPart(source) +
-           complaintsPart(source) + suggestionPart(source);
+           complaintsPart(source) +
+           (source.comparison != nullptr ? comparisonText(*source.comparison, source.terminal)
+                                         : "") +
+           suggestionPart(source);
 }
 
 }  // namespace corvane::replay

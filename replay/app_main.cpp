@@ -13,6 +13,7 @@
 #include <csignal>
 #include <cstdint>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -20,6 +21,7 @@
 #include "corvane/hooks.h"
 #include "corvane/host/Binder.h"
 #include "corvane/host/LogCapture.h"
+#include "corvane/host/Simulation.h"
 #include "replay/Application.h"
 #include "replay/HookCosts.h"
 #include "replay/Timeline.h"
@@ -89,7 +91,9 @@ class Application {
     AppResult run(int64_t startNs) {
         mStartNs = startNs;
         std::thread render([this] { renderThread(); });
-        mainThread();
+        std::thread main([this] { mainThread(); });
+        if (mPlan.simulatedFromNs) followTheClock();
+        main.join();
         render.join();
         mResult.powerBoosts = host::powerBoosts();
         mMainCosts.merge(mRenderCosts);
@@ -102,6 +106,16 @@ class Application {
     }
 
   private:
+    // The replay's clock tells, line by line, how far this process's may go.
+    void followTheClock() {
+        int64_t untilNs = 0;
+        while (std::cin >> untilNs) {
+            host::Simulation::advanceTo(untilNs);
+            std::cout << "reached" << std::endl;
+        }
+        sStopped.store(true);  // what was not reached is not played
+    }
+
     // Vsyncs, input and properties.
     void mainThread() {
         enterTimelineThread("main");
@@ -181,6 +195,8 @@ int run() {
     if (!std::getline(std::cin, line)) return 1;
     auto plan = appPlanFrom(line);
     if (!plan) return 1;
+    std::optional<host::Simulation> simulation;
+    if (plan->simulatedFromNs) simulation.emplace(*plan->simulatedFromNs);
     const host::LogCapture quiet;
     for (const auto& property : plan->properties) {
         android::base::SetProperty(property.name, property.value);

@@ -6,6 +6,7 @@
 #include <cutils/trace.h>
 #include <fcntl.h>
 #include <unistd.h>
+#include <utils/Timers.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -27,17 +28,21 @@
 #include "corvane/host/Devices.h"
 #include "corvane/host/LogCapture.h"
 #include "corvane/host/PerfService.h"
+#include "corvane/host/Simulation.h"
 #include "corvane/host/TraceCapture.h"
 #include "replay/AppProcess.h"
 #include "replay/Application.h"
+#include "replay/Comparison.h"
 #include "replay/Findings.h"
 #include "replay/InputFile.h"
 #include "replay/Interruption.h"
 #include "replay/LibraryHooks.h"
 #include "replay/ListReport.h"
+#include "replay/ModelPlayer.h"
 #include "replay/NeverOn.h"
 #include "replay/Options.h"
 #include "replay/OutputFile.h"
+#include "replay/Phone.h"
 #include "replay/Player.h"
 #include "replay/Recording.h"
 #include "replay/Report.h"
@@ -96,69 +101,9 @@ class TraceFile {
     int mFd = -1;
 };
 
-void deliver(const ServiceCallback& callback) {
-    host::PerfService::push(callback.hint, callback.package, callback.arg1, callback.arg2,
-                            callback.values);
-}
-
-void write(const PropertyWrite& property) {
-    if (!android::base::SetProperty(property.name, property.value)) {
-        throw Stop{kUnusable, "the scenario's property " + property.name + " cannot be set"};
-    }
-}
-
-// The phone around the library: what must stand before it starts.
-void setUpPhone(const Scenario& scenario) {
-    // The report is drawn from the debug log and the trace; a scenario may switch them off.
-    write({"vendor.perf.corvane.debug", "1"});
-    for (const auto& property : scenario.properties) write(property);
-    if (!host::PerfService::install()) {
-        throw Stop{kFailed, "the host's performance service cannot be loaded"};
-    }
-    for (const auto& game : scenario.games) {
-        host::PerfService::addGame(game.package, game.weight);
-    }
-    host::BoostDevice::enable();
-}
-
-std::vector<TimedAction> actionsOf(const Scenario& scenario) {
-    std::vector<TimedAction> actions;
-    for (const auto& event : scenario.events) {
-        const auto& what = event.what;
-        if (const auto* callback = std::get_if<ServiceCallback>(&what)) {
-            actions.push_back({event.atNs, [callback](HookCosts&) { deliver(*callback); }});
-        } else if (const auto* property = std::get_if<PropertyWrite>(&what)) {
-            actions.push_back({event.atNs, [property](HookCosts&) {
-                                   android::base::SetProperty(property->name, property->value);
-                               }});
-        } else if (std::holds_alternative<Unblock>(what)) {
-            actions.push_back({event.atNs, [](HookCosts& costs) {
-                                   costs.measure(Hook::kUnblockPendingBuffer,
-                                                 [] { corvaneUnblockPendingBuffer(); });
-                               }});
-        }
-    }
-    return actions;
-}
-
-size_t layerOf(const Recording& recording, const std::string& part) {
-    const auto layer = recording.findLayer(part);
-    if (!layer) throw Stop{kUnusable, "no layer of the recording is named like '" + part + "'"};
-    return *layer;
-}
-
-std::vector<UnsignaledFences> fencesOf(const Scenario& scenario, const Recording& recording) {
-    std::vector<UnsignaledFences> fences;
-    for (const auto& mark : scenario.fences) {
-        fences.push_back({layerOf(recording, mark.layer), mark.first, mark.last, mark.every,
-                          mark.timeline, mark.immediate});
-    }
-    return fences;
-}
-
 // The application that the scenario touches; null when it touches none.
 std::unique_ptr<AppProcess> startApplication(const Scenario& scenario, const Recording& recording,
-                                             const Player& player, int repeat) {
+                                             const Playback& player, int repeat) {
     const bool touched = std::any_of(scenario.events.begin(), scenario.events.end(),
                                      [](const ScenarioEvent& event) {
                                          return std::holds_alternative<Touch>(event.what);
@@ -172,8 +117,20 @@ std::unique_ptr<AppProcess> startApplication(const Scenario& scenario, const Rec
     }
     const auto program =
             std::filesystem::read_symlink("/proc/self/exe").parent_path() / "corvane-replay-app";
-    return std::make_unique<AppProcess>(program.string(), planOf(recording, layer, repeat,
-                                                                 player.passNs(), scenario));
+    AppPlan plan = planOf(recording, layer, repeat, player.passNs(), scenario);
+    if (host::Simulation::isOn()) plan.simulatedFromNs = host::Simulation::now();
+    return std::make_unique<AppProcess>(program.string(), plan);
+}
+
+// The application's clock follows this process's from step to step.
+std::vector<TimedAction> clockOf(AppProcess& application) {
+    std::vector<TimedAction> actions;
+    for (const int64_t atNs : application.times()) {
+        actions.push_back({atNs, [&application](HookCosts&) {
+                               application.advanceTo(systemTime(SYSTEM_TIME_MONOTONIC));
+                           }});
+    }
+    return actions;
 }
 
 // What a compositor asks the library for itself.
@@ -193,7 +150,7 @@ void endProgress() {
     if (isatty(STDERR_FILENO)) std::fprintf(stderr, "\r%*s\r", kProgressColumns, "");
 }
 
-PlayResult play(Player& player, AppProcess* application, Interruption& interruption) {
+PlayResult play(Playback& player, AppProcess* application, Interruption& interruption) {
     const auto end = [](Interruption* started) { started->end(); };  // thrown out of it, too
     const std::unique_ptr<Interruption, decltype(end)> guard(&interruption, end);
     interruption.setPlayer(&player);
@@ -262,6 +219,24 @@ int list(const std::string& file, const Recording& recording) {
     return kPlayed;
 }
 
+// The default order of what is due at one instant is the same for everyone; a seed draws another.
+host::Simulation::Options simulationOptions(const std::optional<uint64_t>& seed) {
+    host::Simulation::Options options;
+    if (seed) {
+        options.policy = host::Simulation::Policy::kRandom;
+        options.seed = *seed;
+    }
+    return options;
+}
+
+std::unique_ptr<Playback> makePlayer(const Recording& recording, Hooks& hooks, int repeat,
+                                     const Scenario& scenario,
+                                     const std::optional<Comparison>& comparison) {
+    if (!comparison) return std::make_unique<Player>(recording, hooks, repeat);
+    return std::make_unique<ModelPlayer>(recording, hooks, repeat, comparison->workload,
+                                         comparison->gpuShares, boostedLayer(scenario, recording));
+}
+
 // Returns the exit status.
 int run(const Options& options) {
     const Scenario scenario = loadScenario(options);
@@ -280,6 +255,8 @@ int run(const Options& options) {
     OutputFile jsonFile(options.json);
     OutputFile traceFile(options.trace);
     OutputFile textFile(kStandardStream);
+    std::optional<host::Simulation> simulation;
+    if (!options.realtime) simulation.emplace(simulationOptions(options.seed));
     const host::LogCapture log;
     TraceFile trace;
     setUpPhone(scenario);
@@ -291,15 +268,18 @@ int run(const Options& options) {
     }
 
     LibraryHooks hooks;
-    Player player(recording, hooks, repeat);
-    player.setActions(actionsOf(scenario));
-    player.setFences(fencesOf(scenario, recording));
-    const auto application = startApplication(scenario, recording, player, repeat);
+    std::optional<Comparison> comparison;
+    if (!options.openLoop) comparison = prepareComparison(recording, repeat, scenario.layers);
+    const auto player = makePlayer(recording, hooks, repeat, scenario, comparison);
+    player->addScript("scenario", actionsOf(scenario));
+    player->setFences(fencesOf(scenario, recording));
+    const auto application = startApplication(scenario, recording, *player, repeat);
     if (application) {
-        player.setOnStart([&](int64_t startNs) { application->begin(startNs); });
+        player->setOnStart([&](int64_t startNs) { application->begin(startNs); });
+        if (!options.realtime) player->addScript("application", clockOf(*application));
     }
     queryLibrary(startCosts);
-    PlayResult played = play(player, application.get(), interruption);
+    PlayResult played = play(*player, application.get(), interruption);
     queryLibrary(startCosts);
     played.costs.merge(startCosts);
 
@@ -311,7 +291,7 @@ int run(const Options& options) {
     if (application) source.application = application->result();
     source.terminal = terminalOf(textIsApart ? STDERR_FILENO : STDOUT_FILENO);
     source.notes = recording.notes;
-    for (auto& note : scenarioNotes(scenario, recording, player.passNs() * repeat)) {
+    for (auto& note : scenarioNotes(scenario, recording, player->passNs() * repeat)) {
         source.notes.push_back(std::move(note));
     }
     if (options.scenario.empty() && scenario.games.empty()) {
@@ -327,6 +307,14 @@ int run(const Options& options) {
     if (isRealTimeRefused()) {
         source.notes.emplace_back(
                 "real-time priority was refused, as to any user but root: times are less exact");
+    }
+    source.isRealtime = options.realtime;
+    if (comparison) {
+        comparison->library =
+                policyRun(*comparison, "library", static_cast<ModelPlayer&>(*player).takeRun());
+        comparison->library->serviceCalls = evidence.calls.size();
+        for (const std::string& policy : options.against) addPolicy(*comparison, policy);
+        source.comparison = &*comparison;
     }
     writeOutputs(source, evidence.trace, traceFile, jsonFile, textFile);
     return interruption.signal() == 0 ? kPlayed : kSignalled + interruption.signal();

@@ -253,7 +253,7 @@ TEST(Player, RunsActionsInTimesOrderUpToTheEnd) {
                            }});
     }
     Player player(recording, hooks, 1);
-    player.setActions(std::move(actions));
+    player.addScript("scenario", std::move(actions));
     const PlayResult played = player.play([](int64_t, int64_t) {});
     EXPECT_EQ(ran, (std::vector<int64_t>{10, 20, 30}));
     EXPECT_EQ(played.costs.spread(Hook::kUnblockPendingBuffer).count, 3U);

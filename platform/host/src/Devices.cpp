@@ -68,6 +68,7 @@ struct Devices {
     int boostIoctlErrno = 0;
     int boostOpens = 0;
     std::vector<BoostRequest> boostRequests;
+    std::function<void(const BoostRequest&)> boostListener;
 
     std::map<FileId, std::string> fenceNames;
     int syncInfoErrno = 0;
@@ -113,6 +114,7 @@ int boostIoctl(Devices& d, unsigned long request, const void* argument) {
     memcpy(&record, argument, sizeof(record));
     d.boostRequests.push_back({record.level, record.headroomNs, record.freqMHz,
                                systemTime(SYSTEM_TIME_MONOTONIC), static_cast<uint64_t>(gettid())});
+    if (d.boostListener) d.boostListener(d.boostRequests.back());
     d.requested.notify_all();
     return outcome(d.boostIoctlErrno);
 }
@@ -194,6 +196,10 @@ bool BoostDevice::waitForRequests(size_t count) {
     Devices& d = devices();
     std::unique_lock<std::mutex> lock(d.mutex);
     return d.requested.wait_for(lock, kWaitLimit, [&] { return d.boostRequests.size() >= count; });
+}
+
+void BoostDevice::setListener(std::function<void(const BoostRequest&)> listener) {
+    store(&Devices::boostListener, std::move(listener));
 }
 
 void BoostDevice::clear() {

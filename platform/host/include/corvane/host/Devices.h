@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,9 @@ class BoostDevice {
     static std::vector<BoostRequest> requests();
     // Blocks until that many requests have been made; false after ten seconds without.
     static bool waitForRequests(size_t count);
+    // Called for every request on the thread that makes it, with the device's lock held; null: no
+    // more.
+    static void setListener(std::function<void(const BoostRequest&)> listener);
     static void clear();
 };
 

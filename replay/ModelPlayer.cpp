@@ -1,0 +1,72 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "replay/ModelPlayer.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "replay/LibraryPolicy.h"
+#include "replay/Timeline.h"
+
+namespace corvane::replay {
+
+ModelPlayer::ModelPlayer(const Recording& recording, Hooks& hooks, int repeat,
+                         const model::Workload& workload, std::vector<model::GpuShare> gpuShares,
+                         size_t boostedLayer)
+      : Playback(recording, hooks, repeat),
+        mWorkload(workload),
+        mGpuShares(std::move(gpuShares)),
+        mBoostedLayer(boostedLayer) {}
+
+PlayResult ModelPlayer::play(const Progress& progress) {
+    begin();
+    startScripts();
+    sleepUntil(mStartNs);
+    runModel(progress);
+    endCompositor();
+    joinScripts();
+
+    PlayResult result = takeResult();
+    result.costs.merge(mProducerCosts);
+    result.frames = std::move(mFrames);
+    for (const model::ModelFrame& frame : mRun.frames) {
+        if (frame.superseded) ++result.droppedFrames;
+    }
+    return result;
+}
+
+void ModelPlayer::runModel(const Progress& progress) {
+    LibraryPolicy::Compositor compositor;
+    compositor.vsync = [&](int64_t nowNs) {
+        flushFences();
+        switchRate(nowNs);
+        signalVsync(0);
+        progress(nowNs, playedNs());
+    };
+    compositor.latched = [this](size_t layer, int waiting, int64_t /*nowNs*/) {
+        latchBuffers(layer, 1, waiting);
+    };
+    LibraryPolicy policy(mRecording, mHooks, mStartNs, mBoostedLayer, std::move(compositor),
+                         mStopped);
+    mRun = model::DeviceModel(mWorkload, policy, mGpuShares).run();
+    policy.finish();
+    mProducerCosts = policy.costs();
+    for (const LibraryPolicy::Call& call : policy.calls()) {
+        mFrames.push_back({call.layer, call.callNs, call.returnNs});
+    }
+    std::stable_sort(mFrames.begin(), mFrames.end(),
+                     [](const auto& a, const auto& b) { return a.callNs < b.callNs; });
+}
+
+// The display's period at this time of the pass.
+void ModelPlayer::switchRate(int64_t nowNs) {
+    const int64_t inPassNs = nowNs % passNs();
+    int64_t current = mRecording.vsyncPeriodNs;
+    for (const Rate& change : mRecording.rateChanges) {
+        if (change.atNs <= inPassNs) current = change.periodNs;
+    }
+    setPeriod(current);
+}
+
+}  // namespace corvane::replay
