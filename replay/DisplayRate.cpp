@@ -28,6 +28,10 @@ constexpr double kOfMultiple = 0.15;
 constexpr double kSupport = 0.02;
 constexpr size_t kLeastSupport = 2;
 constexpr double kFit = 0.8;
+// A base that no interval has itself takes more to show, and is no faster than displays are: 60 and
+// 90 Hz in turn have a base as well.
+constexpr size_t kLeastShowing = 3;
+constexpr int64_t kFastestPartNs = 6'000'000;
 // The error of a base grows with the multiple: larger ones say nothing.
 constexpr int64_t kMaxFactor = 8;
 
@@ -82,6 +86,28 @@ std::optional<int64_t> fitted(const std::vector<int64_t>& intervals, int64_t bas
         return std::nullopt;
     }
     return median(periods);
+}
+
+size_t supportOf(const std::vector<int64_t>& intervals, size_t least) {
+    const double share = kSupport * static_cast<double>(intervals.size());
+    return std::max(least, static_cast<size_t>(std::ceil(share)));
+}
+
+// A half or a third of an interval, if others show that this is their base: 22 and 33 ms are of
+// one of 11 ms, although no content wanted every vsync.
+std::optional<int64_t> commonPart(const std::vector<int64_t>& intervals, int64_t lengthNs) {
+    for (const int64_t parts : {2, 3}) {
+        const int64_t partNs = lengthNs / parts;
+        if (partNs < kFastestPartNs) break;
+        size_t showing = 0;
+        for (const int64_t length : intervals) {
+            if (length > kMaxFactor * partNs) break;
+            if (multipleOf(length, partNs) % parts != 0) ++showing;
+        }
+        if (showing < supportOf(intervals, kLeastShowing)) continue;
+        if (const auto base = fitted(intervals, partNs)) return base;
+    }
+    return std::nullopt;
 }
 
 std::vector<Interval> intervalsOf(const std::vector<std::vector<int64_t>>& signals) {
@@ -144,53 +170,62 @@ std::vector<Run> windowsOf(const std::vector<Interval>& intervals) {
 // stretch in which content that comes on demand as it does elsewhere would have needed it.
 bool isSlowerDisplay(const std::vector<Interval>& intervals, const Run& run, int64_t fastNs,
                      int64_t factor) {
-    constexpr double kMostInside = 0.01;  // late wake-ups
     constexpr double kByChance = 1e-6;
+    // Around a switch, a run may begin or end with intervals of its neighbour's.
+    constexpr double kCore = 0.7;
     if (run.periodNs > kSlowestDisplayNs) return false;
-    size_t inside = 0, outside = 0, othersOutside = 0;
+    size_t outside = 0, othersOutside = 0, core = 0, longestCore = 0;
     for (size_t i = 0; i < intervals.size(); ++i) {
-        const int64_t multiple = multipleOf(intervals[i].lengthNs, fastNs);
-        const bool needsFast = multiple % factor != 0;
-        const bool isInside = i >= run.first && i < run.first + run.count;
-        if (isInside) {
-            inside += needsFast ? 1 : 0;
-        } else {
+        const bool needsFast = multipleOf(intervals[i].lengthNs, fastNs) % factor != 0;
+        if (i < run.first || i >= run.first + run.count) {
             ++(needsFast ? outside : othersOutside);
+            continue;
         }
+        core = needsFast ? 0 : core + 1;
+        longestCore = std::max(longestCore, core);
     }
     if (outside == 0) return false;
-    const auto count = static_cast<double>(run.count);
+    const auto count = static_cast<double>(longestCore);
     const double share =
             static_cast<double>(outside) / static_cast<double>(outside + othersOutside);
-    return static_cast<double>(inside) <= kMostInside * count &&
+    return count >= kCore * static_cast<double>(run.count) &&
            (share >= 1.0 || count * std::log1p(-share) < std::log(kByChance));
 }
 
-// Joins neighbours of one rate, and stretches of slower content to the display's rate around them.
-// Returns whether anything was joined.
-bool joinOnce(const std::vector<Interval>& intervals, std::vector<Run>& runs) {
+// Joins neighbours as `period` tells: the period of both together, or nothing where they stay two.
+template <typename Period>
+void joinNeighbours(std::vector<Run>& runs, Period period) {
     std::vector<Run> joined;
     for (const Run& run : runs) {
-        if (joined.empty()) {
+        const auto common = joined.empty() ? std::nullopt : period(joined.back(), run);
+        if (common) {
+            joined.back().count += run.count;
+            joined.back().periodNs = *common;
+        } else {
             joined.push_back(run);
-            continue;
         }
-        Run& last = joined.back();
-        const Run& slow = last.periodNs > run.periodNs ? last : run;
-        const int64_t fastNs = std::min(last.periodNs, run.periodNs);
-        const int64_t factor = multipleOf(slow.periodNs, fastNs);
-        const bool same = isSame(last.periodNs, run.periodNs) ||
-                          (factor >= 2 && !isSlowerDisplay(intervals, slow, fastNs, factor));
-        if (!same) {
-            joined.push_back(run);
-            continue;
-        }
-        if (factor >= 2) last.periodNs = fastNs;
-        last.count += run.count;
     }
-    const bool any = joined.size() < runs.size();
     runs = std::move(joined);
-    return any;
+}
+
+// Joins what has one rate, and stretches of slower content to the display's rate around them.
+void joinRuns(const std::vector<Interval>& intervals, std::vector<Run>& runs) {
+    constexpr int kMaxRounds = 16;  // real recordings need two or three
+    using Joined = std::optional<int64_t>;
+    size_t before = 0;
+    for (int round = 0; round < kMaxRounds && runs.size() != before; ++round) {
+        before = runs.size();
+        joinNeighbours(runs, [](const Run& a, const Run& b) {
+            return isSame(a.periodNs, b.periodNs) ? Joined(a.periodNs) : std::nullopt;
+        });
+        joinNeighbours(runs, [&](const Run& a, const Run& b) -> Joined {
+            const Run& slow = a.periodNs > b.periodNs ? a : b;
+            const int64_t fastNs = std::min(a.periodNs, b.periodNs);
+            const int64_t factor = multipleOf(slow.periodNs, fastNs);
+            if (factor < 2 || isSlowerDisplay(intervals, slow, fastNs, factor)) return {};
+            return fastNs;
+        });
+    }
 }
 
 // A window may straddle the switch: moves it to where most intervals around are of their side's
@@ -218,11 +253,9 @@ void placeSwitch(const std::vector<Interval>& intervals, Run& before, Run& after
 
 // The rates that these signals show; none where they show no base.
 std::vector<Rate> ratesOfIntervals(const std::vector<std::vector<int64_t>>& signals) {
-    constexpr int kMaxRounds = 16;  // each joins neighbours; real recordings need two or three
     const std::vector<Interval> intervals = intervalsOf(signals);
     std::vector<Run> runs = windowsOf(intervals);
-    for (int i = 0; i < kMaxRounds && joinOnce(intervals, runs); ++i) {
-    }
+    joinRuns(intervals, runs);
     std::vector<Rate> rates;
     if (runs.size() <= 1) {
         auto base = baseOf(intervals, 0, intervals.size());
@@ -235,6 +268,8 @@ std::vector<Rate> ratesOfIntervals(const std::vector<std::vector<int64_t>>& sign
     }
     for (size_t i = 1; i < runs.size(); ++i) placeSwitch(intervals, runs[i - 1], runs[i]);
     for (const Run& run : runs) {
+        // What is left of a window that straddled a switch.
+        if (run.count < kLeastInWindow && !rates.empty()) continue;
         const int64_t atNs = rates.empty() ? 0 : intervals[run.first - 1].endNs;
         rates.push_back({atNs, periodOf(intervals, run)});
     }
@@ -296,16 +331,14 @@ std::string cautionOf(const std::vector<Rate>& rates) {
 
 std::optional<int64_t> commonBase(std::vector<int64_t> intervals) {
     std::sort(intervals.begin(), intervals.end());
-    const auto supported =
-            std::max(kLeastSupport, static_cast<size_t>(std::ceil(
-                                            kSupport * static_cast<double>(intervals.size()))));
+    const size_t supported = supportOf(intervals, kLeastSupport);
     for (auto first = intervals.begin(); first != intervals.end();) {
         const auto limit = static_cast<int64_t>(static_cast<double>(*first) * (1.0 + kSame));
         const auto end = std::upper_bound(first, intervals.end(), limit);
-        const auto count = static_cast<size_t>(end - first);
-        if (*first > 0 && count >= supported) {
-            const auto base = fitted(intervals, *(first + (end - first) / 2));
-            if (base) return base;
+        const int64_t middle = *(first + (end - first) / 2);
+        if (middle > 0 && static_cast<size_t>(end - first) >= supported) {
+            if (const auto part = commonPart(intervals, middle)) return part;
+            if (const auto base = fitted(intervals, middle)) return base;
         }
         first = end;
     }

@@ -75,9 +75,11 @@ std::vector<std::string> scenarioNotes(const Scenario& scenario, const Recording
         firstNs = std::min(firstNs, event.atNs);
     }
     if (late > 0) {
-        notes.push_back(format("%zu of %s never happen, the first at ", late,
+        notes.push_back(format("%zu of the scenario's %s", late,
                                plural(scenario.events.size(), "event").c_str()) +
-                        seconds(firstNs) + ": all is played after " + seconds(totalNs));
+                        (late == 1 ? " comes" : " come") + " after the end at " + seconds(totalNs) +
+                        " and never " + (late == 1 ? "happens" : "happen") + "; the first at " +
+                        seconds(firstNs));
     }
     return notes;
 }

@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <set>
 #include <string>
 #include <utility>
 #include <variant>
@@ -20,6 +19,17 @@ OptionsResult parse(std::vector<const char*> arguments) {
     return parseOptions(static_cast<int>(arguments.size()), arguments.data());
 }
 
+std::string textOf(const std::vector<ServiceCallback>& callbacks) {
+    std::string text;
+    for (const auto& callback : callbacks) {
+        text += callback.package + " " + std::to_string(callback.hint) + ": " +
+                std::to_string(callback.arg1);
+        for (const int value : callback.values) text += " " + std::to_string(value);
+        text += "; ";
+    }
+    return text;
+}
+
 TEST(Options, AreTakenInEitherForm) {
     const auto result = parse({"--repeat", "3", "--json=out.json", "a.txt", "--trace", "t",
                                "--config", "c.json", "--default-config", "d.json"});
@@ -32,6 +42,23 @@ TEST(Options, AreTakenInEitherForm) {
     EXPECT_EQ(parse({"--default-config", "d.json"}).options.value().scenario, "d.json");
     EXPECT_EQ(parse({"--default-config", "d.json", "a.txt"}).options.value().scenario, "")
             << "the default serves only when nothing is named";
+    const Options options =
+            parse({"-", "--game", "com.a:headroom=80,target=30,rescue=1", "--game=com.b", "--list",
+                   "--from", "1.5", "--to=2", "--layer", "x", "--refresh-rate", "60,120@1.5"})
+                    .options.value();
+    EXPECT_EQ(options.recording, "-");
+    ASSERT_EQ(options.additions.games.size(), 2U);
+    EXPECT_EQ(textOf(options.additions.games[0].configuration),
+              "com.a 4187: 0 0 80 1 80; com.a 4171: 3000; "
+              "com.a:jank=1.3;1.6;1.9_baseFreq=500;800;3000 4189: 0 1; ");
+    EXPECT_EQ(options.additions.properties.size(), 2U);
+    EXPECT_TRUE(options.list);
+    EXPECT_EQ(options.part.fromNs, 1'500'000'000);
+    EXPECT_EQ(options.part.toNs, 2'000'000'000);
+    EXPECT_EQ(options.part.layer, "x");
+    ASSERT_EQ(options.additions.refreshRates.size(), 2U);
+    EXPECT_EQ(options.additions.refreshRates[1].atNs, 1'500'000'000);
+    EXPECT_EQ(options.additions.refreshRates[1].periodNs, 8'333'333);
     EXPECT_EQ(parse({"--", "--odd"}).options.value().recording, "--odd");
     EXPECT_TRUE(parse({"--nonsense-after", "--help"}).error.size() > 0);
     EXPECT_TRUE(parse({"--help", "--nonsense"}).options.value().help);
@@ -51,6 +78,16 @@ TEST(Options, WrongOnesGetOneClearLine) {
                                              {{"a.txt", "--repeat", "1001"}, "'1001'"},
                                              {{"a.txt", "--repeat", "99999999999999999999"},
                                               "--repeat"},
+                                             {{"a.txt", "--game", ":headroom=80"}, "--game"},
+                                             {{"a.txt", "--game", "b:x=1"}, "'x=1'"},
+                                             {{"a.txt", "--game", "b:headroom=nan"},
+                                              "headroom=nan"},
+                                             {{"a.txt", "--game", "b:"}, "''"},
+                                             {{"a.txt", "--from", "-1"}, "'-1'"},
+                                             {{"a.txt", "--from", "2", "--to", "2"}, "--to"},
+                                             {{"a.txt", "--refresh-rate", "5"}, "'5'"},
+                                             {{"a.txt", "--refresh-rate", "60,90"}, "60,90"},
+                                             {{"a.txt", "--refresh-rate", "60@1"}, "60@1"},
                                              {{""}, "empty"}}) {
         const auto result = parse(arguments);
         EXPECT_FALSE(result.options);
@@ -74,6 +111,7 @@ TEST(Scenario, IsReadWhole) {
             {"atMs": 5, "touch": "move", "count": 3, "everyMs": 8}
         ],
         "application": "a.b",
+        "refreshRate": [{"atMs": 0, "hz": 120}, {"atMs": 500, "hz": 60}],
         "fences": [{"layer": "a.b", "first": 3, "every": 2, "timeline": "t", "immediate": true}]
         })",
                                       "folder/scenario.json");
@@ -83,15 +121,19 @@ TEST(Scenario, IsReadWhole) {
     EXPECT_EQ(scenario.repeat, 2);
     ASSERT_EQ(scenario.games.size(), 1U);
     EXPECT_EQ(scenario.games[0].weight, 3);
-    std::set<std::string> configuration;  // its order does not matter
-    for (const auto& callback : scenario.games[0].configuration) {
-        std::string text = callback.package + " " + std::to_string(callback.hint) + ": " +
-                           std::to_string(callback.arg1);
-        for (const int value : callback.values) text += " " + std::to_string(value);
-        configuration.insert(text);
-    }
-    EXPECT_EQ(configuration, (std::set<std::string>{"a.b 4171: 5994", "a.b 4187: 0 0 80 1 125",
-                                                    "a.b:golden=0.8 4189: 0 2"}));
+    EXPECT_EQ(textOf(scenario.games[0].configuration),
+              "a.b:golden=0.8 4189: 0 2; a.b 4187: 0 0 80 1 125; a.b 4171: 5994; ")
+            << "one of a kind, so that the order does not matter";
+    ASSERT_EQ(scenario.refreshRates.size(), 2U);
+    EXPECT_EQ(scenario.refreshRates[1].periodNs, 16'666'666);
+    Scenario additions;
+    additions.games = {{"a.b", 1, {targetFpsCallback("a.b", 30)}}, {"c", 1, {}}};
+    additions.refreshRates = {{0, 1}};
+    Scenario both = scenario;
+    add(both, additions);
+    EXPECT_EQ(both.games.size(), 2U);
+    EXPECT_EQ(both.games[0].configuration.size(), 4U);
+    EXPECT_EQ(both.refreshRates.size(), 1U);
     ASSERT_EQ(scenario.events.size(), 6U);
     EXPECT_EQ(scenario.events[0].atNs, 1'500'000);
     EXPECT_EQ(std::get<ServiceCallback>(scenario.events[0].what).arg2, -1);
@@ -127,6 +169,10 @@ TEST(Scenario, MistakesNameTheKeyAndItsPlace) {
              "games[0].headroomRates.upTo60Hz: ", "a number"},
             {"{\"games\": [{\"package\": \"a\", \"frameRescue\": {}}]}",
              "games[0].frameRescue: ", "'tunables'"},
+            {"{\"refreshRate\": 5}", "refreshRate: ", "at least 10"},
+            {"{\"refreshRate\": [{\"hz\": 60}, {\"hz\": 90}]}", "refreshRate[1]: ", "later"},
+            {"{\"refreshRate\": [{\"atMs\": 0}]}", "refreshRate[0]: ", "'hz'"},
+            {"{\"games\": [[]]}", "games[0]: ", "an object"},
             {"{\"repeat\": 0}", "repeat: ", "from 1 to 1000"},
             {"{\"properties\": [{\"name\": \"p\"}]}", "properties[0]: ", "'value'"},
             {"{\"events\": [{\"atMs\": 1}]}", "events[0]: ", "exactly one"},

@@ -213,6 +213,28 @@ TEST(Player, AHeldBufferIsLatchedAtAVsyncAfterItsReleaseBeyondTheEndToo) {
     EXPECT_GT(played.frames[0].returnNs - played.frames[0].callNs, kPeriodNs);
 }
 
+TEST(Player, TellsEachPassTheDisplaysRatesWhenTheyChange) {
+    Recording recording = RecordingOf(4).layer(1).queue(2).latch(8).latch(28).get();
+    recording.layers[0].initialDepth = 1;
+    recording.rateChanges = {{10 * kMs, 5}, {25 * kMs, kPeriodNs}};
+    FakeHooks hooks;
+    Player player(recording, hooks, 2);
+    const PlayResult played = player.play([](int64_t, int64_t) {});
+    std::string sequence;
+    for (const auto& call : hooks.calls("")) {
+        if (call.what[0] != 'q') sequence += call.what + "; ";
+    }
+    const std::string pass = "vsync; latch 1/1 focused; period 5; vsync; vsync; period 10000000; ";
+    EXPECT_EQ(sequence.substr(0, 21 + pass.size()).substr(0), "period 10000000; " + pass + "latc");
+    const auto periods = hooks.calls("period");
+    ASSERT_EQ(periods.size(), 5U) << "the second pass begins as the first ends";
+    for (size_t i = 1; i < periods.size(); ++i) {
+        const int64_t due = static_cast<int64_t>((i - 1) / 2) * player.passNs() +
+                            recording.rateChanges[(i - 1) % 2].atNs;
+        EXPECT_GE(periods[i].timeNs - played.startNs, due);
+    }
+}
+
 TEST(Player, AProducerThatIsHeldDropsWhatItCouldNotDraw) {
     RecordingOf builder(12);
     builder.layer(1);

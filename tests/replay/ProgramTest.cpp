@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "TraceText.h"
+#include "replay/TextTable.h"
 
 namespace corvane::replay {
 namespace {
@@ -108,6 +109,16 @@ TEST_F(Program, EndsWithOneSentenceWhenTheInputIsNotUsable) {
             {write("empty.txt", ""), "not a trace"},
             {write("rubbish.txt", std::string("\0\xff[1] \n", 7)), "not a trace"},
             {write("no-layers.txt", noLayers.str()), "no layers"},
+            {"/dev/zero", "no text"},
+            {good + " --config /dev/zero", "larger than 16 MB"},
+            {"\"" + write("a.zip", "PK\x03\x04...") + "\"", "unzip -p"},
+            {write("z.txt", "capturing trace... done\nTRACE:\n\x78\x9c..."), "zlib.decompress"},
+            {write("p.pftrace", std::string("\x0a\x04\x40\x00\x50\x01", 6)),
+             "holds nothing of a compositor"},
+            {write("u.txt", "\xff\xfe#"), "iconv"},
+            {write("cut.gz", "\x1f\x8b\x08"), "damaged"},
+            {good + " --layer nix", "'nix'; there are: a/b#7"},
+            {good + " --from 7 --list", "0.03 s long"},
             {"--frobnicate", "--frobnicate"},
             {"", "no recording"},
             {good + " --config " + write("bad.json", "{\"gmaes\": []}"), "gmaes"},
@@ -138,6 +149,50 @@ TEST_F(Program, EndsWithOneSentenceWhenTheInputIsNotUsable) {
     EXPECT_EQ(read("good.txt"), usable.str());
     EXPECT_EQ(read("empty.json"), "{}");
     EXPECT_FALSE(std::filesystem::exists(path("new"))) << "refused before anything is written";
+}
+
+// The same recording however it comes in; and what it holds is told without playing.
+TEST_F(Program, ListsARecordingPackedOrPipedOrWithOtherLineEnds) {
+    TraceText text;
+    text.vsyncs(0, 16.667, 100).counter(1.0, "SurfaceView[com.a/com.a.X]#7", 1);
+    const std::string file = write("r.txt", text.str());
+    const Outcome listed = run("--list " + file);
+    EXPECT_EQ(listed.status, 0);
+    for (const char* part :
+         {"60.0 Hz, told by the intervals of VSYNC-sf", "com.a", "a layer's buffers",
+          "SurfaceView[com.a/com.a.X]#7", "the vsyncs that are played"}) {
+        EXPECT_NE(listed.output.find(part), std::string::npos) << listed.output;
+    }
+    const auto behindName = [](const std::string& output) {
+        return output.substr(output.find('\n'));
+    };
+    for (const char* command :
+         {"gzip -c %s > %s.2; ", "cp %s %s.2; ", "sed 's/$/\r/' %s > %s.2; "}) {
+        const Outcome other =
+                run("--list - < " + file + ".2", format(command, file.c_str(), file.c_str()));
+        EXPECT_EQ(behindName(other.output), behindName(listed.output)) << command;
+    }
+}
+
+TEST_F(Program, PlaysAGameOfTheCommandLineOrNamesTheLineToType) {
+    const std::string scenario = touched();
+    const std::string file = path("r.txt");
+    const Outcome plain = run(file);
+    EXPECT_NE(plain.output.find("./corvane replay " + file + " --game com.a:headroom=80,rescue=1"),
+              std::string::npos)
+            << plain.output;
+    const Outcome game =
+            run("--default-config " + scenario +
+                " --repeat 4 --game com.a:headroom=80 --refresh-rate 100,50@0.1 --json " +
+                path("out.json"));
+    EXPECT_EQ(game.status, 0) << game.output;
+    Json::Value report;
+    std::ifstream(path("out.json")) >> report;
+    EXPECT_EQ(report["recording"]["rateSource"].asString(), "--refresh-rate");
+    EXPECT_EQ(report["recording"]["rateChanges"][0]["vsyncPeriodNs"].asInt(), 20'000'000);
+    EXPECT_TRUE(report["layers"][0]["game"].asBool());
+    EXPECT_TRUE(report["suggestion"].isNull());
+    EXPECT_TRUE(report["application"].isNull()) << "of the default, only the recording is left";
 }
 
 TEST_F(Program, TellsWhichOutputCannotBeWritten) {

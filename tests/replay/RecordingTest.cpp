@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -15,7 +16,9 @@
 #include <vector>
 
 #include "TraceText.h"
+#include "replay/DisplayRate.h"
 #include "replay/Recording.h"
+#include "replay/ScenarioNotes.h"
 #include "replay/TextTable.h"
 
 namespace corvane::replay {
@@ -289,6 +292,48 @@ TEST(Recording, TheRateIsToldByWhatKnowsItBest) {
     }
 }
 
+// Displays that switch, and content that comes on demand on displays that do not, with threads that
+// wake up late.
+TEST(Recording, RatesAreFoundInRandomRecordings) {
+    std::mt19937 random(11);
+    const auto drawn = [&](int least, int most) {
+        return std::uniform_int_distribution<int>(least, most)(random);
+    };
+    constexpr int kRates[] = {60, 90, 120, 144};
+    constexpr int64_t kFewVsyncsNs = 50'000'000;
+    for (int round = 0; round < 300; ++round) {
+        SCOPED_TRACE(round);
+        RateEvidence evidence;
+        evidence.signals = {"v"};
+        evidence.vsyncs.resize(1);
+        std::vector<Rate> expected;
+        const bool onDemand = round % 2 == 0;
+        double atNs = 0.0;
+        for (int stretch = onDemand ? 1 : drawn(1, 4); stretch > 0; --stretch) {
+            const int hz = kRates[drawn(0, 3)];
+            const double periodNs = 1e9 / hz;
+            if (expected.empty() || expected.back().periodNs != static_cast<int64_t>(periodNs)) {
+                expected.push_back({static_cast<int64_t>(atNs), static_cast<int64_t>(periodNs)});
+            }
+            const int often = drawn(1, 3);  // what the content mostly wants
+            const double endNs = atNs + drawn(1'200, 4'000) * (onDemand ? 2e6 : 1e6);
+            while (atNs < endNs) {
+                const double lateNs =
+                        drawn(0, 99) == 0 ? drawn(0, 3'000) * 1e3 : drawn(0, 300) * 1e3;
+                evidence.vsyncs[0].push_back(static_cast<int64_t>(atNs + lateNs));
+                atNs += periodNs * (!onDemand ? 1 : drawn(0, 4) > 0 ? often : drawn(1, 5));
+            }
+        }
+        const RateFindings found = displayRate(evidence);
+        ASSERT_EQ(found.rates.size(), expected.size());
+        for (size_t i = 0; i < expected.size(); ++i) {
+            const auto [atWanted, periodWanted] = expected[i];
+            EXPECT_LE(std::abs(found.rates[i].periodNs - periodWanted), periodWanted / 100);
+            EXPECT_LE(std::abs(found.rates[i].atNs - atWanted), kFewVsyncsNs);
+        }
+    }
+}
+
 TEST(Recording, WhereNothingIsCommonTheMedianInterval) {
     TraceText text;
     text.counter(0.0, "VSYNC-app", 1).counter(8.0, "VSYNC-app", 0).counter(9.0, "VSYNC-app", 0);
@@ -310,6 +355,77 @@ TEST(Recording, WhereNothingIsCommonTheMedianInterval) {
     EXPECT_EQ(recording.vsyncs, 60U);
     EXPECT_NEAR(static_cast<double>(recording.vsyncPeriodNs), 16.667e6, 2e4);
     EXPECT_NE(recording.rateSource.find("expected"), std::string::npos) << recording.rateSource;
+}
+
+// Two parts hold the whole's steps, and the second begins where the first ends.
+TEST(Recording, PartsJoinToTheWhole) {
+    std::mt19937 random(5);
+    TraceText text;
+    text.vsyncs(0, 10.0, 200);
+    int depth[3] = {};
+    for (int ms = 1; ms < 1'990; ++ms) {
+        const size_t layer = random() % 3;
+        const bool latch = depth[layer] > 0 && (depth[layer] == 3 || random() % 2 == 0);
+        depth[layer] += latch ? -1 : 1;
+        text.counter(ms + 0.5, "a.b/c#" + std::to_string(layer + 1), depth[layer]);
+    }
+    const Recording whole = parse(text.str());
+    for (const double ms : {25.0, 555.0, 1'000.0, 1'960.0}) {
+        const auto atNs = static_cast<int64_t>(ms * 1e6);
+        Recording first = whole, second = whole;
+        EXPECT_EQ(select(first, {{}, atNs, ""}), "");
+        EXPECT_EQ(select(second, {atNs + 1, {}, "#"}), "");
+        EXPECT_EQ(first.steps.size() + second.steps.size(), whole.steps.size());
+        EXPECT_EQ(first.frames + second.frames, whole.frames);
+        EXPECT_EQ(first.vsyncs + second.vsyncs, whole.vsyncs);
+        EXPECT_EQ(second.steps.front().timeNs, 0);
+        EXPECT_EQ(second.steps.back().timeNs, second.durationNs);
+        for (const Layer& layer : second.layers) {
+            const Layer& before = first.layers[*first.findLayer(layer.name)];
+            EXPECT_EQ(layer.initialDepth, before.finalDepth) << layer.name;
+        }
+    }
+    Recording one = whole;
+    EXPECT_EQ(select(one, {{}, {}, "c#2"}), "");
+    ASSERT_EQ(one.layers.size(), 1U);
+    EXPECT_EQ(one.processes.size(), 1U);
+    EXPECT_EQ(one.frames, whole.layers[*whole.findLayer("c#2")].frames);
+    EXPECT_EQ(one.vsyncs, whole.vsyncs);
+    EXPECT_NE(select(one, {{}, {}, "c#1"}).find("'c#1'; there are: a.b/c#2"), std::string::npos);
+    EXPECT_NE(select(one, {5'000'000'000, {}, ""}).find("1.99 s long"), std::string::npos);
+}
+
+TEST(Recording, SaysWhatAScenarioCannotShow) {
+    TraceText text;
+    text.vsyncs(0, 10.0, 4).counter(1.0, "com.a/com.a.X#7", 1).counter(1.0, "#9", 1);
+    text.counter(1.0, "SurfaceView - com.b/com.b.Y#8", 1).counter(1.0, "StatusBar#0", 1);
+    text.counter(2.0, "StatusBar#0", 2);
+    const Recording recording = parse("CPU:2 [LOST 40 EVENTS]\n" + text.str());
+    ASSERT_EQ(recording.notes.size(), 2U);
+    EXPECT_NE(recording.notes[0].find("lost 40 events"), std::string::npos);
+    EXPECT_NE(recording.notes[1].find("1 layer without a name left out (#9)"), std::string::npos);
+
+    Scenario scenario;
+    for (const char* package : {"com.a", "com.b", "com.c", "StatusBar"}) {
+        scenario.games.push_back({package, 1, {}});
+    }
+    scenario.events = {{5, frameRescueCallback("com.d", 1, "")}, {90'000'000, Unblock{}}};
+    std::string notes;
+    for (const auto& note : scenarioNotes(scenario, recording, 80'000'000)) notes += note + "\n";
+    EXPECT_EQ(notes,
+              "no layer belongs to the package StatusBar: the library takes the layer StatusBar#0 "
+              "for none's\n"
+              "no layer belongs to the package com.b: the library takes the layer SurfaceView - "
+              "com.b/com.b.Y#8 for one of 'SurfaceView - com.b', by its rule for names; say that\n"
+              "no layer belongs to the package com.c; the recording's are SurfaceView - com.b, "
+              "com.a\n"
+              "no layer belongs to the package com.d; the recording's are SurfaceView - com.b, "
+              "com.a\n"
+              "1 of the scenario's 2 events comes after the end at 0.08 s and never happens; the "
+              "first at 0.09 s\n");
+    EXPECT_EQ(gameSuggestion(recording, "my trace.txt"),
+              "./corvane replay 'my trace.txt' --game "
+              "'SurfaceView - com.b:headroom=80,rescue=1'");
 }
 
 TEST(Recording, KeepsTheBusiestLayersOfTooMany) {
