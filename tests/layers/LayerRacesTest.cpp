@@ -42,9 +42,8 @@ TEST(LayerRacesTest, NoConfigurationIsLost) {
         ASSERT_EQ(manager.getLayer(id), nullptr);
         // The next buffer promotes the first layer there is.
         std::thread producer(queue);
-        std::thread tunables([&] {
-            features.setCallbackHintValue(4189, package + ":golden=0.8", 0, 0, {1});
-        });
+        std::thread tunables(
+                [&] { features.setCallbackHintValue(4189, package + ":golden=0.8", 0, 0, {1}); });
         const auto switchActivity = [&](int state) {
             features.setCallbackHintValue(4192, "", 2, state, {});
         };
