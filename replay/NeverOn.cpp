@@ -181,7 +181,7 @@ std::string reasonOfFrames(const Wish& wish, const Layers& layers, const Finding
     }
     if (!ofDisplay && !findings.displayHz.empty()) {
         return "features come on at the display's rate, " +
-               format("%.1f Hz, and its FPS mode was ", findings.displayHz.back()) + modes;
+               format("%.1f Hz, and its mode was ", findings.displayHz.back()) + modes;
     }
     if (wish.kind == FeatureKind::kTargetFps && fastest <= wish.targetFps) {
         return format("its FPS never rose above the target (%.1f at most)", fastest);

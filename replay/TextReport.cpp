@@ -328,7 +328,7 @@ const char* meaningOf(const host::PerfCall& call) {
             {{"perf_event", 4099}, "application resumes"},
             {{"perf_event", 4186}, "frame rescue"},
             {{"perf_event", kSceneEvent}, "scene report"},
-            {{"perf_event", kModeEvent}, "FPS mode"},
+            {{"perf_event", kModeEvent}, "mode"},
             {{"perf_get_feedback", 5633}, "is it a game"},
             {{"perf_get_feedback_extn", 5633}, "game weight"},
             {{"perf_hint", 5633}, "game weight"},

@@ -199,7 +199,7 @@ TEST_F(FindingsTest, TellsWhyAConfiguredFeatureNeverCameOn) {
             {kRescue, {promoted, "Invalid GFR tunables: jank=9"}, 2, "tunables: jank=9\""},
             {kHeadroom, {promoted}, 2, "less than one window"},
             {kHeadroom, {promoted, window}, 2, "never steady enough for a mode (30.0 to 30.0 in 1"},
-            {kHeadroom, {promoted, display, window, mode30}, 2, "60.0 Hz, and its FPS mode was 30"},
+            {kHeadroom, {promoted, display, window, mode30}, 2, "60.0 Hz, and its mode was 30"},
             {kHeadroom, {promoted, display, window, mode60}, 2, "its rates have none"},
             {kHeadroom,
              {promoted, display, window, mode60, "Layer 6 set headroom: 9"},
