@@ -45,14 +45,12 @@
 #include "replay/Phone.h"
 #include "replay/Player.h"
 #include "replay/Recording.h"
-#include "replay/ReplayTrace.h"
 #include "replay/Report.h"
 #include "replay/Scenario.h"
 #include "replay/ScenarioNotes.h"
 #include "replay/Stop.h"
 #include "replay/Terminal.h"
 #include "replay/Timeline.h"
-#include "replay/TraceFileWriter.h"
 
 namespace corvane::replay {
 namespace {
@@ -162,31 +160,18 @@ PlayResult play(Playback& player, AppProcess* application, Interruption& interru
     return played;
 }
 
-// Null for an empty path. A file whose name does not tell its format is text.
-std::unique_ptr<TraceFileWriter> openTrace(const std::string& path) {
-    if (path.empty()) return nullptr;
-    return std::make_unique<TraceFileWriter>(path, formatOfName(path).value_or(TraceFormat::kText));
-}
-
 // Every output is tried, whatever became of the ones before.
-void writeOutputs(const ReportSource& source, const std::string& trace, TraceFileWriter* traceFile,
-                  bool textIsApart, OutputFile& jsonFile, OutputFile& textFile) {
+void writeOutputs(const ReportSource& source, const std::string& trace, OutputFile& traceFile,
+                  OutputFile& jsonFile, OutputFile& textFile) {
     std::string failures;
-    const auto note = [&](const std::string& failure) {
+    const auto finish = [&](OutputFile& file, std::string_view text) {
+        const std::string failure = file.finish(text);
         if (!failure.empty()) failures += (failures.empty() ? "" : "; ") + failure;
     };
-    const auto finish = [&](OutputFile& file, std::string_view text) { note(file.finish(text)); };
-    if (traceFile != nullptr) {
-        try {
-            traceFile->write(replayEvents(source, trace), replayTracks(source, trace));
-            traceFile->finish();
-        } catch (const Stop& stop) {
-            note(stop.sentence);
-        }
-    }
+    if (traceFile.isOpen()) finish(traceFile, trace);
     if (jsonFile.isOpen()) finish(jsonFile, jsonReport(source));
     // A document for a program takes standard output whole.
-    if (textIsApart) {
+    if (traceFile.isStandardOutput() || jsonFile.isStandardOutput()) {
         std::fputs(textReport(source).c_str(), stderr);
     } else {
         finish(textFile, textReport(source));
@@ -268,7 +253,7 @@ int run(const Options& options) {
                   {options.json, options.trace, textIsApart ? "" : kStandardStream});
     Interruption interruption;
     OutputFile jsonFile(options.json);
-    const auto traceFile = openTrace(options.trace);
+    OutputFile traceFile(options.trace);
     OutputFile textFile(kStandardStream);
     std::optional<host::Simulation> simulation;
     if (!options.realtime) simulation.emplace(simulationOptions(options.seed));
@@ -331,7 +316,7 @@ int run(const Options& options) {
         for (const std::string& policy : options.against) addPolicy(*comparison, policy);
         source.comparison = &*comparison;
     }
-    writeOutputs(source, evidence.trace, traceFile.get(), textIsApart, jsonFile, textFile);
+    writeOutputs(source, evidence.trace, traceFile, jsonFile, textFile);
     return interruption.signal() == 0 ? kPlayed : kSignalled + interruption.signal();
 }
 

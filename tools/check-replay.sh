@@ -9,8 +9,7 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 report=$(mktemp)
-text=$(mktemp)
-trap 'rm -f "$report" "$text"' EXIT
+trap 'rm -f "$report"' EXIT
 
 # check WHAT FILTER: the jq filter must hold for the report.
 check() {
@@ -24,11 +23,7 @@ check() {
 
 # play ARGUMENTS...
 play() {
-    ./corvane replay --json "$report" "$@" | tee "$text"
-    head -n 1 "$text" | grep -q '^Recording ' || {
-        echo "replay check failed: standard output holds more than the report" >&2
-        exit 1
-    }
+    ./corvane replay --json "$report" "$@"
     jsonschema -i "$report" replay/report.schema.json
 }
 

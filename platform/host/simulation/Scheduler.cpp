@@ -165,6 +165,14 @@ int64_t Scheduler::nextDeadline() const {
     return next;
 }
 
+size_t Scheduler::threads() const {
+    size_t count = 0;
+    for (size_t i = 0; i < mThreadCount; ++i) {
+        if (mThreads[i]->state != ThreadState::kFinished) ++count;
+    }
+    return count;
+}
+
 void Scheduler::record(const char* what, const void* object, const void* caller) {
     if (mOptions.onEvent == nullptr) return;
     mOptions.onEvent({mNow, running().id, what, object, caller});

@@ -82,6 +82,7 @@ class Scheduler {
     int64_t now() const { return mNow; }
     uint64_t steps() const { return mSteps; }
     int64_t nextDeadline() const;
+    size_t threads() const;
 
     // A scheduling point: the running thread may lose its turn here.
     void point(const char* what, const void* object, const void* caller);

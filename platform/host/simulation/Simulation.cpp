@@ -101,6 +101,10 @@ uint64_t Simulation::steps() {
     return Scheduler::get().steps();
 }
 
+size_t Simulation::threads() {
+    return Scheduler::get().threads();
+}
+
 bool Simulation::isOn() {
     return Scheduler::self() != nullptr;
 }

@@ -5,6 +5,7 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <cstdint>
 
 namespace corvane::host {
@@ -121,6 +122,8 @@ class __attribute__((visibility("default"))) Simulation {
     static int64_t nextDeadline();
     // Scheduling points so far.
     static uint64_t steps();
+    // Threads that take part and have not ended, the owner among them.
+    static size_t threads();
 
     // All below: on any thread, simulated or not.
 

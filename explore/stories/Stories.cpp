@@ -1,0 +1,31 @@
+// Copyright 2026 The libcorvane Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "explore/stories/Stories.h"
+
+namespace corvane::explore {
+
+const std::vector<Story>& stories() {
+    static const std::vector<Story> sStories = {
+            {"held-buffer",
+             "a queue thread held back, vsyncs and latches; unblock, unregister or stop meanwhile",
+             heldBuffer},
+            {"additional-delay",
+             "what comes between the decision on an additional delay and its wait",
+             additionalDelay},
+            {"frame-rescue",
+             "two queue threads, the lateness checks and changes of the configuration",
+             frameRescue},
+            {"timer-queue", "posts, cancels, removals, wakes and the end of a timer queue",
+             timerQueue},
+            {"boost-worker", "the first use from several threads, posts, and the worker's end",
+             boostWorker},
+            {"hooks", "init, first buffers, a property that flips, a callback, stop and init again",
+             hooks, /*watchers=*/1},
+            {"scenes", "scene checks while layers come and go", scenes,
+             /*watchers=*/0, /*callCostNs=*/1},
+    };
+    return sStories;
+}
+
+}  // namespace corvane::explore
