@@ -88,6 +88,8 @@ class Converter {
         if (!isWithin(event.timeNs)) return;
         const std::string name = mOptions.names.marker(event.name);
         if (!event.name.empty()) event.name = name;
+        const std::string task = mOptions.names.thread(event.task);
+        event.task = task;
         mWriter.event(event);
         ++mWritten;
     }

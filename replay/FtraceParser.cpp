@@ -60,6 +60,7 @@ std::optional<int64_t> takeTime(std::string_view& text) {
 }
 
 struct Header {
+    std::string_view task;
     int tid;
     int64_t timeNs;
     std::string_view function;
@@ -67,7 +68,7 @@ struct Header {
 };
 
 // "TASK-PID  (TGID)" with the optional TGID column, which ftrace fills with dashes when unknown.
-std::optional<int> threadOf(std::string_view text) {
+bool parseThread(std::string_view text, Header& header) {
     constexpr size_t kMaxTgidColumn = 16;
     trimRight(text);
     if (!text.empty() && text.back() == ')') {
@@ -79,10 +80,13 @@ std::optional<int> threadOf(std::string_view text) {
     }
     size_t digits = 0;
     while (digits < text.size() && isDigit(text[text.size() - 1 - digits])) ++digits;
-    if (digits == 0 || digits == text.size() || text[text.size() - 1 - digits] != '-') {
-        return std::nullopt;
-    }
-    return number<int>(text.substr(text.size() - digits));
+    if (digits == 0 || digits == text.size() || text[text.size() - 1 - digits] != '-') return false;
+    const auto tid = number<int>(text.substr(text.size() - digits));
+    if (!tid) return false;
+    header.tid = *tid;
+    header.task = text.substr(0, text.size() - digits - 1);
+    skipBlanks(header.task);
+    return true;
 }
 
 // " FLAGS TIME: FUNCTION: PAYLOAD", the part behind the CPU column.
@@ -120,9 +124,7 @@ std::optional<Header> parseHeader(std::string_view line) {
         if (digits == 0 || digits == rest.size() || rest[digits] != ']') continue;
         Header header;
         if (!parseBehindCpu(rest.substr(digits + 1), header)) continue;
-        const auto tid = threadOf(line.substr(0, open));
-        if (!tid) return std::nullopt;
-        header.tid = *tid;
+        if (!parseThread(line.substr(0, open), header)) return std::nullopt;
         return header;
     }
     return std::nullopt;
@@ -289,7 +291,7 @@ bool FtraceParser::traceLine(std::string_view text) {
         if (isMarker) ++mStats.damaged;
         return true;
     }
-    TraceEvent event{Kind::kEnd, header->timeNs, header->tid, 0, {}, 0};
+    TraceEvent event{Kind::kEnd, header->timeNs, header->tid, 0, {}, 0, header->task};
     switch (parseMarker(header->payload, event)) {
         case Marker::kEvent:
             mSink(event);

@@ -9,16 +9,17 @@
 
 namespace corvane::replay {
 
-// One atrace marker of a trace. `name` is valid until the sink returns.
+// One atrace marker of a trace. Its texts are valid until the sink returns.
 struct TraceEvent {
     enum class Kind { kCounter, kBegin, kEnd, kAsyncBegin, kAsyncEnd };
 
     Kind kind;
     int64_t timeNs;
-    int tid;                // the thread that wrote the line
-    int pid;                // the process that the marker names; 0 when it names none
-    std::string_view name;  // empty for kEnd
-    int64_t value;          // the counter's value, or the cookie of an asynchronous slice
+    int tid;                     // the thread that wrote the line
+    int pid;                     // the process that the marker names; 0 when it names none
+    std::string_view name;       // empty for kEnd
+    int64_t value;               // the counter's value, or the cookie of an asynchronous slice
+    std::string_view task = {};  // the thread's name, where the trace tells it
 };
 
 enum class Marker { kEvent, kOther, kDamaged };

@@ -33,6 +33,8 @@ class NameMask {
     // Of a slice or a counter that may hold a layer's name. Those
     // that the replay does not read become "other" where all are masked.
     std::string marker(std::string_view name);
+    // Of a thread, which applications name after themselves: none where all are masked.
+    std::string thread(std::string_view name) const { return mMasksAll ? "" : renamed(name); }
 
   private:
     // More distinct words than any recording has; further ones all get one name.

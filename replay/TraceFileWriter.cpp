@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cinttypes>
-#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <utility>
@@ -26,8 +25,7 @@ constexpr unsigned kBuffer = 262'144;
 constexpr mode_t kMode = 0666;
 constexpr int64_t kNsPerSecond = 1'000'000'000;
 constexpr int64_t kNsPerUs = 1'000;
-// Tracks are nobody's; in text they need a process and a thread.
-constexpr int kTracksPid = 1;
+constexpr std::string_view kNoName = "thread";
 
 constexpr const char* kTextHead =
         "# tracer: nop\n#\n#           TASK-PID    CPU#  ||||   TIMESTAMP  FUNCTION\n";
@@ -85,11 +83,11 @@ TraceFileWriter::TraceFileWriter(std::string path, TraceFormat format)
     }
     gzbuffer(mFile, kBuffer);
     if (mFormat == TraceFormat::kPerfetto) {
-        mPackets = std::make_unique<PerfettoWriter>([this](std::string_view b) { write(b); });
+        mPackets = std::make_unique<PerfettoWriter>([this](std::string_view b) { writeBytes(b); });
         return;
     }
-    if (mFormat == TraceFormat::kPage) write(kPageHead);
-    write(kTextHead);
+    if (mFormat == TraceFormat::kPage) writeBytes(kPageHead);
+    writeBytes(kTextHead);
 }
 
 TraceFileWriter::~TraceFileWriter() {
@@ -99,20 +97,21 @@ TraceFileWriter::~TraceFileWriter() {
 void TraceFileWriter::event(const TraceEvent& event) {
     const std::string text = markerText(event);
     if (mPackets) {
+        nameThread(event);
         mPackets->print({event.timeNs, event.tid, text});
         return;
     }
+    const bool inPage = mFormat == TraceFormat::kPage;
     const int64_t fraction = event.timeNs % kNsPerSecond;
-    char head[96];
+    char behind[96];
     // Kernels write microseconds; digits beyond them appear only where they tell something.
-    if (fraction % kNsPerUs == 0) {
-        std::snprintf(head, sizeof(head), "thread-%-7d [000] .... %6" PRId64 ".%06" PRId64,
-                      event.tid, event.timeNs / kNsPerSecond, fraction / kNsPerUs);
-    } else {
-        std::snprintf(head, sizeof(head), "thread-%-7d [000] .... %6" PRId64 ".%09" PRId64,
-                      event.tid, event.timeNs / kNsPerSecond, fraction);
-    }
-    write(head + (": tracing_mark_write: " + oneLine(text, mFormat == TraceFormat::kPage)) + "\n");
+    const bool isWhole = fraction % kNsPerUs == 0;
+    std::snprintf(behind, sizeof(behind), "-%-7d [000] .... %6" PRId64 ".%0*" PRId64 ": ",
+                  event.tid, event.timeNs / kNsPerSecond, isWhole ? 6 : 9,
+                  isWhole ? fraction / kNsPerUs : fraction);
+    const std::string task(event.task.empty() ? kNoName : event.task);
+    writeBytes(oneLine(task, inPage) + behind + "tracing_mark_write: " + oneLine(text, inPage) +
+               "\n");
 }
 
 void TraceFileWriter::frame(const FrameMark& mark) {
@@ -123,54 +122,32 @@ void TraceFileWriter::frame(const FrameMark& mark) {
     }
 }
 
-void TraceFileWriter::tracks(const std::vector<Track>& tracks) {
-    if (mPackets) {
-        mPackets->tracks(tracks);
-    } else {
-        textTracks(tracks);
+void TraceFileWriter::write(std::vector<StoredEvent> events, const std::vector<Track>& tracks) {
+    if (!mPackets) {
+        for (auto& stored : eventsOf(tracks)) events.push_back(std::move(stored));
     }
+    sortByTime(events);
+    for (const auto& stored : events) event(stored.event());
+    if (mPackets) mPackets->tracks(tracks);
 }
 
-void TraceFileWriter::textTracks(const std::vector<Track>& tracks) {
-    using Kind = TraceEvent::Kind;
-    struct Entry {
-        Kind kind;
-        int64_t timeNs;
-        std::string name;
-        int64_t value;
-    };
-    std::vector<Entry> entries;
-    std::vector<std::string> names;
-    int64_t cookie = 0;
-    for (const auto& track : tracks) {
-        const std::string above = track.parent ? names[*track.parent] + " / " : "";
-        const std::string& name = names.emplace_back(above + track.name);
-        const auto slice = [&](int64_t beginNs, int64_t endNs, const std::string& what) {
-            const std::string full = name + ": " + what;
-            entries.push_back({Kind::kAsyncBegin, beginNs, full, ++cookie});
-            entries.push_back({Kind::kAsyncEnd, std::max(beginNs, endNs), full, cookie});
-        };
-        for (const auto& s : track.slices) slice(s.beginNs, s.endNs, s.name);
-        for (const auto& mark : track.marks) slice(mark.timeNs, mark.timeNs, mark.name);
-        for (const auto& v : track.values) {
-            entries.push_back({Kind::kCounter, v.timeNs, name, std::llround(v.value)});
-        }
-    }
-    std::stable_sort(entries.begin(), entries.end(),
-                     [](const Entry& a, const Entry& b) { return a.timeNs < b.timeNs; });
-    for (const auto& e : entries) {
-        event({e.kind, e.timeNs, kTracksPid, kTracksPid, e.name, e.value});
+// Markers are written by threads of the process that they name.
+void TraceFileWriter::nameThread(const TraceEvent& event) {
+    constexpr size_t kMaxThreads = 100'000;  // more than any recording has
+    if (event.pid < 1 || event.task.empty() || mNamedThreads.size() >= kMaxThreads) return;
+    if (mNamedThreads.insert(event.tid).second) {
+        mPackets->thread(event.tid, event.pid, event.task);
     }
 }
 
 void TraceFileWriter::finish() {
     if (mPackets) mPackets->finish();
-    if (mFormat == TraceFormat::kPage) write(kPageEnd);
+    if (mFormat == TraceFormat::kPage) writeBytes(kPageEnd);
     errno = 0;
     if (gzclose_w(std::exchange(mFile, nullptr)) != Z_OK) fail();
 }
 
-void TraceFileWriter::write(std::string_view bytes) {
+void TraceFileWriter::writeBytes(std::string_view bytes) {
     while (!bytes.empty()) {
         const size_t count = std::min<size_t>(bytes.size(), INT32_MAX);
         errno = 0;

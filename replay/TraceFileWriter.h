@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -40,22 +41,23 @@ class TraceFileWriter {
     void event(const TraceEvent& event);
     // Text has no form for these: they are left out of it and counted.
     void frame(const FrameMark& mark);
-    // In text, a row's name and those above it stand before its slices' and counters' own.
-    void tracks(const std::vector<Track>& tracks);
+    // All of these events in time's order, and the rows, which text has as further events.
+    void write(std::vector<StoredEvent> events, const std::vector<Track>& tracks);
     // Writes what is left and closes the file.
     void finish();
 
     size_t framesLeftOut() const { return mFramesLeftOut; }
 
   private:
-    void write(std::string_view bytes);
-    void textTracks(const std::vector<Track>& tracks);
+    void writeBytes(std::string_view bytes);
+    void nameThread(const TraceEvent& event);
     [[noreturn]] void fail();
 
     const std::string mPath;
     const TraceFormat mFormat;
     gzFile mFile = nullptr;
     std::unique_ptr<PerfettoWriter> mPackets;
+    std::set<int> mNamedThreads;
     size_t mFramesLeftOut = 0;
 };
 

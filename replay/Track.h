@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "replay/Marker.h"
+
 namespace corvane::replay {
 
 // A row of a timeline, as a viewer shows it. Plain data; all times are of one clock.
@@ -37,5 +39,30 @@ struct Track {
     std::vector<Mark> marks = {};
     std::vector<Value> values = {};
 };
+
+// An event of a trace that keeps its own texts.
+struct StoredEvent {
+    explicit StoredEvent(const TraceEvent& event)
+          : mEvent(event), mName(event.name), mTask(event.task) {}
+
+    int64_t timeNs() const { return mEvent.timeNs; }
+    TraceEvent event() const {
+        TraceEvent event = mEvent;
+        event.name = mName;
+        event.task = mTask;
+        return event;
+    }
+
+  private:
+    TraceEvent mEvent;
+    std::string mName;
+    std::string mTask;
+};
+
+// The rows as asynchronous slices and counters. A row's name and those above it stand before its
+// slices' own.
+std::vector<StoredEvent> eventsOf(const std::vector<Track>& tracks);
+
+void sortByTime(std::vector<StoredEvent>& events);
 
 }  // namespace corvane::replay

@@ -45,12 +45,14 @@
 #include "replay/Phone.h"
 #include "replay/Player.h"
 #include "replay/Recording.h"
+#include "replay/ReplayTrace.h"
 #include "replay/Report.h"
 #include "replay/Scenario.h"
 #include "replay/ScenarioNotes.h"
 #include "replay/Stop.h"
 #include "replay/Terminal.h"
 #include "replay/Timeline.h"
+#include "replay/TraceFileWriter.h"
 
 namespace corvane::replay {
 namespace {
@@ -160,18 +162,31 @@ PlayResult play(Playback& player, AppProcess* application, Interruption& interru
     return played;
 }
 
+// Null for an empty path. A file whose name does not tell its format is text.
+std::unique_ptr<TraceFileWriter> openTrace(const std::string& path) {
+    if (path.empty()) return nullptr;
+    return std::make_unique<TraceFileWriter>(path, formatOfName(path).value_or(TraceFormat::kText));
+}
+
 // Every output is tried, whatever became of the ones before.
-void writeOutputs(const ReportSource& source, const std::string& trace, OutputFile& traceFile,
-                  OutputFile& jsonFile, OutputFile& textFile) {
+void writeOutputs(const ReportSource& source, const std::string& trace, TraceFileWriter* traceFile,
+                  bool textIsApart, OutputFile& jsonFile, OutputFile& textFile) {
     std::string failures;
-    const auto finish = [&](OutputFile& file, std::string_view text) {
-        const std::string failure = file.finish(text);
+    const auto note = [&](const std::string& failure) {
         if (!failure.empty()) failures += (failures.empty() ? "" : "; ") + failure;
     };
-    if (traceFile.isOpen()) finish(traceFile, trace);
+    const auto finish = [&](OutputFile& file, std::string_view text) { note(file.finish(text)); };
+    if (traceFile != nullptr) {
+        try {
+            traceFile->write(replayEvents(source, trace), replayTracks(source, trace));
+            traceFile->finish();
+        } catch (const Stop& stop) {
+            note(stop.sentence);
+        }
+    }
     if (jsonFile.isOpen()) finish(jsonFile, jsonReport(source));
     // A document for a program takes standard output whole.
-    if (traceFile.isStandardOutput() || jsonFile.isStandardOutput()) {
+    if (textIsApart) {
         std::fputs(textReport(source).c_str(), stderr);
     } else {
         finish(textFile, textReport(source));
@@ -253,7 +268,7 @@ int run(const Options& options) {
                   {options.json, options.trace, textIsApart ? "" : kStandardStream});
     Interruption interruption;
     OutputFile jsonFile(options.json);
-    OutputFile traceFile(options.trace);
+    const auto traceFile = openTrace(options.trace);
     OutputFile textFile(kStandardStream);
     std::optional<host::Simulation> simulation;
     if (!options.realtime) simulation.emplace(simulationOptions(options.seed));
@@ -316,7 +331,7 @@ int run(const Options& options) {
         for (const std::string& policy : options.against) addPolicy(*comparison, policy);
         source.comparison = &*comparison;
     }
-    writeOutputs(source, evidence.trace, traceFile, jsonFile, textFile);
+    writeOutputs(source, evidence.trace, traceFile.get(), textIsApart, jsonFile, textFile);
     return interruption.signal() == 0 ? kPlayed : kSignalled + interruption.signal();
 }
 

@@ -9,7 +9,8 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 report=$(mktemp)
-trap 'rm -f "$report"' EXIT
+text=$(mktemp)
+trap 'rm -f "$report" "$text"' EXIT
 
 # check WHAT FILTER: the jq filter must hold for the report.
 check() {
@@ -23,7 +24,11 @@ check() {
 
 # play ARGUMENTS...
 play() {
-    ./corvane replay --json "$report" "$@"
+    ./corvane replay --json "$report" "$@" | tee "$text"
+    head -n 1 "$text" | grep -q '^Recording ' || {
+        echo "replay check failed: standard output holds more than the report" >&2
+        exit 1
+    }
     jsonschema -i "$report" replay/report.schema.json
 }
 

@@ -94,6 +94,17 @@ void PerfettoWriter::frame(const FrameMark& mark) {
     write(packet);
 }
 
+void PerfettoWriter::thread(int tid, int pid, std::string_view name) {
+    proto::ProcessTree tree;
+    auto& thread = *tree.add_threads();
+    thread.set_tid(tid);
+    thread.set_name(std::string(name));
+    thread.set_tgid(pid);
+    proto::TracePacket packet;
+    packet.set_process_tree(tree.SerializeAsString());
+    write(packet);
+}
+
 void PerfettoWriter::tracks(const std::vector<Track>& tracks) {
     std::vector<uint64_t> uuids;
     for (const auto& track : tracks) {

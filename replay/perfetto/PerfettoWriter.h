@@ -27,6 +27,8 @@ class PerfettoWriter {
     // What a thread wrote to the kernel's trace; written in bundles.
     void print(const Print& print);
     void frame(const FrameMark& mark);
+    // What a thread of this process is called.
+    void thread(int tid, int pid, std::string_view name);
     // Rows that viewers show in this order.
     void tracks(const std::vector<Track>& tracks);
     // Writes what is left of a bundle.

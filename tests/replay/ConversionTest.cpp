@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -65,6 +66,22 @@ std::string dump(const Recording& recording) {
     return text + recording.rateSource;
 }
 
+// What the replay prints and writes for the recording in `folder`, which is called "trace" there so
+// that no name differs.
+std::string replayOf(const std::string& folder) {
+    const fs::path here = fs::read_symlink("/proc/self/exe").parent_path();
+    const std::string command = "cd " + folder + " && " + (here.parent_path() / "bin").string() +
+                                "/corvane-replay --json report.json --trace out.pftrace trace " +
+                                "> report.txt 2>&1";
+    EXPECT_EQ(std::system(command.c_str()), 0);
+    std::string text;
+    for (const char* const name : {"report.txt", "report.json", "out.pftrace"}) {
+        std::ifstream file(fs::path(folder) / name);
+        text.append(std::istreambuf_iterator<char>(file), {});
+    }
+    return text;
+}
+
 // However often a recording changes its format, it stays the same recording; masked, it differs in
 // names alone.
 TEST_F(Conversion, EveryFormatHoldsTheSameRecording) {
@@ -84,6 +101,20 @@ TEST_F(Conversion, EveryFormatHoldsTheSameRecording) {
             EXPECT_EQ(dump(*converted.recording), dump(*original.recording)) << to;
             from = to;
         }
+        const fs::path text = path("text"), packets = path("packets");
+        fs::create_directories(text);
+        fs::create_directories(packets);
+        fs::copy_file(entry.path(), text / "trace", fs::copy_options::overwrite_existing);
+        run({"--format", "perfetto", from.c_str(), (packets / "trace").c_str()});
+        const std::string report = replayOf(text);
+        EXPECT_GT(report.size(), 10'000U);
+        EXPECT_TRUE(report == replayOf(packets)) << "the reports of one recording differ";
+        // What --trace wrote is a recording itself.
+        const auto played = readRecording(text / "out.pftrace");
+        ASSERT_TRUE(played.recording) << played.error;
+        EXPECT_EQ(played.recording->vsyncs, original.recording->vsyncs);
+        EXPECT_EQ(played.recording->frames, original.recording->frames);
+
         const std::string masked = path("masked.pftrace");
         run({"--mask", from.c_str(), masked.c_str()});
         auto again = readRecording(masked);
@@ -220,7 +251,7 @@ TEST_F(Conversion, TellsWhatATraceLacks) {
         TraceFileWriter writer(file, TraceFormat::kPerfetto);
         for (const auto& event : events) writer.event(event);
         if (frames) writer.frame({FrameMark::Kind::kEnd, 5, 1});
-        if (events.empty() && !frames) writer.tracks({{"nothing"}});
+        if (events.empty() && !frames) writer.write({}, {{"nothing"}});
         writer.finish();
         const auto parsed = readRecording(file);
         EXPECT_FALSE(parsed.recording);
