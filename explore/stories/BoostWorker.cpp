@@ -3,6 +3,7 @@
 
 #include <array>
 #include <atomic>
+#include <cstdlib>
 
 #include "corvane/host/Devices.h"
 #include "corvane/host/PerfService.h"
@@ -35,9 +36,26 @@ struct User {
     }
 };
 
+// The process ends while threads that nobody asks use the worker, as a compositor's may. What dies
+// with it must not be what they use.
+[[noreturn]] void exitMeanwhile() {
+    auto posting = [] {
+        while (true) {
+            PerfProxy::getInstance()->postTask([] {});
+            PerfProxy::getInstance()->frameHint(4, 0, 1, "com.example.game", 500);
+            Simulation::sleepFor(kMs);
+        }
+    };
+    std::thread first = start("first", posting);
+    std::thread second = start("second", posting);
+    Simulation::sleepFor(static_cast<int64_t>(draw(3)) * kMs);
+    exit(0);
+}
+
 }  // namespace
 
 void boostWorker() {
+    if (draw(4) == 0) exitMeanwhile();
     std::array<User, kUsers> users;
     {
         auto first = [&] { users[0].use(); };

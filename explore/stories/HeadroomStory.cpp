@@ -27,23 +27,28 @@ HeadroomStory::~HeadroomStory() {
     delete android::PerfProxy::getInstance();
 }
 
-void HeadroomStory::run(const std::vector<int64_t>& queueDelays, Act act, int64_t actTime) {
-    auto queueing = [&] { queue(queueDelays); };
+void HeadroomStory::run(const std::vector<int64_t>& queueDelays, Act act, int64_t actTime,
+                        int queueThreads) {
+    auto queueing = [&] { queue(queueDelays, mCalls); };
+    auto queueingToo = [&] { queue(queueDelays, mOtherCalls); };
     auto compositing = [&] { composite(queueDelays.size()); };
     auto acting = [&] { doAct(act, actTime); };
-    std::thread threads[] = {start("queue", queueing), start("compositor", compositing),
-                             start("act", acting)};
+    std::vector<std::thread> threads;
+    threads.push_back(start("queue", queueing));
+    if (queueThreads > 1) threads.push_back(start("queue too", queueingToo));
+    threads.push_back(start("compositor", compositing));
+    threads.push_back(start("act", acting));
     for (std::thread& thread : threads) thread.join();
     mMonitor.forceStop();
 }
 
-void HeadroomStory::queue(const std::vector<int64_t>& delays) {
+void HeadroomStory::queue(const std::vector<int64_t>& delays, std::vector<Call>& calls) {
     bool timedOut = false;
     for (size_t i = 0; i < delays.size(); ++i) {
         Simulation::sleepUntil(mStart + static_cast<int64_t>(i) * kPeriod + delays[i]);
         const int64_t begin = Simulation::now();
         mMonitor.onBufferIncrement(kLayer, kPeriod, begin, /*instant=*/false);
-        mCalls.push_back({begin, Simulation::now(), timedOut});
+        calls.push_back({begin, Simulation::now(), timedOut});
         timedOut = mState->mTimedOut;
     }
 }
@@ -79,7 +84,9 @@ void HeadroomStory::doAct(Act act, int64_t time) {
 }
 
 void HeadroomStory::check(Act act, int64_t actTime) const {
-    for (const Call& call : mCalls) {
+    std::vector<Call> calls = mCalls;
+    calls.insert(calls.end(), mOtherCalls.begin(), mOtherCalls.end());
+    for (const Call& call : calls) {
         EXPLORE_CHECK(call.end - call.begin <= 2 * kPeriod, "a buffer was held for %lld ns",
                       static_cast<long long>(call.end - call.begin));
         // An unblock at the very time of the call may come before it and is for the one before.

@@ -34,18 +34,20 @@ class HeadroomStory {
     HeadroomStory(const HeadroomStory&) = delete;
     HeadroomStory& operator=(const HeadroomStory&) = delete;
 
-    // `queueDelays`: after each vsync, when the buffer of that period is queued.
-    void run(const std::vector<int64_t>& queueDelays, Act act, int64_t actTime);
+    // `queueDelays`: after each vsync, when the buffer of that period is queued; by two threads at
+    // once, when there are to be `queueThreads`.
+    void run(const std::vector<int64_t>& queueDelays, Act act, int64_t actTime,
+             int queueThreads = 1);
 
     // What holds whatever the layer was told to do.
     void check(Act act, int64_t actTime) const;
 
     int64_t startTime() const { return mStart; }
     android::LayerPHRState& state() { return *mState; }
-    const std::vector<Call>& calls() const { return mCalls; }
+    const std::vector<Call>& calls() const { return mCalls; }  // of the first queue thread
 
   private:
-    void queue(const std::vector<int64_t>& delays);
+    void queue(const std::vector<int64_t>& delays, std::vector<Call>& calls);
     void composite(size_t vsyncs);
     void doAct(Act act, int64_t time);
 
@@ -53,6 +55,7 @@ class HeadroomStory {
     android::PHRMonitor mMonitor;
     android::sp<android::LayerPHRState> mState;
     std::vector<Call> mCalls;
+    std::vector<Call> mOtherCalls;
 };
 
 }  // namespace corvane::explore

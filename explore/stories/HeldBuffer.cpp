@@ -20,9 +20,11 @@ void heldBuffer() {
     const int64_t actTime = vsync + drawOne<int64_t>({0, kMs, 5 * kMs, kToPoint});
     // A jank just now: no additional delay.
     story.state().mLastJankTime = story.startTime();
-    story.run(delays, act, actTime);
+    const int queueThreads = drawOne({1, 1, 2});
+    story.run(delays, act, actTime, queueThreads);
 
     story.check(act, actTime);
+    if (queueThreads > 1) return;  // a vsync releases what waits then, not the second buffer
     int64_t lastEnd = 0;
     for (const HeadroomStory::Call& call : story.calls()) {
         const int64_t lastVsync =

@@ -57,7 +57,11 @@ void check(const char* who, const Entries& entries, int64_t stopTime) {
 void timerQueue() {
     android::sp<TimerQueue> queue = android::sp<TimerQueue>::make();
     std::atomic<bool> running{true};
-    auto polling = [&] { android::runTimerLoop(*queue, running, "explore"); };
+    // The queue goes with its last reference: that of the poller or the one here.
+    auto polling = [&running, queue]() mutable {
+        android::runTimerLoop(*queue, running, "explore");
+        queue = nullptr;
+    };
     std::thread poller = start("poller", polling);
 
     Entries posted;
@@ -104,12 +108,12 @@ void timerQueue() {
     Simulation::sleepUntil(stopTime);
     running = false;
     queue->wake();
+    queue = nullptr;
     poller.join();
     EXPLORE_CHECK(Simulation::now() == stopTime, "the wake was not heard");
     check("posts", posted, stopTime);
     check("cancels", mixed, stopTime);
     check("removes", removed, stopTime);
-    queue = nullptr;
 }
 
 }  // namespace corvane::explore
