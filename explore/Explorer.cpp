@@ -65,7 +65,7 @@ T& shared() {
 
 Report* sReport = nullptr;    // of the schedule that this process runs
 EventLog* sEvents = nullptr;  // null unless they are to be printed
-uint64_t sDrawState = 0;
+std::atomic<uint64_t> sDrawState{0};
 
 uint64_t mix(uint64_t value) {
     value += 0x9E3779B97F4A7C15;
@@ -216,8 +216,7 @@ void fail(const char* format, ...) {
 }
 
 uint64_t draw(uint64_t bound) {
-    sDrawState += 1;
-    return mix(sDrawState) % bound;
+    return mix(++sDrawState) % bound;
 }
 
 std::thread startNamed(const char* name, void (*run)(void*), void* argument) {

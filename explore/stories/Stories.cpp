@@ -22,6 +22,9 @@ const std::vector<Story>& stories() {
              boostWorker},
             {"hooks", "init, first buffers, a property that flips, a callback, stop and init again",
              hooks, /*watchers=*/1},
+            {"switching",
+             "a layer under headroom control and rescue, stopped, retired or configured anew",
+             switching, /*watchers=*/1},
             {"scenes", "scene checks while layers come and go", scenes,
              /*watchers=*/0, /*callCostNs=*/1},
     };

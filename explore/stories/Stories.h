@@ -15,5 +15,6 @@ void timerQueue();
 void boostWorker();
 void hooks();
 void scenes();
+void switching();
 
 }  // namespace corvane::explore

@@ -18,10 +18,9 @@ using host::Simulation;
 
 // One entry of the queue and what became of it.
 struct Entry {
-    int64_t due = 0;
-    int64_t cancelled = -1;  // when the cancel returned
-    int64_t ran = -1;
-    bool released = false;
+    std::atomic<int64_t> due{0};
+    std::atomic<int64_t> cancelled{-1};  // when the cancel returned
+    std::atomic<int64_t> ran{-1};
 };
 
 constexpr size_t kEntries = 4;  // per thread
@@ -47,7 +46,8 @@ void check(const char* who, const Entries& entries, int64_t stopTime) {
         if (entry.cancelled >= 0 && entry.ran < 0) continue;
         if (entry.ran < 0 && entry.due >= stopTime) continue;
         EXPLORE_CHECK(entry.ran == entry.due, "%s: due at %lld, ran at %lld", who,
-                      static_cast<long long>(entry.due), static_cast<long long>(entry.ran));
+                      static_cast<long long>(entry.due.load()),
+                      static_cast<long long>(entry.ran.load()));
     }
 }
 

@@ -19,10 +19,16 @@ void Schedule::start(const Simulation::Options& options) {
     mPolicy = options.policy;
     mRandom = Random(options.seed);
     mBlockShare = kMinBlockShare << mRandom.below(kBlockShareDoublings + 1);
+    mDepth = std::max(options.depth, 1u);
+    mSteps = std::max<uint64_t>(options.steps, 1);
+    drawChangePoints();
+}
+
+void Schedule::drawChangePoints() {
     if (mPolicy != Simulation::Policy::kPct) return;
-    mChangePoints = std::min<size_t>(std::max(options.depth, 1u) - 1, kMaxDepth);
+    mChangePoints = std::min<size_t>(mDepth - 1, kMaxDepth);
     for (size_t i = 0; i < mChangePoints; ++i) {
-        mPoints[i] = {mRandom.below(std::max<uint64_t>(options.steps, 1)) + 1, mChangePoints - i};
+        mPoints[i] = {mRandom.below(mSteps) + 1, mChangePoints - i};
     }
     std::sort(mPoints, mPoints + mChangePoints,
               [](const ChangePoint& a, const ChangePoint& b) { return a.step > b.step; });

@@ -55,6 +55,7 @@ class Schedule {
     Simulation::Policy policy() const { return mPolicy; }
 
     uint64_t drawPriority();
+    void drawChangePoints();
 
     // kPct: whether this step is one of those drawn; `priority` is then the new one, lower than
     // every drawn priority.
@@ -70,7 +71,9 @@ class Schedule {
     Simulation::Policy mPolicy = Simulation::Policy::kFifo;
     Random mRandom;
     uint64_t mBlockShare = 1;  // one basic block in this many
-    size_t mChangePoints = 0;
+    uint32_t mDepth = 1;
+    uint64_t mSteps = 1;
+    size_t mChangePoints = 0;  // that are still to come
     struct ChangePoint {
         uint64_t step = 0;
         uint64_t priority = 0;

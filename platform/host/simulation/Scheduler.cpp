@@ -132,7 +132,7 @@ void Scheduler::begin(const Simulation::Options& options) {
     mOptions = options;
     mSchedule.start(options);
     mNow = options.startNs;
-    mSteps = mOrder = mProgress = mIdleSpins = 0;
+    mSteps = mFirstStep = mOrder = mProgress = mIdleSpins = 0;
     mPrioritiesChanged = false;
     mNextId = 0;
     mThreadCount = mReadyCount = mHeldCount = mTimerCount = 0;
@@ -163,6 +163,13 @@ int64_t Scheduler::nextDeadline() const {
     }
     for (size_t i = 0; i < mTimerCount; ++i) next = std::min(next, mTimers[i].deadline);
     return next;
+}
+
+void Scheduler::restartSchedule() {
+    mFirstStep = mSteps;
+    mSchedule.drawChangePoints();
+    for (size_t i = 0; i < mThreadCount; ++i) mThreads[i]->priority = mSchedule.drawPriority();
+    mPrioritiesChanged = true;
 }
 
 size_t Scheduler::threads() const {
@@ -575,7 +582,7 @@ SimThread* Scheduler::choosePreempting(bool isBasicBlock) {
             if (mSchedule.mayPreempt(isBasicBlock)) next = chooseReady();
             break;
         case Simulation::Policy::kPct:
-            if (mSchedule.isChangePoint(mSteps, self.priority)) mPrioritiesChanged = true;
+            if (mSchedule.isChangePoint(steps(), self.priority)) mPrioritiesChanged = true;
             if (!mPrioritiesChanged || self.uninterrupted > 0) return nullptr;
             mPrioritiesChanged = false;
             next = chooseReady();

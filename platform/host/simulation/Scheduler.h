@@ -80,7 +80,8 @@ class Scheduler {
     void end();
 
     int64_t now() const { return mNow; }
-    uint64_t steps() const { return mSteps; }
+    uint64_t steps() const { return mSteps - mFirstStep; }
+    void restartSchedule();
     int64_t nextDeadline() const;
     size_t threads() const;
 
@@ -169,6 +170,7 @@ class Scheduler {
     Schedule mSchedule{};
     int64_t mNow = 0;
     uint64_t mSteps = 0;
+    uint64_t mFirstStep = 0;  // of the schedule
     uint64_t mOrder = 0;
     uint64_t mProgress = 0;  // grows whenever one runs who did not merely yield
     uint64_t mIdleSpins = 0;

@@ -101,6 +101,10 @@ uint64_t Simulation::steps() {
     return Scheduler::get().steps();
 }
 
+void Simulation::restartSchedule() {
+    Scheduler::get().restartSchedule();
+}
+
 size_t Simulation::threads() {
     return Scheduler::get().threads();
 }

@@ -120,8 +120,11 @@ class __attribute__((visibility("default"))) Simulation {
 
     // The earliest time for which a thread sleeps or a timer descriptor is armed; -1 when none.
     static int64_t nextDeadline();
-    // Scheduling points so far.
+    // Scheduling points so far, or since the latest restartSchedule().
     static uint64_t steps();
+    // What was so far was preparation: kPct draws all priorities and changes anew and counts
+    // Options::steps from here.
+    static void restartSchedule();
     // Threads that take part and have not ended, the owner among them.
     static size_t threads();
 
