@@ -29,12 +29,25 @@ std::string likelyReason(const LayerWork& layer, const LayerFit& fit, int64_t pe
            "decide.";
 }
 
+// `differences` is how much later each frame was recorded on the screen than the model shows it.
+void fitPresents(std::vector<int64_t> differences, int64_t periodNs, LayerFit& fit) {
+    const int64_t displayNs = percentile(differences, 50);
+    for (int64_t& difference : differences) {
+        difference = std::abs(difference - displayNs);
+        if (difference <= periodNs / 2) ++fit.presentsMet;
+    }
+    fit.presents = differences.size();
+    fit.presentP50Ns = percentile(differences, 50);
+    fit.presentP95Ns = percentile(differences, 95);
+}
+
 }  // namespace
 
 std::vector<LayerFit> compareWithRecording(const Recorded& recorded, const Workload& workload,
                                            const ModelRun& run) {
     std::vector<LayerFit> fits(recorded.layers.size());
     std::vector<std::vector<int64_t>> distances(recorded.layers.size());
+    std::vector<std::vector<int64_t>> presents(recorded.layers.size());
     for (size_t i = 0; i < fits.size(); ++i) {
         const size_t unseen = static_cast<size_t>(workload.layers[i].initialDepth);
         for (size_t k = unseen; k < recorded.layers[i].frames.size(); ++k) {
@@ -49,11 +62,16 @@ std::vector<LayerFit> compareWithRecording(const Recorded& recorded, const Workl
             *frame.latchVsync == workload.compositor.lastUntil(*original.latchNs)) {
             ++fits[frame.layer].onVsync;
         }
+        if (original.shownNs && frame.latchVsync && !frame.superseded) {
+            presents[frame.layer].push_back(*original.shownNs -
+                                            workload.compositor.at(*frame.shownVsync()));
+        }
     }
     const int64_t periodNs = recorded.rates.front().periodNs;
     for (size_t i = 0; i < fits.size(); ++i) {
         fits[i].queueP50Ns = percentile(distances[i], 50);
         fits[i].queueP95Ns = percentile(distances[i], 95);
+        fitPresents(std::move(presents[i]), periodNs, fits[i]);
         fits[i].likelyReason = likelyReason(workload.layers[i], fits[i], periodNs);
     }
     return fits;

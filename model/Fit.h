@@ -23,6 +23,13 @@ struct LayerFit {
     size_t onVsync = 0;      // of them, those that the model has at the same vsync
     int64_t queueP50Ns = 0;  // distance between recorded and modelled queue times
     int64_t queueP95Ns = 0;
+    // Where the recording tells when frames came on the screen: how many of those that the model
+    // shows as well, how many of them within half a period of the recorded time, and how far from
+    // it. The time that the display itself takes, the median difference, is taken off before.
+    size_t presents = 0;
+    size_t presentsMet = 0;
+    int64_t presentP50Ns = 0;
+    int64_t presentP95Ns = 0;
     std::string likelyReason;  // of a bad fit, as a sentence; empty for a good one
 
     double share() const {

@@ -34,6 +34,7 @@ void appendPass(std::vector<RecordedFrame>& frames, const std::vector<RecordedFr
         shift(frames.back().returnNs, byNs);
         shift(frames.back().dequeueNs, byNs);
         shift(frames.back().latchNs, byNs);
+        shift(frames.back().shownNs, byNs);
     }
 }
 

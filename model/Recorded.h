@@ -17,6 +17,8 @@ struct RecordedFrame {
     std::optional<int64_t> returnNs;   // its queue call returned
     std::optional<int64_t> dequeueNs;  // the application got this buffer, to draw into
     std::optional<int64_t> latchNs;    // none: after the recording ended
+    // The screen was updated with it; none: not recorded.
+    std::optional<int64_t> shownNs = std::nullopt;
 };
 
 struct RecordedLayer {

@@ -38,6 +38,10 @@ Json::Value layerOf(const Comparison& comparison, size_t i) {
     value["fit"]["share"] = fit.share();
     value["fit"]["queueP50Ns"] = Json::Int64(fit.queueP50Ns);
     value["fit"]["queueP95Ns"] = Json::Int64(fit.queueP95Ns);
+    value["fit"]["presents"] = Json::UInt64(fit.presents);
+    value["fit"]["presentsMet"] = Json::UInt64(fit.presentsMet);
+    value["fit"]["presentP50Ns"] = Json::Int64(fit.presentP50Ns);
+    value["fit"]["presentP95Ns"] = Json::Int64(fit.presentP95Ns);
     value["fit"]["good"] = fit.isGood();
     value["fit"]["likelyReason"] = fit.likelyReason;
     return value;

@@ -32,6 +32,13 @@ std::string fitPart(const Comparison& comparison, size_t layer, size_t width) {
                            millis(work.gpuNs).c_str(), 100 * fit.share(),
                            millis(fit.queueP50Ns).c_str(), millis(fit.queueP95Ns).c_str()),
                     kIndent, width);
+    if (fit.presents > 0) {
+        text += wrapped(format("%zu of %zu frames come on the screen within half a period of the "
+                               "recorded present time, %s p50, %s p95 from it",
+                               fit.presentsMet, fit.presents, millis(fit.presentP50Ns).c_str(),
+                               millis(fit.presentP95Ns).c_str()),
+                        kIndent, width);
+    }
     return text;
 }
 

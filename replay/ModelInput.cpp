@@ -26,6 +26,18 @@ void addDequeues(const Recording& recording, model::Recorded& input) {
     }
 }
 
+// A buffer was shown by the frame of the compositor during which it was taken.
+std::optional<int64_t> shownOf(const Layer& layer, int64_t latchNs, int64_t periodNs) {
+    const auto next = std::upper_bound(layer.shown.begin(), layer.shown.end(), latchNs,
+                                       [](int64_t timeNs, const ShownFrame& frame) {
+                                           return timeNs < frame.latchNs;
+                                       });
+    if (next == layer.shown.begin()) return std::nullopt;
+    const ShownFrame& frame = *std::prev(next);
+    if (latchNs - frame.latchNs > periodNs) return std::nullopt;
+    return frame.shownNs;
+}
+
 }  // namespace
 
 model::Recorded modelInput(const Recording& recording) {
@@ -34,9 +46,6 @@ model::Recorded modelInput(const Recording& recording) {
     input.rates.push_back({0, recording.vsyncPeriodNs});
     for (const Rate& rate : recording.rateChanges) {
         input.rates.push_back({rate.atNs, rate.periodNs});
-    }
-    for (const Rate& change : recording.rateChanges) {
-        input.rates.push_back({change.atNs, change.periodNs});
     }
     for (const Layer& layer : recording.layers) {
         input.layers.push_back({layer.name, {}});
@@ -53,7 +62,11 @@ model::Recorded modelInput(const Recording& recording) {
                 break;
             case Step::Kind::kLatch:
                 for (int k = 0; k < step.count; ++k) {
-                    input.layers[step.layer].frames[latched[step.layer]++].latchNs = step.timeNs;
+                    auto& frame = input.layers[step.layer].frames[latched[step.layer]++];
+                    frame.latchNs = step.timeNs;
+                    if (k + 1 < step.count) continue;  // superseded by the next
+                    frame.shownNs = shownOf(recording.layers[step.layer], step.timeNs,
+                                            recording.vsyncPeriodNs);
                 }
                 break;
         }

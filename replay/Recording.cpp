@@ -66,7 +66,15 @@ void cut(Recording& recording, int64_t fromNs, int64_t toNs) {
     for (auto& process : recording.processes) {
         cutTimes(process.dequeues, startNs, recording.durationNs);
     }
-    for (auto& layer : recording.layers) cutTimes(layer.shown, startNs, recording.durationNs);
+    for (auto& layer : recording.layers) {
+        std::vector<ShownFrame> shown;
+        for (const auto& [latchNs, shownNs] : layer.shown) {
+            if (latchNs >= startNs && latchNs - startNs <= recording.durationNs) {
+                shown.push_back({latchNs - startNs, shownNs - startNs});
+            }
+        }
+        layer.shown = std::move(shown);
+    }
     std::vector<Rate> rates{{0, recording.vsyncPeriodNs}};
     for (const Rate& change : recording.rateChanges) {
         rates.push_back({std::max<int64_t>(0, change.atNs - startNs), change.periodNs});

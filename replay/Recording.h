@@ -24,6 +24,12 @@ struct Process {
     std::vector<int64_t> dequeues;  // when it got a free buffer, where that is recorded
 };
 
+// When the screen was updated with the buffers of a layer that one frame of the compositor took.
+struct ShownFrame {
+    int64_t latchNs;  // when that frame began
+    int64_t shownNs;
+};
+
 struct Layer {
     std::string name;  // as the compositor's counter gives it, without the counter's own prefix
     int32_t id = 0;
@@ -31,9 +37,8 @@ struct Layer {
     int initialDepth = 0;  // buffers queued and not latched when the recording begins
     int finalDepth = 0;    // and when it ends
     size_t frames = 0;     // buffers queued
-    // When its buffers came on the screen, where a frame timeline tells; ascending, and counted
-    // like the steps' times.
-    std::vector<int64_t> shown;
+    // Where a frame timeline tells; in time's order, and counted like the steps' times.
+    std::vector<ShownFrame> shown;
 };
 
 // One step of the recorded timeline; times count from the recording's first step.

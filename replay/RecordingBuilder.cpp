@@ -332,11 +332,13 @@ void RecordingBuilder::takeTimelineShown(int64_t startNs) {
         const LayerTimeline* const timeline = timelineOf(layer.name);
         if (timeline == nullptr) continue;
         for (const LayerFrame& frame : timeline->frames) {
-            if (!frame.shownNs) continue;
-            const int64_t timeNs = *frame.shownNs - startNs;
-            if (timeNs >= 0 && timeNs <= mRecording.durationNs) layer.shown.push_back(timeNs);
+            if (!frame.shownNs || !frame.latchNs) continue;
+            const int64_t latchNs = *frame.latchNs - startNs;
+            if (latchNs < 0 || latchNs > mRecording.durationNs) continue;
+            layer.shown.push_back({latchNs, *frame.shownNs - startNs});
         }
-        std::sort(layer.shown.begin(), layer.shown.end());
+        std::sort(layer.shown.begin(), layer.shown.end(),
+                  [](const auto& a, const auto& b) { return a.latchNs < b.latchNs; });
     }
 }
 

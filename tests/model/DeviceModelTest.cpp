@@ -73,8 +73,16 @@ TEST(DeviceModel, GivesBackWhatAPlainPhoneRecorded) {
         SCOPED_TRACE(seed);
         Random random(seed);
         const bool vsyncDriven = seed % 2 == 0;
-        const Recorded recorded = recordOnAPlainPhone(random, vsyncDriven);
+        Recorded recorded = recordOnAPlainPhone(random, vsyncDriven);
         const Workload workload = takeApart(recorded);
+        size_t presents = 0;
+        for (RecordedFrame& frame : recorded.layers[0].frames) {
+            if (!frame.latchNs || !frame.queueNs) continue;
+            const int64_t latchVsync = workload.compositor.lastUntil(*frame.latchNs);
+            frame.shownNs = workload.compositor.at(latchVsync + 1) + 3'000'000;
+            // Some are a whole period off, and to be told so.
+            if (++presents % 10 == 0) *frame.shownNs += workload.compositor.periodAfter(latchVsync);
+        }
         EXPECT_EQ(vsyncDriven, workload.layers[0].kind == ProducerKind::kVsyncDriven)
                 << workload.layers[0].reason;
         NonePolicy none;
@@ -83,6 +91,9 @@ TEST(DeviceModel, GivesBackWhatAPlainPhoneRecorded) {
         EXPECT_GE(fit.share(), 0.99) << fit.onVsync << " of " << fit.latches;
         EXPECT_EQ(0, fit.queueP95Ns);
         EXPECT_EQ("", fit.likelyReason);
+        EXPECT_GE(fit.presents + 2, presents);
+        EXPECT_NEAR(fit.presentsMet, fit.presents - fit.presents / 10, 1 + presents / 100.0);
+        EXPECT_EQ(0, fit.presentP50Ns);
     }
 }
 

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "replay/Conversion.h"
+#include "replay/ModelInput.h"
 #include "replay/Recording.h"
 #include "replay/Stop.h"
 #include "replay/TraceFileWriter.h"
@@ -222,7 +223,6 @@ TEST_F(Conversion, AFrameTimelineIsARecording) {
         const auto vsync = std::find_if(recording.steps.begin(), recording.steps.end(),
                                         [](auto& s) { return s.kind == Step::Kind::kVsync; });
         const int64_t originNs = kStartNs - vsync->timeNs;
-        const int64_t endNs = originNs + recording.durationNs;
         for (size_t layer = 0; layer < 2; ++layer) {
             std::vector<int64_t> queued, latched, seen;
             for (const auto& step : recording.steps) {
@@ -230,13 +230,13 @@ TEST_F(Conversion, AFrameTimelineIsARecording) {
                 auto& times = step.kind == Step::Kind::kQueue ? queued : latched;
                 times.push_back(step.timeNs + originNs);
             }
-            for (const int64_t time : recording.layers[layer].shown)
-                seen.push_back(time + originNs);
-            auto expected = shown[layer];
-            while (!expected.empty() && expected.back() > endNs) expected.pop_back();
+            // As the model takes it, frame by frame.
+            for (const auto& frame : modelInput(recording).layers[layer].frames) {
+                if (frame.shownNs) seen.push_back(*frame.shownNs + originNs);
+            }
             EXPECT_EQ(queued, queues[layer]);
             EXPECT_EQ(latched, latches[layer]);
-            EXPECT_EQ(seen, expected);
+            EXPECT_EQ(seen, shown[layer]);
             EXPECT_EQ(recording.layers[layer].name, names[layer]);
             EXPECT_EQ(recording.processes[recording.layers[layer].process].pid, 1'900 + layer);
         }
