@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "corvane/host/Simulation.h"
 #include "corvane/host/TraceCapture.h"
 
 namespace android {
@@ -28,7 +29,7 @@ inline std::vector<std::string> tracedEvents(const std::function<void()>& action
     std::vector<std::string> events;
     std::ifstream file(path);
     const std::string marker = "tracing_mark_write: ";
-    const std::string pid = "|" + std::to_string(getpid());
+    const std::string pid = "|" + std::to_string(corvane::host::Simulation::processId());
     for (std::string line; std::getline(file, line);) {
         const size_t at = line.find(marker);
         if (at == std::string::npos) continue;

@@ -74,7 +74,7 @@ TEST(GFRMonitorStorm, EveryFrameClimbsItsOwnLevels) {
             EXPECT_TRUE(monitor.init());
         }
     });
-    EXPECT_TRUE(BoostDevice::waitForRequests(300));
+    EXPECT_TRUE(BoostDevice::waitForRequests(100));
     running = false;
     for (auto& thread : threads) thread.join();
     monitor.forceStop();
@@ -90,7 +90,7 @@ TEST(GFRMonitorStorm, EveryFrameClimbsItsOwnLevels) {
 
 // Every check is due when its monitor goes.
 TEST(GFRMonitorStorm, DestructionWithChecksDue) {
-    for (int round = 0; round < 100; ++round) {
+    for (int round = 0; round < 20; ++round) {
         GFRMonitor monitor;
         ASSERT_TRUE(monitor.init());
         monitor.setVsyncInfo(1, 0);

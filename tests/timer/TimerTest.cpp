@@ -214,9 +214,9 @@ TEST(TimerThread, LoopGoesOnWhenPollingFails) {
 }
 
 TEST(TimerThread, RaisesTheCallingThread) {
+    pthread_setname_np(pthread_self(), "raised");
     raiseFrameThreadPriority();
-    EXPECT_EQ((std::vector<std::string>{"setpriority 0 0 -8", "sched_setscheduler 0 1 1"}),
-              recordedPriorities());
+    EXPECT_EQ(RecordedPriorities::ofTheFramePath(), RecordedPriorities::of("raised"));
 }
 
 }  // namespace
