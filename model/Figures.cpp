@@ -14,29 +14,23 @@ namespace {
 
 constexpr double kNsPerSecond = 1e9;
 
-// Collects one layer's frames in the order in which they are shown.
+// Collects one layer's frames.
 class Collector {
   public:
-    Collector(const LayerWork& work, const VsyncGrid& vsyncs, int64_t intended)
-          : mWork(work), mVsyncs(vsyncs), mIntended(intended) {}
+    explicit Collector(const VsyncGrid& vsyncs) : mVsyncs(vsyncs) {}
 
-    void add(const ModelFrame& frame);
+    void add(const ModelFrame& frame, const Showing& showing);
     LayerFigures figures();
 
   private:
-    void addShown(const ModelFrame& frame, int64_t vsync);
-
-    const LayerWork& mWork;
     const VsyncGrid& mVsyncs;
-    const int64_t mIntended;
     LayerFigures mFigures;
     std::vector<int64_t> mLatencies, mQueueToDisplay, mHeld, mIntervals;
-    std::optional<int64_t> mPrevious;  // vsync of the frame shown before
     size_t mWaiting = 0;
     size_t mQueued = 0;
 };
 
-void Collector::add(const ModelFrame& frame) {
+void Collector::add(const ModelFrame& frame, const Showing& showing) {
     if (frame.letGoNs == 0) return;  // the run ended before
     mWaiting += static_cast<size_t>(frame.waiting);
     ++mQueued;
@@ -47,20 +41,12 @@ void Collector::add(const ModelFrame& frame) {
         ++mFigures.dropped;
         return;
     }
-    addShown(frame, *vsync);
-}
-
-void Collector::addShown(const ModelFrame& frame, int64_t vsync) {
     ++mFigures.shown;
-    const int64_t shownNs = mVsyncs.at(vsync);
+    const int64_t shownNs = mVsyncs.at(*vsync);
     mLatencies.push_back(shownNs - frame.startNs);
     mQueueToDisplay.push_back(shownNs - frame.queueNs);
-    // After a pause there is no frame before that this one could be late after.
-    if (mPrevious && mWork.frames[frame.index].notBeforeNs == 0) {
-        mIntervals.push_back(shownNs - mVsyncs.at(*mPrevious));
-        if (vsync - *mPrevious > mIntended) ++mFigures.late;
-    }
-    mPrevious = vsync;
+    if (showing.intervalNs) mIntervals.push_back(*showing.intervalNs);
+    if (showing.late) ++mFigures.late;
 }
 
 LayerFigures Collector::figures() {
@@ -113,14 +99,32 @@ void addBoosts(const ModelRun& run, std::vector<LayerFigures>& figures) {
 
 }  // namespace
 
+std::vector<Showing> showings(const Workload& workload, const ModelRun& run,
+                              const std::vector<int64_t>& intendedVsyncs) {
+    const VsyncGrid& vsyncs = workload.compositor;
+    std::vector<Showing> shown(run.frames.size());
+    std::vector<std::optional<int64_t>> previous(workload.layers.size());  // vsyncs
+    for (size_t i = 0; i < run.frames.size(); ++i) {
+        const ModelFrame& frame = run.frames[i];
+        const auto vsync = frame.shownVsync();
+        if (!vsync || frame.superseded) continue;
+        auto& before = previous[frame.layer];
+        if (before && workload.layers[frame.layer].frames[frame.index].notBeforeNs == 0) {
+            shown[i] = {vsyncs.at(*vsync) - vsyncs.at(*before),
+                        *vsync - *before > intendedVsyncs[frame.layer]};
+        }
+        before = vsync;
+    }
+    return shown;
+}
+
 std::vector<LayerFigures> measure(const Workload& workload, const ModelRun& run,
                                   const std::vector<int64_t>& intendedVsyncs) {
-    std::vector<Collector> collectors;
-    collectors.reserve(workload.layers.size());
-    for (size_t i = 0; i < workload.layers.size(); ++i) {
-        collectors.emplace_back(workload.layers[i], workload.compositor, intendedVsyncs[i]);
+    std::vector<Collector> collectors(workload.layers.size(), Collector(workload.compositor));
+    const std::vector<Showing> shown = showings(workload, run, intendedVsyncs);
+    for (size_t i = 0; i < run.frames.size(); ++i) {
+        collectors[run.frames[i].layer].add(run.frames[i], shown[i]);
     }
-    for (const ModelFrame& frame : run.frames) collectors[frame.layer].add(frame);
     std::vector<LayerFigures> figures;
     figures.reserve(collectors.size());
     for (Collector& collector : collectors) figures.push_back(collector.figures());

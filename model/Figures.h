@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "model/DeviceModel.h"
@@ -35,6 +36,18 @@ struct LayerFigures {
     size_t boosts = 0;
     double boostMHzSeconds = 0;  // frequency asked for, times how long
 };
+
+// When one frame was shown, as against the one before.
+struct Showing {
+    // Since the frame shown before; none: not shown, the first, or after a pause, after which there
+    // is no frame that it could be late after.
+    std::optional<int64_t> intervalNs;
+    bool late = false;  // at least one vsync more than is intended
+};
+
+// One entry per frame of the run.
+std::vector<Showing> showings(const Workload& workload, const ModelRun& run,
+                              const std::vector<int64_t>& intendedVsyncs);
 
 // One entry per layer. `intendedVsyncs` says how many vsyncs apart each layer's frames are meant to
 // be shown: the recording's cadence, or what a target rate makes of it.

@@ -47,7 +47,8 @@ Json::Value layerOf(const Comparison& comparison, size_t i) {
     return value;
 }
 
-Json::Value frameOf(const model::ModelFrame& frame, const model::VsyncGrid& vsyncs) {
+Json::Value frameOf(const model::ModelFrame& frame, const model::Showing& showing,
+                    const model::VsyncGrid& vsyncs) {
     Json::Value value;
     value["layer"] = Json::UInt64(frame.layer);
     value["frame"] = Json::UInt64(frame.index);
@@ -60,6 +61,9 @@ Json::Value frameOf(const model::ModelFrame& frame, const model::VsyncGrid& vsyn
                                     : Json::Value();
     value["shownNs"] = shown && !frame.superseded ? Json::Value(Json::Int64(vsyncs.at(*shown)))
                                                   : Json::Value();
+    value["intervalNs"] =
+            showing.intervalNs ? Json::Value(Json::Int64(*showing.intervalNs)) : Json::Value();
+    value["late"] = showing.late;
     value["dropped"] = frame.superseded;
     return value;
 }
@@ -76,8 +80,11 @@ Json::Value runOf(const Comparison& comparison, const PolicyRun& run) {
         value["figures"].append(std::move(entry));
     }
     value["frames"] = list();
-    for (const model::ModelFrame& frame : run.run.frames) {
-        value["frames"].append(frameOf(frame, comparison.workload.compositor));
+    const auto showings =
+            model::showings(comparison.workload, run.run, comparison.intendedVsyncs);
+    for (size_t i = 0; i < run.run.frames.size(); ++i) {
+        value["frames"].append(
+                frameOf(run.run.frames[i], showings[i], comparison.workload.compositor));
     }
     value["boosts"] = list();
     for (const model::PolicyEvent& boost : run.run.boosts) {

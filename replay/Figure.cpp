@@ -14,20 +14,6 @@ using model::LayerFigures;
 
 constexpr double kNsPerMs = 1e6;
 
-// Tables show times to a hundredth of a millisecond, rates and numbers to a hundredth.
-double shownResolution(Figure::Unit unit) {
-    switch (unit) {
-        case Figure::Unit::kTime:
-            return 0.01 * kNsPerMs;
-        case Figure::Unit::kCount:
-            return 1.0;
-        case Figure::Unit::kRate:
-        case Figure::Unit::kNumber:
-            return 0.01;
-    }
-    return 0.0;
-}
-
 template <auto LayerFigures::*kMember>
 double value(const LayerFigures& figures) {
     return static_cast<double>(figures.*kMember);
@@ -70,6 +56,20 @@ const std::vector<Figure>& figures() {
              value<&LayerFigures::boostMHzSeconds>},
     };
     return sFigures;
+}
+
+// Tables show times to a hundredth of a millisecond, rates and numbers to a hundredth.
+double shownResolution(Figure::Unit unit) {
+    switch (unit) {
+        case Figure::Unit::kTime:
+            return 0.01 * kNsPerMs;
+        case Figure::Unit::kCount:
+            return 1.0;
+        case Figure::Unit::kRate:
+        case Figure::Unit::kNumber:
+            return 0.01;
+    }
+    return 0.0;
 }
 
 const Figure* figureOf(std::string_view key) {

@@ -29,6 +29,8 @@ const std::vector<Figure>& figures();
 // Null when no figure has this key.
 const Figure* figureOf(std::string_view key);
 
+// What a table rounds a value to, in the value's unit.
+double shownResolution(Figure::Unit unit);
 // A value with its unit, and the signed difference of two. Times in ms.
 std::string valueText(const Figure& figure, double value);
 std::string differenceText(const Figure& figure, double difference);
