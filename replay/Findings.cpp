@@ -92,6 +92,7 @@ class Collector {
     void readFeatureLine(const std::string& text, int64_t atNs);
     void addSwitch(int id, FeatureKind kind, FeatureSwitch change);
     void onBegin(const TraceEvent& event, Queueing& queueing);
+    void addHeadroomInForce(int layerId, int64_t atNs, int64_t headroomNs);
     void addHeld(const Queueing& queueing, int64_t releaseNs);
     void placeReleases();
     int layerOfPackage(const std::string& package) const;
@@ -256,6 +257,7 @@ void Collector::readTrace(const std::string& trace) {
 }
 
 void Collector::onBegin(const TraceEvent& event, Queueing& queueing) {
+    long long headroomNs = 0;
     if (event.name == "onVsync") {
         mVsyncs.push_back(event.timeNs);
     } else if (event.name == "delay finish" || event.name == "additional delay") {
@@ -264,6 +266,10 @@ void Collector::onBegin(const TraceEvent& event, Queueing& queueing) {
         ++mFindings.unblocked;
     } else if (event.name == "Pending for target fps") {
         queueing.pacedSinceNs = event.timeNs;
+    } else if (std::sscanf(std::string(event.name).c_str(),
+                           "bufferCount:%*d, curHeadroom: %*d, mHeadroom: %lld",
+                           &headroomNs) == 1) {
+        addHeadroomInForce(queueing.layerId, sinceStart(event.timeNs), headroomNs);
     } else if (startsWith(event.name, "[GPU JANK DETECTION] skip IOCTL")) {
         ++mFindings.fences.filtered;
     } else if (startsWith(event.name, "[GFR_BOOST] GFR_IOCTL ")) {
@@ -274,6 +280,15 @@ void Collector::onBegin(const TraceEvent& event, Queueing& queueing) {
                         &headroom, &request.freqMHz, &request.id) == 4) {
             mDeviceTrace.push_back(request);
         }
+    }
+}
+
+void Collector::addHeadroomInForce(int layerId, int64_t atNs, int64_t headroomNs) {
+    auto* found = layer(layerId);
+    if (found == nullptr) return;
+    auto& changes = found->headroomInForce;
+    if (changes.empty() || changes.back().headroomNs != headroomNs) {
+        changes.push_back({atNs, headroomNs});
     }
 }
 

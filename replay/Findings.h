@@ -48,6 +48,12 @@ struct FrameRecord {
     int64_t pacedNs = 0;  // for the target FPS
 };
 
+// The headroom that the library took from a time on.
+struct HeadroomInForce {
+    int64_t atNs;
+    int64_t headroomNs;
+};
+
 // One buffer that the library held back.
 struct HeldFrame {
     int64_t atNs;
@@ -74,6 +80,7 @@ struct LayerFindings {
     std::vector<std::pair<int64_t, int>> modes;  // time and value of each mode that was accepted
     std::array<std::vector<FeatureSwitch>, static_cast<size_t>(FeatureKind::kCount)> switches;
     std::optional<int64_t> headroomNs;  // as configured, when last set
+    std::vector<HeadroomInForce> headroomInForce;  // its changes, as frames met them
     std::vector<HeldFrame> held;
     std::vector<int64_t> pacedNs;  // how long target-FPS pacing let the producer sleep
     std::vector<Boost> boosts;

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "replay/Report.h"
+#include "replay/Settings.h"
 
 namespace corvane::replay {
 namespace {
@@ -56,6 +57,13 @@ Json::Value featuresOf(const LayerFindings& found) {
     Json::Value headroom;
     headroom["switches"] = switchesOf(found.of(FeatureKind::kHeadroom));
     headroom["headroomNs"] = timeOrNull(found.headroomNs);
+    headroom["inForce"] = list();
+    for (const auto& change : found.headroomInForce) {
+        Json::Value value;
+        value["atNs"] = Json::Int64(change.atNs);
+        value["headroomNs"] = Json::Int64(change.headroomNs);
+        headroom["inForce"].append(std::move(value));
+    }
     headroom["held"] = list();
     std::vector<int64_t> held, before;
     for (const auto& frame : found.held) {
@@ -169,7 +177,7 @@ Json::Value serviceCallsOf(const ReportSource& source) {
 
 }  // namespace
 
-std::string jsonReport(const ReportSource& source) {
+Json::Value reportDocument(const ReportSource& source) {
     const Recording& recording = source.recording;
     const PlayResult& played = source.played;
     Json::Value root;
@@ -195,6 +203,9 @@ std::string jsonReport(const ReportSource& source) {
         root["scenario"]["file"] = source.scenarioFile;
         root["scenario"]["description"] = source.scenarioDescription;
     }
+    root["settings"] = source.scenario != nullptr
+                               ? settingsJson(*source.scenario, source.findings.calls)
+                               : Json::Value();
     root["notes"] = list();
     for (const auto& note : source.notes) root["notes"].append(note);
     root["suggestion"] = source.suggestion.empty() ? Json::Value() : Json::Value(source.suggestion);
@@ -233,9 +244,13 @@ std::string jsonReport(const ReportSource& source) {
         value["count"] = Json::UInt64(count);
         root["complaints"].append(std::move(value));
     }
+    return root;
+}
+
+std::string jsonReport(const Json::Value& document) {
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "  ";
-    return Json::writeString(builder, root) + "\n";
+    return Json::writeString(builder, document) + "\n";
 }
 
 }  // namespace corvane::replay

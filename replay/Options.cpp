@@ -51,6 +51,7 @@ const char* const kUsage =
         "cost\n"
         "  --seed N               another order of what is due at one instant\n"
         "  --json FILE            also write the report for programs\n"
+        "  --report FILE.html     also write the report as a page with timelines, for a browser\n"
         "  --trace FILE           also write what happened for ui.perfetto.dev: ftrace text "
         "(.txt,\n"
         "                         .html) or a Perfetto trace (.pftrace)\n"
@@ -209,6 +210,7 @@ OptionsResult parseOptions(int argc, const char* const* argv) {
             {"--config", text(options.scenario)},
             {"--default-config", text(defaultScenario)},
             {"--json", text(options.json)},
+            {"--report", text(options.report)},
             {"--trace", text(options.trace)},
             {"--layer", text(options.part.layer)},
             {"--from", [&](const auto& value) { return parseSeconds(value, options.part.fromNs); }},

@@ -19,6 +19,7 @@ struct Options {
     bool isDefaultScenario = false;
     int repeat = 0;                // 0: as the scenario says, else once
     std::string json;              // empty: not written
+    std::string report;            // empty: no page
     std::string trace;             // empty: not kept
     bool list = false;             // tell what the recording holds and play nothing
     Selection part;                // of the recording

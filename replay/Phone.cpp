@@ -12,6 +12,7 @@
 
 #include "corvane/host/Devices.h"
 #include "corvane/host/PerfService.h"
+#include "replay/Settings.h"
 #include "replay/Stop.h"
 
 namespace corvane::replay {
@@ -32,7 +33,7 @@ void deliver(const ServiceCallback& callback) {
 
 void setUpPhone(const Scenario& scenario) {
     // The report is drawn from the debug log and the trace; a scenario may switch them off.
-    write({"vendor.perf.corvane.debug", "1"});
+    write({kDebugProperty, "1"});
     for (const auto& property : scenario.properties) write(property);
     if (!host::PerfService::install()) {
         throw Stop{kFailed, "the host's performance service cannot be loaded"};

@@ -3,6 +3,8 @@
 
 #pragma once
 
+#include <json/json.h>
+
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,6 +14,7 @@
 #include "replay/Findings.h"
 #include "replay/Player.h"
 #include "replay/Recording.h"
+#include "replay/Scenario.h"
 #include "replay/Terminal.h"
 
 namespace corvane::replay {
@@ -32,6 +35,7 @@ struct ReportSource {
     std::vector<std::string> notes = {};
     bool isRealtime = true;                  // else times are simulated, and hooks cost nothing
     const Comparison* comparison = nullptr;  // null: the device model was not used
+    const Scenario* scenario = nullptr;      // with what the command line added; null: none
     std::string suggestion = {};  // the line to type next, which ends the report; empty: none
 };
 
@@ -41,6 +45,7 @@ std::string textReport(const ReportSource& source);
 // The same for programs, one JSON document as report.schema.json describes it; times in nanoseconds
 // from the start of the replay. A change that breaks a reader raises the version.
 constexpr int kReportSchemaVersion = 1;
-std::string jsonReport(const ReportSource& source);
+Json::Value reportDocument(const ReportSource& source);
+std::string jsonReport(const Json::Value& document);
 
 }  // namespace corvane::replay

@@ -214,13 +214,18 @@ PropertyWrite propertyOf(const Node& node) {
     return property;
 }
 
-Touch touchOf(const Node& node) {
-    static const std::map<std::string, int> kActions = {
+// The platform's motion-event actions, by their names in a scenario.
+const std::map<std::string, int>& touchActions() {
+    static const std::map<std::string, int> sActions = {
             {"down", 0},        {"up", 1},        {"move", 2},  {"cancel", 3},
             {"pointerDown", 5}, {"pointerUp", 6}, {"hover", 7},
     };
-    const auto action = kActions.find(node.text());
-    if (action == kActions.end()) {
+    return sActions;
+}
+
+Touch touchOf(const Node& node) {
+    const auto action = touchActions().find(node.text());
+    if (action == touchActions().end()) {
         node.fail("must be one of down, up, move, cancel, pointerDown, pointerUp, hover");
     }
     return {action->second};
@@ -383,6 +388,13 @@ void add(Scenario& scenario, const Scenario& additions) {
     scenario.properties.insert(scenario.properties.end(), additions.properties.begin(),
                                additions.properties.end());
     if (!additions.refreshRates.empty()) scenario.refreshRates = additions.refreshRates;
+}
+
+std::string touchName(const Touch& touch) {
+    for (const auto& [name, action] : touchActions()) {
+        if (action == touch.action) return name;
+    }
+    return std::to_string(touch.action);
 }
 
 ScenarioResult parseScenario(const std::string& text, const std::string& fileName) {

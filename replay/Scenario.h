@@ -83,6 +83,9 @@ struct ScenarioResult {
     std::string error;
 };
 
+// As a scenario names its action: "down", "move", ...
+std::string touchName(const Touch& touch);
+
 // `fileName` appears in errors; a recording's path is taken relative to its folder.
 ScenarioResult parseScenario(const std::string& text, const std::string& fileName);
 

@@ -34,6 +34,7 @@
 #include "replay/Application.h"
 #include "replay/Comparison.h"
 #include "replay/Findings.h"
+#include "replay/HtmlReport.h"
 #include "replay/InputFile.h"
 #include "replay/Interruption.h"
 #include "replay/LibraryHooks.h"
@@ -168,28 +169,52 @@ std::unique_ptr<TraceFileWriter> openTrace(const std::string& path) {
     return std::make_unique<TraceFileWriter>(path, formatOfName(path).value_or(TraceFormat::kText));
 }
 
+// Where the report goes; each is opened before the recording is played.
+struct Outputs {
+    explicit Outputs(const Options& options)
+          : json(options.json),
+            page(options.report),
+            trace(openTrace(options.trace)),
+            text(kStandardStream),
+            textIsApart(isTextApart(options)) {}
+
+    // A document takes standard output whole.
+    static bool isTextApart(const Options& options) {
+        return options.json == kStandardStream || options.report == kStandardStream ||
+               options.trace == kStandardStream;
+    }
+
+    OutputFile json;
+    OutputFile page;
+    const std::unique_ptr<TraceFileWriter> trace;  // null: none is kept
+    OutputFile text;
+    const bool textIsApart;  // on standard error
+};
+
 // Every output is tried, whatever became of the ones before.
-void writeOutputs(const ReportSource& source, const std::string& trace, TraceFileWriter* traceFile,
-                  bool textIsApart, OutputFile& jsonFile, OutputFile& textFile) {
+void writeOutputs(const ReportSource& source, const std::string& trace, Outputs& outputs) {
     std::string failures;
     const auto note = [&](const std::string& failure) {
         if (!failure.empty()) failures += (failures.empty() ? "" : "; ") + failure;
     };
     const auto finish = [&](OutputFile& file, std::string_view text) { note(file.finish(text)); };
-    if (traceFile != nullptr) {
+    if (outputs.trace) {
         try {
-            traceFile->write(replayEvents(source, trace), replayTracks(source, trace));
-            traceFile->finish();
+            outputs.trace->write(replayEvents(source, trace), replayTracks(source, trace));
+            outputs.trace->finish();
         } catch (const Stop& stop) {
             note(stop.sentence);
         }
     }
-    if (jsonFile.isOpen()) finish(jsonFile, jsonReport(source));
-    // A document for a program takes standard output whole.
-    if (textIsApart) {
+    if (outputs.json.isOpen() || outputs.page.isOpen()) {
+        const Json::Value document = reportDocument(source);
+        if (outputs.json.isOpen()) finish(outputs.json, jsonReport(document));
+        if (outputs.page.isOpen()) finish(outputs.page, htmlReport(document));
+    }
+    if (outputs.textIsApart) {
         std::fputs(textReport(source).c_str(), stderr);
     } else {
-        finish(textFile, textReport(source));
+        finish(outputs.text, textReport(source));
     }
     if (!failures.empty()) throw Stop{kFailed, failures};
 }
@@ -263,13 +288,11 @@ int run(const Options& options) {
     if (options.list) return list(file, recording);
     const int repeat = options.repeat > 0 ? options.repeat : std::max(1, scenario.repeat);
 
-    const bool textIsApart = options.json == kStandardStream || options.trace == kStandardStream;
     refuseClashes({file, options.scenario},
-                  {options.json, options.trace, textIsApart ? "" : kStandardStream});
+                  {options.json, options.report, options.trace,
+                   Outputs::isTextApart(options) ? "" : kStandardStream});
     Interruption interruption;
-    OutputFile jsonFile(options.json);
-    const auto traceFile = openTrace(options.trace);
-    OutputFile textFile(kStandardStream);
+    Outputs outputs(options);
     std::optional<host::Simulation> simulation;
     if (!options.realtime) simulation.emplace(simulationOptions(options.seed));
     const host::LogCapture log;
@@ -304,7 +327,7 @@ int run(const Options& options) {
     ReportSource source{file,   options.scenario, scenario.description, repeat, recording,
                         played, findings};
     if (application) source.application = application->result();
-    source.terminal = terminalOf(textIsApart ? STDERR_FILENO : STDOUT_FILENO);
+    source.terminal = terminalOf(outputs.textIsApart ? STDERR_FILENO : STDOUT_FILENO);
     source.notes = recording.notes;
     for (auto& note : scenarioNotes(scenario, recording, player->passNs() * repeat)) {
         source.notes.push_back(std::move(note));
@@ -323,6 +346,7 @@ int run(const Options& options) {
         source.notes.emplace_back(
                 "real-time priority was refused, as to any user but root: times are less exact");
     }
+    source.scenario = &scenario;
     source.isRealtime = options.realtime;
     if (comparison) {
         comparison->library =
@@ -331,7 +355,7 @@ int run(const Options& options) {
         for (const std::string& policy : options.against) addPolicy(*comparison, policy);
         source.comparison = &*comparison;
     }
-    writeOutputs(source, evidence.trace, traceFile.get(), textIsApart, jsonFile, textFile);
+    writeOutputs(source, evidence.trace, outputs);
     return interruption.signal() == 0 ? kPlayed : kSignalled + interruption.signal();
 }
 

@@ -12,7 +12,8 @@ const POLICY_TEXTS = {
 };
 
 // The figures that answer whether it is better.
-const KEY_FIGURES = ['latency-p50', 'latency-p95', 'late-frames', 'fps', 'interval-deviation'];
+const KEY_FIGURES = ['latency-p50', 'latency-p95', 'late-frames', 'dropped-frames', 'fps',
+  'interval-deviation'];
 
 // More tables than these are made only when their layer is chosen.
 const EAGER_TABLES = 8;
@@ -328,16 +329,16 @@ class Page {
     if (!settings) return;
     this.addSettingsTable(section, 'Games', ['Package', 'Weight'],
       settings.games.map((game) => [game.package, game.weight]), 'No package is a game.');
-    this.addSettingsTable(section, 'Properties that the library read', ['Property', 'Value', 'From'],
+    this.addSettingsTable(section, 'Properties in force', ['Property', 'Value', 'Set by'],
       settings.properties.map((one) => [one.name, one.value === '' ? '(empty)' : one.value,
-        one.set ? 'set' : 'default']), 'None was read.');
+        one.from]), 'None was read.');
     this.addSettingsTable(section, 'Configuration by the service\u2019s callback',
       ['At', 'Hint', 'Package', 'Arguments', 'Values'],
       settings.callbacks.map((call) => [call.atNs === null ? 'before the first frame' : seconds(call.atNs),
         call.hint, call.package, `${call.arg1}, ${call.arg2}`, call.values.join(', ')]), 'None was sent.');
     const events = settings.events.map((event) => [seconds(event.atNs), event.touch !== undefined
-      ? `touch ${event.touch}` : event.property
-        ? `${event.property.name} = ${event.property.value}` : 'held buffers are let go']);
+      ? `touch ${event.touch}` : event.property !== undefined
+        ? `${event.property} = ${event.value}` : 'held buffers are let go']);
     if (events.length > 0) this.addSettingsTable(section, 'Events', ['At', 'What'], events, '');
     const fences = settings.fences.map((mark) => [mark.layer, mark.timeline, mark.first,
       mark.last === null ? 'the last' : mark.last, mark.every, mark.immediate ? 'at once' : 'with the frame\u2019s others']);

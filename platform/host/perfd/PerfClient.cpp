@@ -33,8 +33,9 @@ extern "C" {
 
 PropValue perf_get_prop(const char* name, const char* defaultValue) {
     PropValue result{};
-    perfProperty(name, defaultValue).copy(result.value, sizeof(result.value) - 1);
-    perfRecord("perf_get_prop", 0, name, {}, 0);
+    std::string value = perfProperty(name, defaultValue);
+    value.copy(result.value, sizeof(result.value) - 1);
+    perfRecord("perf_get_prop", 0, name, {}, 0, std::move(value));
     return result;
 }
 

@@ -111,7 +111,7 @@ void perfRegisterCallback(std::shared_ptr<IPerfCallback> callback) {
 }
 
 int perfRecord(const char* entry, int number, const char* package, std::vector<int> args,
-               int result) {
+               int result, std::string answer) {
     PerfCall call{entry,
                   number,
                   package != nullptr,
@@ -120,7 +120,8 @@ int perfRecord(const char* entry, int number, const char* package, std::vector<i
                   result,
                   systemTime(SYSTEM_TIME_MONOTONIC),
                   static_cast<uint64_t>(gettid()),
-                  threadName()};
+                  threadName(),
+                  std::move(answer)};
     State& s = state();
     const std::lock_guard<std::mutex> lock(s.mutex);
     s.calls.push_back(std::move(call));

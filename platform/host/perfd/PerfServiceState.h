@@ -30,6 +30,6 @@ void perfRegisterCallback(
 
 // Puts the call on record and returns its result.
 int perfRecord(const char* entry, int number, const char* package, std::vector<int> args,
-               int result);
+               int result, std::string answer = {});
 
 }  // namespace corvane::host

@@ -38,6 +38,7 @@ struct PerfCall {
     int64_t timeNs;      // systemTime at the call
     uint64_t threadId;   // gettid of the caller
     std::string thread;  // its name
+    std::string answer = {};  // of perf_get_prop: the value, or the default that was offered
 };
 
 class PerfService {
