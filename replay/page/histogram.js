@@ -75,7 +75,7 @@ class Histogram {
     const step = (width - left - right) / count;
     this.geometry = { left, step };
     const most = Math.max(1, ...this.series.map((one) => Math.max(...one.counts)));
-    const root = svg('svg', { viewBox: `0 0 ${width} ${height}`, role: 'img', 'aria-hidden': 'true' });
+    const root = svg('svg', { viewBox: `0 0 ${width} ${height}`, 'aria-hidden': 'true' });
     this.band = svg('rect', { class: 'bin-band', y: 0, height: height - axis, width: step, x: -step });
     root.append(this.band);
     this.series.forEach((one, row) => {
@@ -95,7 +95,8 @@ class Histogram {
         }
       });
       root.append(
-        svg('path', { class: one.policy === 'library' ? 'bars own' : 'bars', d: bars.join('') }),
+        svg('path', { class: one.policy === 'library' ? 'bars own' : 'bars', d: bars.join(''),
+          'data-policy': one.policy, 'data-frames': one.values.length }),
         svg('line', { class: 'base', x1: left, x2: width - right, y1: base, y2: base }),
         svg('text', {
           class: one.policy === 'library' ? 'label own' : 'label',

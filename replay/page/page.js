@@ -211,11 +211,11 @@ class Page {
       if (!report.hasLibrary) continue;
       const own = valueOf('library');
       const other = valueOf(policy);
-      const share = other !== 0 && own !== other && figure.unit !== 'number'
-        ? ` (${own > other ? '+' : ''}${percent((own - other) / other, 0)})` : '';
+      const share = other === 0 ? '' : percent((own - other) / other, 0);
+      const shareText = /[1-9]/.test(share) ? ` (${own > other ? '+' : ''}${share})` : '';
       const text = differenceText(figure, own - other);
       cells.push(html('td', { class: `change ${judgement(figure, own, other)}`, 'data-against': policy },
-        text === '=' ? '=' : text, text === '=' ? null : html('span', { class: 'share' }, share), ' ',
+        text, text === '=' ? null : html('span', { class: 'share' }, shareText), ' ',
         this.verdictTag(figure, own, other)));
     }
     const isEmpty = report.policies.every((policy) => valueOf(policy) === 0);

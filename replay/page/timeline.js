@@ -460,15 +460,17 @@ class Timeline {
     const top = row.y + 6;
     const base = row.y + row.height - 6;
     const y = (value) => base - (base - top) * value / row.most;
-    this.label(root, isHeadroom ? 'headroom' : 'FPS, mode', row.y, row.y + 26, 'label quiet');
-    if (!this.narrow) {
-      root.append(svg('text', { class: 'tiny', x: this.left - 8, y: row.y + 40, 'text-anchor': 'end' },
-        isHeadroom ? 'in force, ms' : 'frames/s'));
+    // Beside the rows there is room for a name at the edge and the scale next to the plot.
+    root.append(svg('text', { class: 'label quiet', x: 2, y: this.narrow ? row.y - 3 : row.y + 26 },
+      isHeadroom ? 'headroom' : 'FPS, mode'));
+    if (isHeadroom && !this.narrow) {
+      root.append(svg('text', { class: 'tiny', x: 2, y: row.y + 40 }, 'in force'));
     }
     const step = tickStep(row.most, 3);
     for (let tick = 0; tick <= row.most; tick += step) {
       root.append(svg('line', { class: 'grid', x1: this.left, x2: this.width, y1: y(tick), y2: y(tick) }),
-        svg('text', { class: 'tiny', x: this.width - 2, y: y(tick) - 2, 'text-anchor': 'end' },
+        svg('text', { class: 'tiny', x: this.narrow ? this.width - 2 : this.left - 4,
+          y: this.narrow ? y(tick) - 2 : y(tick) + 4, 'text-anchor': 'end' },
           isHeadroom ? millis(tick, step < NS_PER_MS ? 1 : 0) : `${fixed(tick, 0)}/s`));
     }
     if (isHeadroom) {
