@@ -80,8 +80,7 @@ Json::Value runOf(const Comparison& comparison, const PolicyRun& run) {
         value["figures"].append(std::move(entry));
     }
     value["frames"] = list();
-    const auto showings =
-            model::showings(comparison.workload, run.run, comparison.intendedVsyncs);
+    const auto showings = model::showings(comparison.workload, run.run, comparison.intendedVsyncs);
     for (size_t i = 0; i < run.run.frames.size(); ++i) {
         value["frames"].append(
                 frameOf(run.run.frames[i], showings[i], comparison.workload.compositor));

@@ -79,7 +79,7 @@ struct LayerFindings {
     std::vector<FpsWindow> windows;
     std::vector<std::pair<int64_t, int>> modes;  // time and value of each mode that was accepted
     std::array<std::vector<FeatureSwitch>, static_cast<size_t>(FeatureKind::kCount)> switches;
-    std::optional<int64_t> headroomNs;  // as configured, when last set
+    std::optional<int64_t> headroomNs;             // as configured, when last set
     std::vector<HeadroomInForce> headroomInForce;  // its changes, as frames met them
     std::vector<HeldFrame> held;
     std::vector<int64_t> pacedNs;  // how long target-FPS pacing let the producer sleep

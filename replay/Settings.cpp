@@ -31,7 +31,7 @@ Json::Value propertiesOf(const Scenario& scenario, const std::vector<host::PerfC
     std::map<std::string, Json::Value> properties;
     for (const auto& call : calls) {
         if (call.entry != "perf_get_prop") continue;
-        const char* from = written.count(call.package) > 0   ? "scenario"
+        const char* from = written.count(call.package) > 0  ? "scenario"
                            : call.package == kDebugProperty ? "replay"
                                                             : "default";
         properties[call.package] = propertyOf(call.package, call.answer, from);
@@ -99,7 +99,8 @@ Json::Value fencesOf(const Scenario& scenario) {
         value["layer"] = mark.layer;
         value["timeline"] = mark.timeline;
         value["first"] = Json::UInt64(mark.first);
-        value["last"] = mark.last == SIZE_MAX ? Json::Value() : Json::Value(Json::UInt64(mark.last));
+        value["last"] =
+                mark.last == SIZE_MAX ? Json::Value() : Json::Value(Json::UInt64(mark.last));
         value["every"] = Json::UInt64(mark.every);
         value["immediate"] = mark.immediate;
         values.append(std::move(value));

@@ -288,9 +288,8 @@ int run(const Options& options) {
     if (options.list) return list(file, recording);
     const int repeat = options.repeat > 0 ? options.repeat : std::max(1, scenario.repeat);
 
-    refuseClashes({file, options.scenario},
-                  {options.json, options.report, options.trace,
-                   Outputs::isTextApart(options) ? "" : kStandardStream});
+    refuseClashes({file, options.scenario}, {options.json, options.report, options.trace,
+                                             Outputs::isTextApart(options) ? "" : kStandardStream});
     Interruption interruption;
     Outputs outputs(options);
     std::optional<host::Simulation> simulation;

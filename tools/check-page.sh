@@ -39,6 +39,12 @@ check() {
     python3 tools/check_page.py used "$OUT/$name.json" "$OUT/$name.used.dom.html"
 }
 
+# Layers may be named anything: markup, characters that turn or break lines, and what is not UTF-8.
+name=$'</script><img src=http://nowhere.invalid/x><!--\u202e\u2028\xff%SCRIPT%#104'
+env LC_ALL=C sed "s@com\\.example\\.wallpaper\\.LiveWallpaper#104@$name@" \
+    replay/recordings/launcher-scroll-two-layers.systrace.txt >"$work/hostile.txt"
+
+check hostile "$work/hostile.txt"
 check reader --config replay/scenarios/reader-headroom.json
 check launcher --config replay/scenarios/launcher-rescue.json
 for view in desktop:1400,2900 phone:390,5200; do

@@ -7,9 +7,20 @@
 const NICE_BINS_MS = [0.1, 0.2, 0.5, 1, 2, 2.5, 5, 10, 20, 25, 50, 100, 200, 500, 1000];
 const MOST_BINS = 64;
 
+// The values of all series, ascending.
+function allValues(series) {
+  const all = new Float64Array(series.reduce((sum, one) => sum + one.values.length, 0));
+  let at = 0;
+  for (const one of series) {
+    all.set(one.values, at);
+    at += one.values.length;
+  }
+  return all.sort();
+}
+
 // Bins that hold all but the highest half percent of the values; the last one takes what is above.
 function latencyBins(series) {
-  const all = Float64Array.from(series.flatMap((one) => Array.from(one.values))).sort();
+  const all = allValues(series);
   if (all.length === 0) return null;
   const low = all[0];
   const high = percentile(all, 99.5);
@@ -22,7 +33,7 @@ function latencyBins(series) {
 
 // One bin per multiple of the vsync period, which intervals between shown frames are.
 function intervalBins(series, periodNs) {
-  const all = series.flatMap((one) => Array.from(one.values)).sort((a, b) => a - b);
+  const all = allValues(series);
   if (all.length === 0) return null;
   const MOST_PERIODS = 12;
   const most = Math.max(4, Math.min(MOST_PERIODS, Math.round(percentile(all, 99.9) / periodNs)));

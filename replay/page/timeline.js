@@ -22,6 +22,7 @@ const PRODUCER_HEIGHT = 12;
 const WAITING_HEIGHT = 12;
 const SCREEN_HEIGHT = 12;
 const CHART_HEIGHT = 58;
+const HEADING_ROOM = 1.15;  // above a chart's largest value
 const MARKS_HEIGHT = 18;
 
 // Round steps of time, so that ticks have room.
@@ -33,6 +34,9 @@ function tickStep(spanNs, mostTicks) {
 
 // Values that hold until the next one: the last at or before `time`; -1 for none.
 const inForce = (steps, time) => countUntil(steps.times, time) - 1;
+
+// Lists may be too long to be a call's arguments.
+const largest = (list) => list.reduce((most, value) => Math.max(most, value), 1);
 
 function stepsOf(list, value) {
   return { times: Float64Array.from(list, (entry) => entry.atNs),
@@ -134,11 +138,11 @@ class Timeline {
     if (inForceList.length > 0) {
       const steps = stepsOf(inForceList, (entry) => entry.headroomNs);
       this.rows.push({ kind: 'headroom', layer, steps, height: CHART_HEIGHT,
-        most: 1.15 * Math.max(1, ...steps.values) });
+        most: HEADING_ROOM * largest(steps.values) });
     }
     if (windows.values.length > 0) {
       this.rows.push({ kind: 'fps', layer, windows, modes, height: CHART_HEIGHT,
-        most: 1.15 * Math.max(1, ...windows.values, ...modes.values) });
+        most: HEADING_ROOM * Math.max(largest(windows.values), largest(modes.values)) });
     }
   }
 

@@ -35,9 +35,9 @@ struct PerfCall {
     std::string package;    // of perf_get_prop: the property's name
     std::vector<int> args;  // the remaining integers, lists included
     int result;
-    int64_t timeNs;      // systemTime at the call
-    uint64_t threadId;   // gettid of the caller
-    std::string thread;  // its name
+    int64_t timeNs;           // systemTime at the call
+    uint64_t threadId;        // gettid of the caller
+    std::string thread;       // its name
     std::string answer = {};  // of perf_get_prop: the value, or the default that was offered
 };
 
