@@ -11,10 +11,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+
+#include "StuckReport.h"
 
 namespace corvane::host {
 namespace {
@@ -25,10 +25,6 @@ constexpr uint64_t kMaxIdleSpins = 1'000'000;
 // Of Options::spuriousWakeups: one scheduling point in this many ends a condition wait.
 constexpr uint64_t kSpuriousShare = 32;
 
-// The slots of all threads. A slot is taken again once its thread is gone.
-constexpr size_t kSlots = 2'048;
-SimThread sSlots[kSlots];
-size_t sNextSlot = 0;
 pthread_key_t sExitKey;
 
 // A bare system call: neither the C library's cancellation points nor a sanitizer's hooks.
@@ -51,64 +47,6 @@ void onThreadExit(void* slot) {
         return;
     }
     Scheduler::get().exitThread(thread);
-}
-
-// Like strncpy() and std::copy(), but no call that ThreadSanitizer would take for the program's.
-void copyText(char* to, const char* from, size_t size) {
-    for (; size > 1 && *from != '\0'; --size) {
-        *to++ = *from++;
-        asm volatile("" ::: "memory");
-    }
-    *to = '\0';
-}
-
-void removeAt(SimThread** list, size_t index, size_t count) {
-    for (; index + 1 < count; ++index) {
-        list[index] = list[index + 1];
-        asm volatile("" ::: "memory");
-    }
-}
-
-// Appends to a text of fixed size, and cuts what does not fit.
-class Text {
-  public:
-    void add(const char* format, ...) __attribute__((format(printf, 2, 3))) {
-        va_list arguments;
-        va_start(arguments, format);
-        const int length = vsnprintf(mText + mLength, sizeof(mText) - mLength, format, arguments);
-        va_end(arguments);
-        if (length > 0)
-            mLength = std::min(mLength + static_cast<size_t>(length), sizeof(mText) - 1);
-    }
-    const char* c_str() const { return mText; }
-
-  private:
-    char mText[16'384] = {};
-    size_t mLength = 0;
-};
-
-const char* describe(Wait wait) {
-    switch (wait) {
-        case Wait::kNothing:
-            return "nothing";
-        case Wait::kMutex:
-            return "a mutex";
-        case Wait::kCondition:
-            return "a condition";
-        case Wait::kInitialisation:
-            return "an initialisation";
-        case Wait::kThreadEnd:
-            return "the end of a thread";
-        case Wait::kDescriptor:
-            return "a descriptor";
-        case Wait::kFuture:
-            return "a future";
-        case Wait::kSleep:
-            return "the clock";
-        case Wait::kWakeup:
-            return "its wake-up";
-    }
-    return "?";
 }
 
 }  // namespace
@@ -134,10 +72,14 @@ void Scheduler::begin(const Simulation::Options& options) {
     mNow = options.startNs;
     mSteps = mFirstStep = mOrder = mProgress = mIdleSpins = 0;
     mPrioritiesChanged = false;
-    mNextId = 0;
-    mThreadCount = mReadyCount = mHeldCount = mTimerCount = 0;
+    mReadyCount = 0;
+    mThreads.clear();
+    mHolders.clear();
+    mTimers.clear();
     SimThread& owner = prepareThread();
-    pthread_getname_np(pthread_self(), mNames[owner.id], kNameSize);
+    char name[16] = {};  // the kernel's limit
+    pthread_getname_np(pthread_self(), name, sizeof(name));
+    mThreads.setName(owner.id, name);
     owner.handle = pthread_self();
     owner.hasHandle = true;
     tSelf = &owner;
@@ -155,29 +97,25 @@ void Scheduler::end() {
 }
 
 int64_t Scheduler::nextDeadline() const {
-    int64_t next = kNever;
-    for (size_t i = 0; i < mThreadCount; ++i) {
-        if (mThreads[i]->state == ThreadState::kBlocked) {
-            next = std::min(next, mThreads[i]->deadline);
-        }
+    int64_t next = mTimers.first().deadline;
+    for (const SimThread* thread : mThreads) {
+        if (thread->state == ThreadState::kBlocked) next = std::min(next, thread->deadline);
     }
-    for (size_t i = 0; i < mTimerCount; ++i) next = std::min(next, mTimers[i].deadline);
     return next;
 }
 
 void Scheduler::restartSchedule() {
     mFirstStep = mSteps;
     mSchedule.drawChangePoints();
-    for (size_t i = 0; i < mThreadCount; ++i) mThreads[i]->priority = mSchedule.drawPriority();
+    for (SimThread* thread : mThreads) thread->priority = mSchedule.drawPriority();
     mPrioritiesChanged = true;
 }
 
 size_t Scheduler::threads() const {
-    size_t count = 0;
-    for (size_t i = 0; i < mThreadCount; ++i) {
-        if (mThreads[i]->state != ThreadState::kFinished) ++count;
-    }
-    return count;
+    return static_cast<size_t>(
+            std::count_if(mThreads.begin(), mThreads.end(), [](const SimThread* thread) {
+                return thread->state != ThreadState::kFinished;
+            }));
 }
 
 void Scheduler::record(const char* what, const void* object, const void* caller) {
@@ -198,13 +136,11 @@ void Scheduler::elapse(int64_t ns) {
 void Scheduler::endWaitSpuriously() {
     Random& random = mSchedule.random();
     if (random.below(kSpuriousShare) != 0) return;
-    const size_t first = mThreadCount == 0 ? 0 : random.below(mThreadCount);
-    for (size_t i = 0; i < mThreadCount; ++i) {
-        SimThread& thread = *mThreads[(first + i) % mThreadCount];
-        if (thread.state == ThreadState::kBlocked && thread.wait == Wait::kCondition) {
-            makeReady(thread, false);
-            return;
-        }
+    const size_t count = mThreads.size();
+    const size_t first = random.below(count);
+    for (size_t i = 0; i < count; ++i) {
+        SimThread& thread = mThreads[(first + i) % count];
+        if (thread.isWaiting(Wait::kCondition)) return makeReady(thread, false);
     }
 }
 
@@ -283,99 +219,46 @@ void Scheduler::makeReady(SimThread& thread, bool timedOut) {
 }
 
 void Scheduler::wakeAll(Wait wait, const void* object) {
-    // In the order in which they began to wait.
-    while (true) {
-        SimThread* first = nullptr;
-        for (size_t i = 0; i < mThreadCount; ++i) {
-            SimThread* thread = mThreads[i];
-            if (thread->state != ThreadState::kBlocked || thread->wait != wait ||
-                thread->object != object) {
-                continue;
-            }
-            if (first == nullptr || thread->order < first->order) first = thread;
-        }
-        if (first == nullptr) return;
-        makeReady(*first, false);
-    }
+    const auto waits = [=](const SimThread& thread) { return thread.isWaiting(wait, object); };
+    while (SimThread* thread = mThreads.first(waits)) makeReady(*thread, false);
 }
 
 void Scheduler::wakeOne(Wait wait, const void* object) {
-    SimThread* chosen = nullptr;
-    uint64_t candidates = 0;
-    for (size_t i = 0; i < mThreadCount; ++i) {
-        SimThread* thread = mThreads[i];
-        if (thread->state != ThreadState::kBlocked || thread->wait != wait ||
-            thread->object != object) {
-            continue;
+    const auto waits = [=](const SimThread& thread) { return thread.isWaiting(wait, object); };
+    SimThread* chosen = mThreads.first(waits);
+    if (mOptions.policy != Simulation::Policy::kFifo) {
+        uint64_t candidates = 0;
+        for (SimThread* thread : mThreads) {
+            if (!waits(*thread)) continue;
+            if (mSchedule.random().below(++candidates) == 0) chosen = thread;
         }
-        ++candidates;
-        const bool isChosen = mOptions.policy == Simulation::Policy::kFifo
-                                      ? chosen == nullptr || thread->order < chosen->order
-                                      : mSchedule.random().below(candidates) == 0;
-        if (isChosen) chosen = thread;
     }
     if (chosen != nullptr) makeReady(*chosen, false);
 }
 
 void Scheduler::wakeReaders() {
-    for (size_t i = 0; i < mThreadCount; ++i) {
-        SimThread& thread = *mThreads[i];
-        if (thread.state != ThreadState::kBlocked || thread.wait != Wait::kDescriptor) continue;
-        if (isReadable(static_cast<int>(reinterpret_cast<intptr_t>(thread.object)))) {
-            makeReady(thread, false);
+    for (SimThread* thread : mThreads) {
+        if (thread->isWaiting(Wait::kDescriptor) &&
+            isReadable(static_cast<int>(reinterpret_cast<intptr_t>(thread->object)))) {
+            makeReady(*thread, false);
         }
     }
 }
 
-SimThread* Scheduler::holderOf(const void* object) const {
-    for (size_t i = 0; i < mHeldCount; ++i) {
-        if (mHeld[i].object == object) return mHeld[i].holder;
-    }
-    return nullptr;
-}
-
 void Scheduler::addHeld(const void* object, SimThread& holder) {
-    if (mHeldCount == kMaxHeld) stuck("too many locks are held");
-    mHeld[mHeldCount++] = {object, &holder};
-}
-
-void Scheduler::removeHeld(const void* object) {
-    for (size_t i = mHeldCount; i-- > 0;) {
-        if (mHeld[i].object != object) continue;
-        mHeld[i] = mHeld[--mHeldCount];
-        return;
-    }
+    if (!mHolders.add(object, holder)) stuck("too many locks are held");
 }
 
 SimThread& Scheduler::prepareThread() {
-    if (mThreadCount == kMaxThreads) stuck("too many threads");
-    for (size_t tried = 0; tried < kSlots; ++tried) {
-        SimThread& thread = sSlots[sNextSlot];
-        sNextSlot = (sNextSlot + 1) % kSlots;
-        if (thread.state != ThreadState::kUnused) continue;  // joined or detached by nobody yet
-        if (thread.isInSlot.load(std::memory_order_acquire)) continue;
-        thread.turn.store(0, std::memory_order_relaxed);
-        thread.isInSlot.store(true, std::memory_order_relaxed);
-        thread.id = mNextId++;
-        thread.wait = Wait::kNothing;
-        thread.timedOut = thread.isDetached = thread.hasHandle = false;
-        thread.object = nullptr;
-        thread.deadline = kNever;
-        thread.since = mNow;
-        thread.priority = mSchedule.drawPriority();
-        thread.yieldedAt = 0;
-        thread.uninterrupted = thread.exitRounds = 0;
-        thread.state = ThreadState::kReady;
-        thread.order = ++mOrder;
-        mThreads[mThreadCount++] = &thread;
-        ++mReadyCount;
-        mPrioritiesChanged = true;
-        char name[kNameSize];
-        snprintf(name, sizeof(name), "thread %u", thread.id);
-        setName(thread, name);
-        return thread;
-    }
-    stuck("too many threads");
+    SimThread* thread = mThreads.add();
+    if (thread == nullptr) stuck("too many threads");
+    thread->since = mNow;
+    thread->priority = mSchedule.drawPriority();
+    thread->order = ++mOrder;
+    mPrioritiesChanged = true;
+    thread->state = ThreadState::kReady;
+    ++mReadyCount;
+    return *thread;
 }
 
 void Scheduler::abandonThread(SimThread& child) {
@@ -402,99 +285,47 @@ void Scheduler::exitThread(SimThread& self) {
     self.isInSlot.store(false, std::memory_order_release);
 }
 
-SimThread* Scheduler::threadOf(pthread_t handle) {
-    for (size_t i = 0; i < mThreadCount; ++i) {
-        SimThread* thread = mThreads[i];
-        if (thread->hasHandle && !thread->isDetached &&
-            pthread_equal(thread->handle, handle) != 0) {
-            return thread;
-        }
-    }
-    return nullptr;
-}
-
 void Scheduler::joinThread(SimThread& child, const void* caller) {
     point("join", &child, caller);
     while (child.state != ThreadState::kFinished) block(Wait::kThreadEnd, &child, kNever, caller);
 }
 
-void Scheduler::releaseThread(SimThread& child) {
-    size_t index = 0;
-    while (index < mThreadCount && mThreads[index] != &child) ++index;
-    if (index == mThreadCount) return;
-    removeAt(mThreads, index, mThreadCount--);
-    child.hasHandle = false;
-    child.state = ThreadState::kUnused;
-}
-
-void Scheduler::setName(const SimThread& thread, const char* name) {
-    copyText(mNames[thread.id % kMaxNames], name, kNameSize);
-}
-
-const char* Scheduler::nameOf(uint32_t id) const {
-    return mNames[id % kMaxNames];
-}
-
 void Scheduler::armTimer(int fd, int64_t deadline) {
-    disarmTimer(fd);
-    if (mTimerCount == kMaxTimers) stuck("too many armed timers");
-    mTimers[mTimerCount++] = {fd, deadline, ++mOrder};
+    if (!mTimers.arm({fd, deadline, ++mOrder})) stuck("too many armed timers");
     if (deadline <= mNow) wakeDue();
-}
-
-void Scheduler::disarmTimer(int fd) {
-    for (size_t i = 0; i < mTimerCount; ++i) {
-        if (mTimers[i].fd != fd) continue;
-        mTimers[i] = mTimers[--mTimerCount];
-        return;
-    }
-}
-
-int64_t Scheduler::timerDeadline(int fd) const {
-    for (size_t i = 0; i < mTimerCount; ++i) {
-        if (mTimers[i].fd == fd) return mTimers[i].deadline;
-    }
-    return kNever;
 }
 
 // Everything that is due, in the order of the deadlines and then of the calls.
 void Scheduler::wakeDue() {
     while (true) {
         SimThread* thread = nullptr;
-        for (size_t i = 0; i < mThreadCount; ++i) {
-            SimThread* candidate = mThreads[i];
+        for (SimThread* candidate : mThreads) {
             if (candidate->state != ThreadState::kBlocked || candidate->deadline > mNow) continue;
             if (thread == nullptr || candidate->deadline < thread->deadline ||
                 (candidate->deadline == thread->deadline && candidate->order < thread->order)) {
                 thread = candidate;
             }
         }
-        const Timer* timer = nullptr;
-        for (size_t i = 0; i < mTimerCount; ++i) {
-            const Timer& candidate = mTimers[i];
-            if (candidate.deadline > mNow) continue;
-            if (timer == nullptr || candidate.deadline < timer->deadline ||
-                (candidate.deadline == timer->deadline && candidate.order < timer->order)) {
-                timer = &candidate;
-            }
-        }
-        if (thread == nullptr && timer == nullptr) return;
-        const bool isTimer =
-                timer != nullptr &&
-                (thread == nullptr || timer->deadline < thread->deadline ||
-                 (timer->deadline == thread->deadline && timer->order < thread->order));
-        if (!isTimer) {
+        const Timers::Timer timer = mTimers.first();
+        const bool isTimerDue = timer.deadline <= mNow;
+        if (thread == nullptr && !isTimerDue) return;
+        if (thread != nullptr &&
+            (!isTimerDue || thread->deadline < timer.deadline ||
+             (thread->deadline == timer.deadline && thread->order < timer.order))) {
             makeReady(*thread, true);
-            continue;
+        } else {
+            expire(timer.fd);
         }
-        const int fd = timer->fd;
-        disarmTimer(fd);
-        // The descriptor is an event counter in truth. Not by write(), which a sanitizer would take
-        // for the writer's handing something over.
-        const uint64_t expiries = 1;
-        syscall(SYS_write, fd, &expiries, sizeof(expiries));
-        wakeReaders();
     }
+}
+
+void Scheduler::expire(int fd) {
+    mTimers.disarm(fd);
+    // The descriptor is an event counter in truth. Not by write(), which a sanitizer would take for
+    // the writer's handing something over.
+    const uint64_t expiries = 1;
+    syscall(SYS_write, fd, &expiries, sizeof(expiries));
+    wakeReaders();
 }
 
 bool Scheduler::advance() {
@@ -507,34 +338,37 @@ bool Scheduler::advance() {
 }
 
 SimThread* Scheduler::firstIn(ThreadState state) const {
-    SimThread* first = nullptr;
-    for (size_t i = 0; i < mThreadCount; ++i) {
-        SimThread* thread = mThreads[i];
-        if (thread->state == state && (first == nullptr || thread->order < first->order)) {
-            first = thread;
-        }
-    }
-    return first;
+    return mThreads.first([=](const SimThread& thread) { return thread.state == state; });
 }
 
 SimThread* Scheduler::chooseReady() {
     if (mReadyCount == 0) return nullptr;
-    if (mOptions.policy == Simulation::Policy::kFifo) return firstIn(ThreadState::kReady);
-    SimThread* chosen = nullptr;
-    uint64_t toSkip = 0;
-    if (mOptions.policy == Simulation::Policy::kRandom && mReadyCount > 1) {
-        toSkip = mSchedule.random().below(mReadyCount);
-    }
-    for (size_t i = 0; i < mThreadCount; ++i) {
-        SimThread* thread = mThreads[i];
-        if (thread->state != ThreadState::kReady) continue;
-        if (mOptions.policy == Simulation::Policy::kRandom) {
-            if (toSkip-- == 0) return thread;
-        } else if (chosen == nullptr || thread->priority > chosen->priority) {
-            chosen = thread;
+    switch (mOptions.policy) {
+        case Simulation::Policy::kFifo:
+            return firstIn(ThreadState::kReady);
+        case Simulation::Policy::kRandom: {
+            uint64_t toSkip = mReadyCount > 1 ? mSchedule.random().below(mReadyCount) : 0;
+            for (SimThread* thread : mThreads) {
+                if (thread->state == ThreadState::kReady && toSkip-- == 0) return thread;
+            }
+            return nullptr;
+        }
+        case Simulation::Policy::kPct: {
+            SimThread* chosen = nullptr;
+            for (SimThread* thread : mThreads) {
+                if (thread->state != ThreadState::kReady) continue;
+                if (chosen == nullptr || thread->priority > chosen->priority) chosen = thread;
+            }
+            return chosen;
         }
     }
-    return chosen;
+    return nullptr;
+}
+
+SimThread& Scheduler::letRun(SimThread& thread) {
+    thread.state = ThreadState::kReady;
+    ++mReadyCount;
+    return thread;
 }
 
 SimThread& Scheduler::chooseNext() {
@@ -548,15 +382,11 @@ SimThread& Scheduler::chooseNext() {
         // One that yields again before anybody else ran only spins: for him the clock may move.
         if (yielding != nullptr && yielding->yieldedAt != mProgress) {
             yielding->yieldedAt = mProgress;
-            yielding->state = ThreadState::kReady;
-            ++mReadyCount;
-            return *yielding;
+            return letRun(*yielding);
         }
         if (SimThread* settling = firstIn(ThreadState::kSettling)) {
             ++mProgress;
-            settling->state = ThreadState::kReady;
-            ++mReadyCount;
-            return *settling;
+            return letRun(*settling);
         }
         if (advance()) {
             ++mProgress;
@@ -564,9 +394,7 @@ SimThread& Scheduler::chooseNext() {
         }
         if (yielding == nullptr) stuck("deadlock: no thread can run, and nothing is due");
         if (++mIdleSpins > kMaxIdleSpins) stuck("livelock: threads only yield to each other");
-        yielding->state = ThreadState::kReady;
-        ++mReadyCount;
-        return *yielding;
+        return letRun(*yielding);
     }
 }
 
@@ -611,33 +439,9 @@ void Scheduler::awaitTurn(SimThread& self) {
 }
 
 void Scheduler::stuck(const char* why) {
-    static Text report;
-    report.add("simulation: %s, at %lld ns after %llu scheduling points\n", why,
-               static_cast<long long>(mNow), static_cast<unsigned long long>(mSteps));
-    for (size_t i = 0; i < mThreadCount; ++i) {
-        const SimThread& thread = *mThreads[i];
-        if (thread.state == ThreadState::kFinished) continue;
-        report.add("  #%u %s: ", thread.id, nameOf(thread.id));
-        if (thread.state != ThreadState::kBlocked) {
-            report.add("can run\n");
-            continue;
-        }
-        report.add("waits for %s", describe(thread.wait));
-        if (thread.wait == Wait::kThreadEnd) {
-            const auto& child = *static_cast<const SimThread*>(thread.object);
-            report.add(", #%u %s,", child.id, nameOf(child.id));
-        }
-        report.add(" since %lld ns", static_cast<long long>(thread.since));
-        if (thread.deadline != kNever) {
-            report.add(" until %lld ns", static_cast<long long>(thread.deadline));
-        }
-        if (const SimThread* holder = holderOf(thread.object)) {
-            report.add(", held by #%u %s", holder->id, nameOf(holder->id));
-        }
-        report.add("\n");
-    }
-    if (mOptions.onStuck != nullptr) mOptions.onStuck(report.c_str());
-    fputs(report.c_str(), stderr);
+    const char* report = stuckReport(why, mNow, mSteps, mThreads, mHolders);
+    if (mOptions.onStuck != nullptr) mOptions.onStuck(report);
+    fputs(report, stderr);
     abort();
 }
 

@@ -123,7 +123,7 @@ pid_t Simulation::processId() {
 }
 
 const char* Simulation::threadName(uint32_t thread) {
-    return Scheduler::get().nameOf(thread);
+    return Scheduler::get().table().nameOf(thread);
 }
 
 Simulation::Uninterrupted::Uninterrupted() {

@@ -51,7 +51,7 @@ void noteHandle(SimThread& child, pthread_t handle, const void* caller) {
 }
 
 void detach(pthread_t handle) {
-    SimThread* child = Scheduler::get().threadOf(handle);
+    SimThread* child = Scheduler::get().table().find(handle);
     if (child == nullptr) return;
     child->isDetached = true;
     if (child->state == ThreadState::kFinished) Scheduler::get().releaseThread(*child);
@@ -113,7 +113,7 @@ void corvane::host::startSimulatedThread(std::thread* thread, StatePtr state, vo
 void joinThread(std::thread* thread) {
     SimThread* child = nullptr;
     if (Scheduler::self() != nullptr && thread->joinable()) {
-        child = Scheduler::get().threadOf(thread->native_handle());
+        child = Scheduler::get().table().find(thread->native_handle());
         awaitEnd(child, CORVANE_CALLER);
     }
     thread->join();
@@ -143,7 +143,8 @@ CORVANE_WRAP int __wrap_pthread_create(pthread_t* handle, const pthread_attr_t* 
 }
 
 CORVANE_WRAP int __wrap_pthread_join(pthread_t handle, void** result) {
-    SimThread* child = Scheduler::self() == nullptr ? nullptr : Scheduler::get().threadOf(handle);
+    SimThread* child =
+            Scheduler::self() == nullptr ? nullptr : Scheduler::get().table().find(handle);
     awaitEnd(child, CORVANE_CALLER);
     const int error = pthread_join(handle, result);
     forget(child);
@@ -157,8 +158,8 @@ CORVANE_WRAP int __wrap_pthread_detach(pthread_t handle) {
 
 CORVANE_WRAP int __wrap_pthread_setname_np(pthread_t handle, const char* name) {
     if (Scheduler::self() != nullptr) {
-        if (SimThread* thread = Scheduler::get().threadOf(handle)) {
-            Scheduler::get().setName(*thread, name);
+        if (SimThread* thread = Scheduler::get().table().find(handle)) {
+            Scheduler::get().table().setName(thread->id, name);
         }
     }
     return pthread_setname_np(handle, name);
