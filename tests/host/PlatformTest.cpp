@@ -12,7 +12,6 @@
 #include <pthread.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
-#include <ui/Rect.h>
 #include <unistd.h>
 #include <utils/RefBase.h>
 
@@ -27,8 +26,8 @@
 #include <vector>
 
 #include "corvane/host/Binder.h"
-#include "corvane/host/Clock.h"
 #include "corvane/host/Devices.h"
+#include "corvane/host/Simulation.h"
 #include "corvane/host/Threads.h"
 #include "corvane/host/TraceCapture.h"
 
@@ -131,7 +130,7 @@ TEST(TraceCapture, WritesFtraceText) {
     EXPECT_EQ(0u, atrace_get_enabled_tags());
     atrace_begin(ATRACE_TAG_GRAPHICS, "before");
 
-    DrivenClock clock(1'000'000'000'007'000);
+    Simulation simulation(1'000'000'000'007'000);
     ASSERT_TRUE(startTrace(path, ATRACE_TAG_GRAPHICS));
     EXPECT_EQ(static_cast<uint64_t>(ATRACE_TAG_GRAPHICS), atrace_get_enabled_tags());
     std::thread([] {
@@ -152,7 +151,7 @@ TEST(TraceCapture, WritesFtraceText) {
     unlink(path.c_str());
     ASSERT_EQ(8u, lines.size());
     EXPECT_EQ("# tracer: nop", lines[0]);
-    const std::string pid = std::to_string(getpid());
+    const std::string pid = std::to_string(Simulation::processId());
     const std::string events[] = {"B|" + pid + "|slice C|1|forged|1", "E|" + pid,
                                   "S|" + pid + "|async|-3", "F|" + pid + "|async|-3",
                                   "C|" + pid + "|counter|-9223372036854775808"};
@@ -204,39 +203,6 @@ void useAndDropFromThreads() {
 TEST(StrongPointer, LastOwnerMayDestroyWhatOthersUsed) {
     useAndDropFromThreads<Counted>();
     useAndDropFromThreads<LightCounted>();
-}
-
-TEST(StrongPointerDeathTest, OwnsMovesAndPromotesButAdoptsNoOrphan) {
-    using android::sp;
-    std::atomic<int> alive{0};
-    sp<Counted> a = sp<Counted>::make(&alive);
-    sp<android::RefBase> base = a;
-    EXPECT_EQ(2, a->getStrongCount());
-    base = std::move(a);
-    EXPECT_EQ(nullptr, a);
-    EXPECT_EQ(1, base->getStrongCount());
-    a = sp<Counted>::fromExisting(static_cast<Counted*>(base.get()));
-    sp<Counted>& alias = a;
-    a = std::move(alias);
-    EXPECT_EQ(base, a);
-    EXPECT_EQ(2, base->getStrongCount());
-    const android::wp<Counted> weak = a;
-    EXPECT_EQ(a, weak.promote());
-    a.clear();
-    base = nullptr;
-    EXPECT_EQ(0, alive);
-    EXPECT_EQ(nullptr, weak.promote());
-    EXPECT_EQ(nullptr, sp<Counted>::fromExisting(nullptr));
-
-    ::testing::FLAGS_gtest_death_test_style = "threadsafe";
-    auto* orphan = new Counted(&alive);
-    EXPECT_DEATH(sp<Counted>::fromExisting(orphan), "");
-    sp<Counted>(orphan).clear();
-}
-
-TEST(Rect, WidthOfHostileBoundsWraps) {
-    EXPECT_EQ(29, android::Rect(1, 2, 30, 40).getWidth());
-    EXPECT_EQ(-1, android::Rect(INT32_MIN, 0, INT32_MAX, 1).getWidth());
 }
 
 }  // namespace

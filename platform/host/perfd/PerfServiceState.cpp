@@ -144,12 +144,6 @@ void PerfService::addGame(const std::string& package, int weight) {
     s.games[package] = weight;
 }
 
-void PerfService::removeGame(const std::string& package) {
-    State& s = state();
-    const std::lock_guard<std::mutex> lock(s.mutex);
-    s.games.erase(package);
-}
-
 void PerfService::refuseLocks(bool refuse) {
     State& s = state();
     const std::lock_guard<std::mutex> lock(s.mutex);

@@ -95,7 +95,6 @@ status_t SurfaceComposerClient::notifyPowerBoost(int32_t boostId) {
 }
 
 const Rect Rect::INVALID_RECT{0, 0, -1, -1};
-const Rect Rect::EMPTY_RECT{0, 0, 0, 0};
 
 }  // namespace android
 

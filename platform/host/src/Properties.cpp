@@ -4,7 +4,6 @@
 #include "corvane/host/Properties.h"
 
 #include <android-base/parsebool.h>
-#include <android-base/parseint.h>
 #include <android-base/properties.h>
 #include <cutils/properties.h>
 
@@ -13,6 +12,7 @@
 #include <cinttypes>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 #include "PropertyStore.h"
 
@@ -62,24 +62,6 @@ bool PropertyStore::set(const std::string& name, const std::string& value) {
     return true;
 }
 
-void PropertyStore::clear() {
-    {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        // The records stay, so that waiters see a change.
-        for (auto& [name, property] : mProperties) property = {"", ++mLastSerial};
-    }
-    mChanged.notify_all();
-}
-
-std::vector<std::pair<std::string, std::string>> PropertyStore::list() const {
-    const std::lock_guard<std::mutex> lock(mMutex);
-    std::vector<std::pair<std::string, std::string>> result;
-    for (const auto& [name, property] : mProperties) {
-        if (!property.value.empty()) result.emplace_back(name, property.value);
-    }
-    return result;
-}
-
 int PropertyStore::reads(const std::string& name) const {
     const std::lock_guard<std::mutex> lock(mMutex);
     const auto it = mReads.find(name);
@@ -102,10 +84,6 @@ bool PropertyStore::wait(const std::string& name, std::chrono::milliseconds time
         return true;
     }
     return mChanged.wait_until(lock, now + timeout, holds);
-}
-
-void clearProperties() {
-    PropertyStore::get().clear();
 }
 
 int propertyReads(const std::string& name) {
@@ -135,29 +113,6 @@ bool GetBoolProperty(const std::string& key, bool default_value) {
     return default_value;
 }
 
-template <typename T>
-T GetIntProperty(const std::string& key, T default_value, T min, T max) {
-    T result;
-    const std::string value = GetProperty(key, "");
-    return !value.empty() && ParseInt(value, &result, min, max) ? result : default_value;
-}
-
-template <typename T>
-T GetUintProperty(const std::string& key, T default_value, T max) {
-    T result;
-    const std::string value = GetProperty(key, "");
-    return !value.empty() && ParseUint(value, &result, max) ? result : default_value;
-}
-
-template int8_t GetIntProperty(const std::string&, int8_t, int8_t, int8_t);
-template int16_t GetIntProperty(const std::string&, int16_t, int16_t, int16_t);
-template int32_t GetIntProperty(const std::string&, int32_t, int32_t, int32_t);
-template int64_t GetIntProperty(const std::string&, int64_t, int64_t, int64_t);
-template uint8_t GetUintProperty(const std::string&, uint8_t, uint8_t);
-template uint16_t GetUintProperty(const std::string&, uint16_t, uint16_t);
-template uint32_t GetUintProperty(const std::string&, uint32_t, uint32_t);
-template uint64_t GetUintProperty(const std::string&, uint64_t, uint64_t);
-
 bool SetProperty(const std::string& key, const std::string& value) {
     return PropertyStore::get().set(key, value);
 }
@@ -167,11 +122,6 @@ bool WaitForProperty(const std::string& key, const std::string& expected_value,
     return PropertyStore::get().wait(key, relative_timeout, [&](const PropertyStore::Property& p) {
         return p.value == expected_value;
     });
-}
-
-bool WaitForPropertyCreation(const std::string& key, std::chrono::milliseconds relative_timeout) {
-    return PropertyStore::get().wait(key, relative_timeout,
-                                     [](const PropertyStore::Property&) { return true; });
 }
 
 CachedProperty::CachedProperty(std::string property_name) : mName(std::move(property_name)) {}
@@ -247,11 +197,4 @@ int32_t property_get_int32(const char* key, int32_t default_value) {
 
 int property_set(const char* key, const char* value) {
     return PropertyStore::get().set(key, value == nullptr ? "" : value) ? 0 : -1;
-}
-
-int property_list(void (*propfn)(const char* key, const char* value, void* cookie), void* cookie) {
-    for (const auto& [name, value] : PropertyStore::get().list()) {
-        propfn(name.c_str(), value.c_str(), cookie);
-    }
-    return 0;
 }

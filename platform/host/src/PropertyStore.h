@@ -10,8 +10,6 @@
 #include <map>
 #include <mutex>
 #include <string>
-#include <utility>
-#include <vector>
 
 namespace corvane::host {
 
@@ -28,8 +26,6 @@ class PropertyStore {
 
     Property read(const std::string& name);
     bool set(const std::string& name, const std::string& value);
-    void clear();
-    std::vector<std::pair<std::string, std::string>> list() const;
     int reads(const std::string& name) const;
 
     // Blocks until `wanted` holds for the property; false when the time-out came first.

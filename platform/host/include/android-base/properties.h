@@ -8,7 +8,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <limits>
 #include <string>
 
 namespace android::base {
@@ -19,23 +18,12 @@ std::string GetProperty(const std::string& key, const std::string& default_value
 // The property as a boolean by ParseBool(), or `default_value` when it is none.
 bool GetBoolProperty(const std::string& key, bool default_value);
 
-// The property as an integer, or `default_value` when it is none or out of the bounds.
-template <typename T>
-T GetIntProperty(const std::string& key, T default_value, T min = std::numeric_limits<T>::min(),
-                 T max = std::numeric_limits<T>::max());
-template <typename T>
-T GetUintProperty(const std::string& key, T default_value, T max = std::numeric_limits<T>::max());
-
 // False when the name is not one, the value is too long, or a "ro." property is set again.
 bool SetProperty(const std::string& key, const std::string& value);
 
 // Blocks until the property has this value; false when the time-out came first.
 bool WaitForProperty(const std::string& key, const std::string& expected_value,
                      std::chrono::milliseconds relative_timeout = std::chrono::milliseconds::max());
-
-// Blocks until the property exists; false when the time-out came first.
-bool WaitForPropertyCreation(const std::string& key, std::chrono::milliseconds relative_timeout =
-                                                             std::chrono::milliseconds::max());
 
 // A property that is read many times. For one thread.
 class CachedProperty {

@@ -25,7 +25,6 @@ class LightRefBase {
     void decStrong(const void* /*id*/) const {
         if (mCount.fetch_sub(1, std::memory_order_acq_rel) == 1) delete static_cast<const T*>(this);
     }
-    int32_t getStrongCount() const { return mCount.load(std::memory_order_relaxed); }
 
   protected:
     ~LightRefBase() = default;

@@ -1,8 +1,7 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Stands in for the platform's <utils/StrongPointer.h>: Debian's sp<> lacks make() and
-// fromExisting().
+// Stands in for the platform's <utils/StrongPointer.h>: Debian's sp<> lacks make().
 
 #ifndef ANDROID_STRONG_POINTER_H
 #define ANDROID_STRONG_POINTER_H
@@ -32,10 +31,6 @@ class sp {
     // A new object, owned by the result.
     template <typename... Args>
     static sp<T> make(Args&&... args);
-
-    // One more owner of an object that some sp<> owns already. Null gives null; an object that
-    // nothing owns is a fault of the caller and aborts.
-    static sp<T> fromExisting(T* other);
 
     sp(T* other) : m_ptr(other) { acquireRaw(other); }  // NOLINT(implicit)
     sp(const sp<T>& other) : m_ptr(other.m_ptr) { acquire(m_ptr); }
@@ -155,21 +150,6 @@ sp<T> sp<T>::make(Args&&... args) {
     T* const object = new T(std::forward<Args>(args)...);
     result.m_ptr = object;
     object->incStrong(&result);
-    return result;
-}
-
-template <typename T>
-sp<T> sp<T>::fromExisting(T* other) {
-    sp<T> result;
-    if (other != nullptr) {
-        checkNotOnStack(other);
-        // RefBase counts from this value while no strong reference has been taken yet.
-        constexpr int32_t kNeverOwned = 1 << 28;
-        const int32_t count = other->getStrongCount();
-        if (count <= 0 || count >= kNeverOwned) std::abort();
-        other->incStrong(&result);
-        result.m_ptr = other;
-    }
     return result;
 }
 

@@ -51,7 +51,6 @@ class PerfService {
     static bool install(const std::string& variant = "full");
 
     static void addGame(const std::string& package, int weight);
-    static void removeGame(const std::string& package);
 
     // From now on perf_lock_acq takes no lock and answers 0, or takes them again.
     static void refuseLocks(bool refuse);

@@ -10,9 +10,6 @@ namespace corvane::host {
 // The process's system property store, beside the platform's own calls on it
 // (<android-base/properties.h>, <cutils/properties.h>).
 
-// Removes every property. Waiters see the change as a value that became empty.
-void clearProperties();
-
 // How often `name` has been read since the process began, through whichever interface;
 // waits are no reads.
 int propertyReads(const std::string& name);
