@@ -48,10 +48,12 @@ class Page {
   }
 
   withoutComparison() {
-    for (const id of ['summary', 'timeline', 'distributions']) document.getElementById(id).hidden = true;
-    document.getElementById('controls').hidden = true;
-    this.body('comparison').append(html('p', {},
-      'There is nothing to compare: no layer of the recording has enough frames.'));
+    const { comparison } = this.report;
+    const hidden = ['summary', 'controls', 'timeline', 'distributions', ...(comparison ? [] : ['fit'])];
+    for (const id of hidden) document.getElementById(id).hidden = true;
+    this.body('comparison').append(html('p', {}, comparison
+      ? 'There is nothing to compare: no layer of the recording has enough frames.'
+      : 'Nothing is compared: buffers were queued at their recorded times, whatever the library did.'));
   }
 
   fillHead() {

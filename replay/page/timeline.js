@@ -326,7 +326,7 @@ class Timeline {
     for (const [i, mark] of list.entries()) {
       if (mark.atNs < this.fromNs || mark.atNs > this.toNs) continue;
       const x = this.x(mark.atNs);
-      if (x - lastX < 1) continue;  // lies under the one before
+      if (x - lastX < (mark.kind === 'touch' ? 9 : 1)) continue;  // lies under the one before
       lastX = x;
       if (mark.kind === 'touch') {
         root.append(svg('circle', { class: 'touch', cx: x, cy: middle, r: 4 }));
@@ -752,6 +752,7 @@ class Timeline {
       item('Shown', isShown ? seconds(track.shown[frame], 4) : track.dropped[frame] ? 'never: dropped' : 'not before the end'),
     ];
     if (isShown) {
+      items.push(item('From the latch to the screen', millis(track.shown[frame] - track.latch[frame])));
       items.push(item('Latency', millis(track.latency(frame))));
       items.push(item('Interval', isKnown(track.interval[frame]) ? millis(track.interval[frame]) : 'first, or after a pause'));
     }
