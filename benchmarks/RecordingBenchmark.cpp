@@ -1,18 +1,23 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
-// How fast recordings are read, beside the least that any reader does: looking for the lines' ends.
-// The figure to compare is bytes per second.
+// How fast recordings are read, beside the least that any reader does: reading the file and looking
+// for its lines' ends. The figure to compare is bytes per second.
 
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <string_view>
 
-#include "replay/FtraceParser.h"
-#include "replay/perfetto/PerfettoParser.h"
+#include "replay/InputFile.h"
+#include "replay/TraceReader.h"
 #include "replay/perfetto/PerfettoWriter.h"
 
 namespace corvane::replay {
@@ -20,7 +25,7 @@ namespace {
 
 constexpr int kEvents = 200'000;
 
-// What a phone's recording mostly holds: scheduler switches (in text), slices and counters.
+// What a phone's recording holds for the replay: slices and counters.
 std::string markerOf(int i) {
     switch (i % 4) {
         case 0:
@@ -58,21 +63,47 @@ std::string packetTrace() {
     return trace;
 }
 
-// In pieces, as a file is read.
-template <typename Feed>
-void feedPieces(std::string_view trace, Feed feed) {
-    constexpr size_t kPiece = 65'536;
-    for (; !trace.empty(); trace.remove_prefix(std::min(kPiece, trace.size()))) {
-        feed(trace.substr(0, kPiece));
+// A file of its own that goes away with the benchmark.
+class TemporaryFile {
+  public:
+    explicit TemporaryFile(const std::string& contents) : mSize(contents.size()) {
+        const int fd = mkstemp(mPath.data());
+        if (fd < 0 || write(fd, contents.data(), contents.size()) < 0) std::abort();
+        close(fd);
     }
-}
+    ~TemporaryFile() { unlink(mPath.c_str()); }
+    const std::string& path() const { return mPath; }
+    int64_t size() const { return static_cast<int64_t>(mSize); }
+
+  private:
+    std::string mPath = std::filesystem::temp_directory_path() / "corvane-benchmark-XXXXXX";
+    const size_t mSize;
+};
 
 void countLines(benchmark::State& state, const std::string& trace) {
+    const TemporaryFile file(trace);
+    std::string block(262'144, '\0');
     for (auto _ : state) {
-        auto lines = std::count(trace.begin(), trace.end(), '\n');
+        InputFile input(file.path());
+        std::ptrdiff_t lines = 0;
+        while (const size_t count = input.read(block.data(), block.size())) {
+            lines += std::count(block.data(), block.data() + count, '\n');
+        }
         benchmark::DoNotOptimize(lines);
     }
-    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(trace.size()));
+    state.SetBytesProcessed(state.iterations() * file.size());
+}
+
+void parse(benchmark::State& state, const std::string& trace) {
+    const TemporaryFile file(trace);
+    for (auto _ : state) {
+        size_t events = 0;
+        TraceReader reader([&](const TraceEvent&) { ++events; }, [](const FrameMark&) {});
+        if (!reader.read(file.path()).empty() || events != kEvents) {
+            state.SkipWithError("events are missing");
+        }
+    }
+    state.SetBytesProcessed(state.iterations() * file.size());
 }
 
 void countTextLines(benchmark::State& state) {
@@ -81,13 +112,7 @@ void countTextLines(benchmark::State& state) {
 BENCHMARK(countTextLines)->Name("Recording/text/lines counted");
 
 void parseText(benchmark::State& state) {
-    const std::string trace = textTrace();
-    for (auto _ : state) {
-        size_t events = 0;
-        parseFtrace(trace, [&](const TraceEvent&) { ++events; });
-        if (events != kEvents) state.SkipWithError("events are missing");
-    }
-    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(trace.size()));
+    parse(state, textTrace());
 }
 BENCHMARK(parseText)->Name("Recording/text/parsed");
 
@@ -97,15 +122,7 @@ void countPacketLines(benchmark::State& state) {
 BENCHMARK(countPacketLines)->Name("Recording/packets/lines counted");
 
 void parsePackets(benchmark::State& state) {
-    const std::string trace = packetTrace();
-    for (auto _ : state) {
-        size_t prints = 0;
-        PerfettoParser parser([&](const Print&) { ++prints; }, [](const FrameMark&) {});
-        feedPieces(trace, [&](std::string_view piece) { parser.feed(piece); });
-        parser.finish();
-        if (prints != kEvents) state.SkipWithError("events are missing");
-    }
-    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(trace.size()));
+    parse(state, packetTrace());
 }
 BENCHMARK(parsePackets)->Name("Recording/packets/parsed");
 

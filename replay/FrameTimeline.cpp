@@ -43,22 +43,28 @@ void FrameTimeline::add(const FrameMark& mark) {
         mUnusable += mBegun.size();
         mBegun.clear();
     }
-    Begun begun{mark, isOfLayer(mark) ? layerOf(mark) : 0};
+    std::optional<size_t> layer = 0;
+    if (isOfLayer(mark)) layer = layerOf(mark);
+    if (!layer) {
+        ++mUnusable;
+        return;
+    }
+    Begun begun{mark, *layer};
     begun.mark.layer = {};
     if (!mBegun.insert_or_assign(mark.cookie, begun).second) ++mUnusable;
 }
 
-size_t FrameTimeline::layerOf(const FrameMark& mark) {
+// Nothing for one beyond kMaxLayers.
+std::optional<size_t> FrameTimeline::layerOf(const FrameMark& mark) {
     std::string_view name = mark.layer;
     if (name.substr(0, kPrefix.size()) == kPrefix) name.remove_prefix(kPrefix.size());
-    const auto [entry, isNew] =
-            mLayerIndex.emplace(std::pair{std::string(name), mark.pid}, mLayers.size());
-    if (isNew) {
-        mLayers.push_back({entry->first.first, mark.pid, {}});
-        mSurfaces.emplace_back();
-        ++mKept;
-    }
-    return entry->second;
+    const std::pair key{std::string(name), int{mark.pid}};
+    const auto entry = mLayerIndex.find(key);
+    if (entry != mLayerIndex.end()) return entry->second;
+    if (mLayers.size() >= kMaxLayers) return std::nullopt;
+    mLayers.push_back({key.first, mark.pid, {}});
+    mSurfaces.emplace_back();
+    return mLayerIndex.emplace(key, mLayers.size() - 1).first->second;
 }
 
 void FrameTimeline::end(const Begun& begun, int64_t endNs) {

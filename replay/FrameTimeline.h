@@ -44,8 +44,10 @@ struct LayerTimeline {
 // token, and each layer's frame with the display's that showed it. Used from one thread.
 class FrameTimeline {
   public:
-    // Hours of a phone's life; further frames are left out and counted.
-    static constexpr size_t kMaxFrames = 2'000'000;
+    // An hour of a busy phone's; further frames are left out and counted.
+    static constexpr size_t kMaxFrames = 1'000'000;
+    // Phones show some hundred in an hour; names may be long on purpose.
+    static constexpr size_t kMaxLayers = 10'000;
 
     void add(const FrameMark& mark);
     // To be called once, when all has been added.
@@ -76,7 +78,7 @@ class FrameTimeline {
         Span span;
     };
 
-    size_t layerOf(const FrameMark& mark);
+    std::optional<size_t> layerOf(const FrameMark& mark);
     void end(const Begun& begun, int64_t endNs);
 
     std::map<int64_t, Begun> mBegun;  // by cookie

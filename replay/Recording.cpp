@@ -188,6 +188,7 @@ RecordingResult readRecording(const std::string& path) {
     RecordingResult result = builder.finish(reader.stats());
     if (!result.recording) {
         result.error += reader.missing();
+        for (const auto& note : reader.notes()) result.error += "; " + note;
         return result;
     }
     for (auto& note : reader.notes()) result.recording->notes.push_back(std::move(note));

@@ -616,6 +616,11 @@ void RecordingBuilder::takeNotes(const ParseStats& stats) {
                        "too small, and frames may be missing",
                        stats.lostEvents));
     }
+    if (mTimeline.unusable() > 0) {
+        notes.push_back(plural(mTimeline.unusable(), "slice") +
+                        " of the frame timeline left out: begun or ended outside of the recording, "
+                        "or beyond an hour's");
+    }
     constexpr size_t kMaxListed = 5;
     std::string unnamed;
     size_t count = 0;

@@ -223,6 +223,7 @@ TEST_F(Conversion, AFrameTimelineIsARecording) {
         const auto vsync = std::find_if(recording.steps.begin(), recording.steps.end(),
                                         [](auto& s) { return s.kind == Step::Kind::kVsync; });
         const int64_t originNs = kStartNs - vsync->timeNs;
+        const model::Recorded input = modelInput(recording);
         for (size_t layer = 0; layer < 2; ++layer) {
             std::vector<int64_t> queued, latched, seen;
             for (const auto& step : recording.steps) {
@@ -231,7 +232,7 @@ TEST_F(Conversion, AFrameTimelineIsARecording) {
                 times.push_back(step.timeNs + originNs);
             }
             // As the model takes it, frame by frame.
-            for (const auto& frame : modelInput(recording).layers[layer].frames) {
+            for (const auto& frame : input.layers[layer].frames) {
                 if (frame.shownNs) seen.push_back(*frame.shownNs + originNs);
             }
             EXPECT_EQ(queued, queues[layer]);

@@ -283,6 +283,29 @@ TEST(Perfetto, CountsWhatItCannotUse) {
     EXPECT_TRUE(parse(std::string(11, '\xff')).stats.broken);
 }
 
+// The sorter gives back what came within its window in order, and counts what came later still.
+TEST(Perfetto, SortsWithinAWindowAndCountsWhatComesLater) {
+    int64_t lastNs = 0;
+    size_t prints = 0, disordered = 0;
+    PrintSorter sorter([&](const Print& print) {
+        disordered += print.timeNs < lastNs ? 1 : 0;
+        lastNs = print.timeNs;
+        ++prints;
+    });
+    constexpr int64_t kPrints = 3 * PrintSorter::kMaxPrints;
+    constexpr int64_t kRound = 100'000;  // of two processors, one after the other
+    for (int64_t i = 0; i < kPrints; ++i) {
+        const int64_t at = i % kRound * 2;
+        sorter.add({i / kRound * kRound + at % kRound + at / kRound, 1, "x"});
+    }
+    EXPECT_EQ(sorter.late() + disordered, 0U);
+    EXPECT_LE(static_cast<size_t>(kPrints) - prints, PrintSorter::kMaxPrints);
+    for (int64_t i = 0; i < kRound; ++i) sorter.add({kRound + i, 2, "x"});
+    sorter.finish();
+    EXPECT_EQ(sorter.late(), static_cast<size_t>(kRound));
+    EXPECT_EQ(prints, static_cast<size_t>(kPrints + kRound));
+}
+
 TEST(Perfetto, BringsEveryClockToTheBootClock) {
     const auto withDefault = [](uint32_t sequence, uint32_t clock) {
         proto::TracePacket packet;
