@@ -20,7 +20,7 @@ namespace {
 TEST(MonitorStressTest, EveryEntryFromManyThreads) {
     constexpr nsecs_t kPeriod = 2'000'000;
     constexpr int kLayers = 3;
-    constexpr int kRestarts = 20;
+    constexpr int kRestarts = 8;
     PHRMonitor* const monitor = PHRMonitor::getInstance();
     ASSERT_TRUE(monitor->init());
     monitor->setVsyncInfo(kPeriod, 60);
