@@ -12,8 +12,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <chrono>
-#include <future>
 #include <limits>
 #include <memory>
 #include <mutex>
@@ -24,10 +22,10 @@
 #include "corvane/host/Binder.h"
 #include "corvane/host/Devices.h"
 #include "corvane/host/PerfService.h"
+#include "corvane/host/Simulation.h"
 #include "corvane/host/Threads.h"
 #include "corvane/host/TraceCapture.h"
 #include "fuzz/Check.h"
-#include "perf/PerfProxy.h"
 
 namespace corvane::fuzz {
 namespace {
@@ -35,6 +33,7 @@ namespace {
 using android::Rect;
 using host::BoostDevice;
 using host::PerfService;
+using host::Simulation;
 using host::SyncFiles;
 
 constexpr int32_t kMaxInt = std::numeric_limits<int32_t>::max();
@@ -45,8 +44,8 @@ constexpr int64_t kMinLong = std::numeric_limits<int64_t>::min();
 constexpr int64_t kMs = 1'000'000;
 constexpr int64_t k60Hz = 16'666'667;
 
-// What one sequence may use, so that it ends soon in real time (a held frame costs a millisecond)
-// and a run of days keeps the clock in range.
+// What one sequence may use, so that it ends soon and a run of days keeps the
+// clock in range.
 constexpr int64_t kMaxFrames = 600;
 constexpr int64_t kMaxTimeNs = 120'000 * kMs;
 
@@ -185,7 +184,7 @@ bool take(std::atomic<int64_t>& allowance, int64_t amount) {
 }
 
 void advance(int64_t ns) {
-    if (take(sTimeLeft, ns)) drivenClock().advance(ns);
+    if (take(sTimeLeft, ns)) Simulation::sleepFor(ns);
 }
 
 void queueBuffer(const Layer& layer, const char* name, bool flag, uint32_t extra, int64_t time) {
@@ -294,7 +293,7 @@ void touch(const HookArgs& args) {
 }
 
 void setVsyncTime(const HookArgs& args) {
-    const int64_t now = drivenClock().now();
+    const int64_t now = Simulation::now();
     const int64_t times[] = {now, now - 4 * kMs, now + 4 * kMs, 0, -1, kMaxLong, kMinLong};
     aCorvaneSetVsyncTime(choose(times, args[0]));
 }
@@ -369,9 +368,7 @@ void traceEvents(const HookArgs& args) {
 
 // Until the boost worker has done what was posted so far.
 void awaitWorker(const HookArgs&) {
-    const auto done = std::make_shared<std::promise<void>>();
-    if (android::PerfProxy::getInstance()->postTask([done] { done->set_value(); }) == 0) return;
-    FUZZ_CHECK(done->get_future().wait_for(std::chrono::seconds(8)) == std::future_status::ready);
+    Simulation::settle();
 }
 
 constexpr HookCommand kCommands[] = {
@@ -408,7 +405,10 @@ const HookCommand* findHookCommand(char letter) {
 
 void setUpHooks() {
     __android_log_set_logger([](const __android_logger_data*, const char*) {});
-    drivenClock();
+    Simulation::Options options;
+    options.policy = Simulation::Policy::kRandom;
+    // Never destroyed: the library's threads live on in it.
+    [[maybe_unused]] static const auto& simulation = *new Simulation(options);
     FUZZ_CHECK(PerfService::install());
     BoostDevice::enable();
     for (const char* name :
@@ -423,12 +423,6 @@ void setUpHooks() {
     for (size_t i = 0; i < 3; ++i) {
         PerfService::addGame(layers()[i].package, static_cast<int>(i));
     }
-}
-
-// Never destroyed: the library's threads may sleep on it until the process ends.
-host::DrivenClock& drivenClock() {
-    static auto& clock = *new host::DrivenClock(1'000'000 * kMs);
-    return clock;
 }
 
 void beginHookSequence() {

@@ -7,8 +7,6 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "corvane/host/Clock.h"
-
 namespace corvane::fuzz {
 
 constexpr size_t kMaxHookArgs = 4;
@@ -27,9 +25,8 @@ struct HookCommand {
 const HookCommand* findHookCommand(char letter);
 
 // Once per process, before the first command: every feature on, devices and service emulated, the
-// clock driven.
+// process in simulated time.
 void setUpHooks();
-host::DrivenClock& drivenClock();
 
 // Between two sequences: faults and tracing off, and a new allowance of frames and time. What the
 // library knows of layers and packages stays.

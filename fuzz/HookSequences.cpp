@@ -10,20 +10,18 @@
 //     i00 v0        both on one thread: initialise, then set the display's period
 //     d0000 Hu040   draw frames while the service configures the layer
 //
-// Nothing sleeps for real: while a hook waits, the clock moves on to whatever is waited for.
+// All runs in simulated time, in an order of the threads that is drawn at every step.
 // The library lives as long as the process, so each input finds the state that those before left.
 
 #include <algorithm>
 #include <cctype>
-#include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "corvane/host/Simulation.h"
 #include "fuzz/HookCommands.h"
 
 namespace corvane::fuzz {
@@ -53,50 +51,19 @@ Line parse(std::string_view text) {
     return line;
 }
 
-// Runs the calls of each line while this thread drives the clock for those that wait.
-class Runner {
-  public:
-    void run(const Line& line) {
-        std::vector<std::thread> threads;
-        mRunning = 0;
+void run(const Line& line) {
+    std::vector<std::thread> threads;
+    {
+        // No call begins before both threads exist: one of them may refuse new threads.
+        const host::Simulation::Uninterrupted both;
         for (const Calls& calls : line.calls) {
-            if (!calls.empty()) ++mRunning;
-        }
-        {
-            // No call begins before both threads exist: one of them may refuse new threads.
-            const std::lock_guard<std::mutex> gate(mMutex);
-            for (const Calls& calls : line.calls) {
-                if (!calls.empty()) threads.emplace_back([this, &calls] { runThread(calls); });
-            }
-        }
-        driveClock();
-        for (std::thread& thread : threads) thread.join();
-    }
-
-  private:
-    void runThread(const Calls& calls) {
-        { const std::lock_guard<std::mutex> gate(mMutex); }
-        for (const auto& [command, args] : calls) command->run(args);
-        const std::lock_guard<std::mutex> lock(mMutex);
-        if (--mRunning == 0) mEnded.notify_one();
-    }
-
-    void driveClock() {
-        // Long enough for the other thread to come between a wait's begin and its end.
-        constexpr auto kLookInterval = std::chrono::microseconds(50);
-        host::DrivenClock& clock = drivenClock();
-        std::unique_lock<std::mutex> lock(mMutex);
-        while (!mEnded.wait_for(lock, kLookInterval, [this] { return mRunning == 0; })) {
-            lock.unlock();
-            if (clock.sleepers() > 0) clock.advanceTo(clock.nextDeadline());
-            lock.lock();
+            threads.emplace_back([&calls] {
+                for (const auto& [command, args] : calls) command->run(args);
+            });
         }
     }
-
-    std::mutex mMutex;
-    std::condition_variable mEnded;
-    int mRunning = 0;
-};
+    for (std::thread& thread : threads) thread.join();
+}
 
 }  // namespace
 }  // namespace corvane::fuzz
@@ -110,14 +77,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace corvane::fuzz;
     std::string_view program(reinterpret_cast<const char*>(data), size);
     beginHookSequence();
-    Runner runner;
     // So that an input alone does what it did after others. It may race with the first line's
     // calls.
     std::string text = "i00";
     while (!program.empty()) {
         text += program.substr(0, program.find('\n'));
         program.remove_prefix(std::min(program.find('\n'), program.size() - 1) + 1);
-        runner.run(parse(text));
+        run(parse(text));
         text.clear();
     }
     checkHookEffects();

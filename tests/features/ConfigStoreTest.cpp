@@ -5,14 +5,11 @@
 #include <stdexcept>
 #include <utility>
 
-#include "BoostWorker.h"
-#include "corvane/host/Clock.h"
 #include "features/FeatureTestEnv.h"
 
 namespace android {
 namespace {
 
-using corvane::host::DrivenClock;
 using corvane::host::PerfCall;
 using corvane::host::PerfService;
 
@@ -22,7 +19,6 @@ constexpr int kFrameRescue = 4189;
 constexpr int kActivity = 4192;
 constexpr int kResumeEvent = 4099;
 
-constexpr nsecs_t kStartNs = 1'000'000'000;
 constexpr nsecs_t kStepNs = 1'000'000;
 
 const Properties kAllOn = {{"vendor.perf.corvane.debug", "1"},
@@ -55,11 +51,11 @@ class ConfigStoreTest : public FeatureTest {
 };
 
 TEST_F(ConfigStoreTest, FifthPackageEvictsTheOneSetLongestAgo) {
-    DrivenClock clock(kStartNs);
+    const nsecs_t start = Simulation::now();
     for (const char* pkg : {"d", "c", "b", "a", "d"}) {  // "d" is refreshed and evicts nobody
         EXPECT_EQ(push(kTargetFps, pkg, 6000), Strings{std::string("4 ") + pkg});
-        EXPECT_EQ(manager->getTfpsConfig(pkg, false)->updateTime, clock.now());
-        clock.advance(kStepNs);
+        EXPECT_EQ(manager->getTfpsConfig(pkg, false)->updateTime, Simulation::now());
+        Simulation::advance(kStepNs);
     }
     EXPECT_EQ(log.count("LRU remove"), 0u);
     push(kTargetFps, "e", 9000);
@@ -77,7 +73,7 @@ TEST_F(ConfigStoreTest, FifthPackageEvictsTheOneSetLongestAgo) {
     EXPECT_EQ(log.count("Feature(3) LRU remove [a]"), 1u);
     EXPECT_EQ(log.count("LRU remove"), 3u);
     EXPECT_FALSE(manager->getPhrConfig("a", true).has_value());
-    EXPECT_GT(manager->getGFRTunables("b", false)->updateTime, kStartNs);
+    EXPECT_GT(manager->getGFRTunables("b", false)->updateTime, start);
 }
 
 // Rates for all packages and for single ones replace each other.
@@ -218,7 +214,7 @@ TEST_F(ConfigStoreTest, ActivitySettings) {
     push(kActivity, "com.a", 0);
     manager->processAliveAppCheck("x com.a y");
     manager->processAliveAppCheck("com.a");  // nothing is awaited; the empty name is in every text
-    awaitBoostWorker();
+    Simulation::settle();
     const std::string alive = "The checked app is still alive, trigger its resume logic";
     EXPECT_EQ(takeDebugLines(),
               (Strings{"The checked app is no longer alive. Cancel check", alive, alive}));

@@ -13,10 +13,12 @@
 
 #include "corvane/host/LogCapture.h"
 #include "corvane/host/PerfService.h"
+#include "corvane/host/Simulation.h"
 #include "features/FeatureManager.h"
 
 namespace android {
 
+using corvane::host::Simulation;
 using Strings = std::vector<std::string>;
 using Properties = std::vector<std::pair<std::string, std::string>>;
 
@@ -70,6 +72,7 @@ class FeatureTest : public ::testing::Test {
     Strings takeErrors() { return takeLog(ANDROID_LOG_ERROR); }
     Strings takeDebugLines() { return takeLog(ANDROID_LOG_DEBUG); }
 
+    Simulation simulation{1'000'000'000};
     corvane::host::LogCapture log;
     Notifications& notifications = *new Notifications;  // the watchers outlive the test
 };

@@ -3,13 +3,16 @@
 
 // Frame rescue, headroom control and pacing switch on and off by themselves, layer by layer.
 
+#include <atomic>
+#include <thread>
+
 #include "HookTest.h"
 #include "corvane/host/Threads.h"
 
 namespace corvane::host {
 namespace {
 
-class FeatureSwitchingTest : public DrivenHookTest {
+class FeatureSwitchingTest : public SimulatedHookTest {
   protected:
     static constexpr int64_t k90Hz = 11'111'111;
     static constexpr int kTargetFpsHint = 4171;
@@ -18,7 +21,7 @@ class FeatureSwitchingTest : public DrivenHookTest {
     static constexpr int kActivityHint = 4192;
 
     void SetUp() override {
-        DrivenHookTest::SetUp();
+        SimulatedHookTest::SetUp();
         set("vendor.perf.phr.enable", "1");
         set("vendor.rdxe.enable.target_fps", "true");
     }
@@ -39,51 +42,27 @@ class FeatureSwitchingTest : public DrivenHookTest {
     void pace(const std::string& package, int fps) {
         ASSERT_TRUE(PerfService::push(kTargetFpsHint, package, fps * 100, 0, {}));
     }
-    // Draws until tracked, lets the layer become known as a game, and draws until its rate is
-    // accepted: the wait for the worker spoils the first window.
     void settleGame(const TestLayer& game) {
         PerfService::addGame(game.package, 1);
-        mNextFrame = mClock.now();
-        draw(game, 33);
-        awaitWorker();
-        draw(game, 130);
+        settle(game);
+        draw(game, 61);
     }
     // A queue that stays two deep makes headroom control worthwhile.
-    void deepenQueue() {
-        for (int i = 0; i < 40; ++i) {
-            mNextFrame = std::max(mNextFrame + k60Hz, mClock.now() + 1);
-            mClock.advanceTo(mNextFrame);
-            queue(mApp);
-            mApp.latch(true, 2);
-        }
-    }
+    void deepenQueue() { draw(mApp, 40, k60Hz, /*visible=*/true, /*pending=*/2); }
     void fillQueue() {
         deepenQueue();
         ASSERT_EQ(mLog.count("Layer 1: enable PHR"), ++mFills);
-    }
-    // Waits until the worker has done all that was posted so far: classifications in order, the
-    // next of which begins when the one before has been stored.
-    void awaitWorker() {
-        TestLayer probe = TestLayer::ofApp(90 + mProbes++);
-        const size_t asked = PerfService::calls("perf_get_feedback", 5633).size();
-        for (int i = 0; i < 33; ++i) {
-            mClock.advance(k60Hz);
-            probe.queue();
-        }
-        ASSERT_TRUE(PerfService::waitForCalls("perf_get_feedback", 5633, asked + 1));
-        mNextFrame = mClock.now();
     }
 
     // Nothing draws for so long that every layer is retired.
     void fallSilent() {
         for (int i = 0; i < 4; ++i) {
             corvaneTrackVsyncSignal();
-            mClock.advance(3 * kSecond + 1);
+            mSimulation.advance(3 * kSecond + 1);
         }
     }
 
     const TestLayer mApp = TestLayer::ofApp(1);
-    int mProbes = 0;
     size_t mFills = 0;
 };
 
@@ -127,10 +106,9 @@ TEST_F(FeatureSwitchingTest, RescueHearsOfEachFrameAndPeriod) {
     // The frame after this one stays away until every level's check has found it late.
     PerfService::clearCalls();
     draw(mApp, 1);
-    ASSERT_TRUE(advanceUntil([] { return PerfService::calls("perf_event", 4186).size() == 3; }));
-    mNextFrame = mClock.now();
+    mSimulation.advance(3 * k60Hz);
     draw(mApp, 1);
-    ASSERT_TRUE(PerfService::waitForCalls("perf_event", 4186, 4));
+    mSimulation.settle();
     std::vector<int> levels;
     for (const PerfCall& call : PerfService::calls("perf_event", 4186)) {
         EXPECT_EQ(call.package, mApp.package);
@@ -148,17 +126,17 @@ TEST_F(FeatureSwitchingTest, RescueHearsOfEachFrameAndPeriod) {
                 << gap;
     };
     // From the latch: 5 ms of work, two lost vsyncs, and again 5 ms on a display of 90 Hz.
-    mClock.advance(5 * kMs);
+    mSimulation.advance(5 * kMs);
     expectFrame(5 * kMs, k60Hz - 5 * kMs, k60Hz - 5 * kMs);
-    mClock.advance(3 * k60Hz - 5 * kMs);
+    mSimulation.advance(3 * k60Hz - 5 * kMs);
     mApp.latch();
     EXPECT_EQ(mLog.count("current=2 frames"), 1u);
-    mClock.advance(4 * kMs);
+    mSimulation.advance(4 * kMs);
     corvaneSetVsyncPeriod(k90Hz);
     expectFrame(3 * k60Hz - kMs, k90Hz - (3 * k60Hz - kMs), k90Hz - 4 * kMs);
     // A period of no known rate is not handed on.
     corvaneSetVsyncPeriod(15 * kMs);
-    mClock.advance(3 * kMs);
+    mSimulation.advance(3 * kMs);
     expectFrame(3 * kMs, k90Hz - 3 * kMs, 15 * kMs - 7 * kMs + 15 * kMs);
 }
 
@@ -210,16 +188,17 @@ TEST_F(FeatureSwitchingTest, SettingsForAllAreForGames) {
     pace("", 50);
     settle(mApp);
     EXPECT_EQ(mLog.count("PHRMonitor initialized"), 0u);
+    headroom("", 70);
+    EXPECT_EQ(mLog.count("OnFeatureConfigChanged - QUICK_TOUCH"), 0u);
     const TestLayer game = TestLayer::ofApp(2);
     settleGame(game);
     EXPECT_EQ(mLog.count("PHR: Registered layer 2 [" + game.name + "]"), 1u);
     EXPECT_EQ(mLog.count("Layer 2: enable target fps: 50"), 1u);
 
     // Once a layer is there, only the one with low latency follows them.
-    headroom("", 70);
-    EXPECT_EQ(mLog.count("OnFeatureConfigChanged - QUICK_TOUCH"), 0u);
     game.latch(true, 0, /*focused=*/true);
-    ASSERT_TRUE(mLog.waitFor("SetLowLatency true for pid=1002"));
+    mSimulation.settle();
+    ASSERT_EQ(mLog.count("SetLowLatency true for pid=1002"), 1u);
     settleGame(TestLayer::ofApp(3));
     headroom("", 60);
     EXPECT_EQ(mLog.count("OnFeatureConfigChanged - QUICK_TOUCH"), 1u);
@@ -280,24 +259,24 @@ TEST_F(FeatureSwitchingTest, ATouchReleasesAHeldBufferUnlessActivitiesSwitch) {
     settleGame(mApp);
     fillQueue();
 
-    mClock.advance(kMs);
-    const int64_t queued = mClock.now();
+    mSimulation.advance(kMs);
+    const int64_t queued = mSimulation.now();
     std::atomic<bool> released{false};
     std::thread producer([&] {
         mApp.queue();
         released = true;
     });
-    ASSERT_TRUE(mClock.waitForSleepers(1));
+    mSimulation.settle();
     corvaneTrackVsyncSignal();
-    ASSERT_TRUE(mClock.waitForSleepers(2)) << "from the vsync on the monitor waits with it";
     ASSERT_TRUE(PerfService::push(kActivityHint, "", 2, 1, {}));
     EXPECT_EQ(mLog.count("OnFeatureConfigChanged - ACTV_SWITCHING: mActvStable=false"), 1u);
     corvaneUnblockPendingBuffer();
     ASSERT_TRUE(PerfService::push(kActivityHint, "", 2, 0, {}));
-    EXPECT_FALSE(released) << "the service's round trip left it time enough";
+    mSimulation.settle();
+    EXPECT_FALSE(released);
     corvaneUnblockPendingBuffer();
     producer.join();
-    EXPECT_EQ(mClock.now(), queued) << "no time-out was needed";
+    EXPECT_EQ(mSimulation.now(), queued) << "no time-out was needed";
 }
 
 TEST_F(FeatureSwitchingTest, PacesDownToTheTarget) {
@@ -307,9 +286,9 @@ TEST_F(FeatureSwitchingTest, PacesDownToTheTarget) {
     pace(mApp.package, 30);
     settle(mApp);
     ASSERT_EQ(mLog.count("Layer 1: enable target fps: 30"), 1u);
-    const int64_t begin = mClock.now();
+    const int64_t begin = mSimulation.now();
     draw(mApp, 60);
-    EXPECT_NEAR(static_cast<double>(mClock.now() - begin), 60.0 / 30 * kSecond, 0.1 * kSecond);
+    EXPECT_NEAR(static_cast<double>(mSimulation.now() - begin), 60.0 / 30 * kSecond, 0.1 * kSecond);
     EXPECT_EQ(mLog.count("disable target fps"), 0u) << "29 fps and more is what was asked for";
     EXPECT_EQ(mLog.count("Send CPU big jank"), 0u) << "the hold-back is not the application's work";
 
@@ -371,8 +350,9 @@ TEST_F(FeatureSwitchingTest, WithoutCompensationPacingStays) {
     // A paced frame is late by its own rate, not by the display's.
     draw(mApp, 60);
     PerfService::clearCalls();
-    const int64_t queued = mClock.now();
-    ASSERT_TRUE(advanceUntil([] { return !PerfService::calls("perf_event", 4186).empty(); }));
+    const int64_t queued = mSimulation.now();
+    mSimulation.advance(100 * kMs);
+    ASSERT_FALSE(PerfService::calls("perf_event", 4186).empty());
     EXPECT_GT(PerfService::calls("perf_event", 4186)[0].timeNs - queued, k60Hz * 13 / 10);
 
     draw(mApp, 130, 40 * kMs);
@@ -409,7 +389,8 @@ TEST_F(FeatureSwitchingTest, ResumesAnApplicationThatIsStillDrawing) {
     draw(mApp, 61);  // the pause has closed a window as well
     EXPECT_EQ(PerfService::calls("perf_event", 4099).size(), 0u);
     draw(mApp, 61);
-    ASSERT_TRUE(PerfService::waitForCalls("perf_event", 4099, 1));
+    mSimulation.settle();
+    ASSERT_EQ(PerfService::calls("perf_event", 4099).size(), 1u);
     EXPECT_EQ(PerfService::calls("perf_event", 4099)[0].package, mApp.package);
     draw(mApp, 5 * 61);
     EXPECT_EQ(PerfService::calls("perf_event", 4099).size(), 1u) << "once";

@@ -7,18 +7,15 @@
 #include <gtest/gtest.h>
 #include <ui/Rect.h>
 
-#include <atomic>
-#include <chrono>
-#include <functional>
+#include <algorithm>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "corvane/hooks.h"
 #include "corvane/host/Binder.h"
-#include "corvane/host/Clock.h"
 #include "corvane/host/LogCapture.h"
 #include "corvane/host/PerfService.h"
+#include "corvane/host/Simulation.h"
 
 namespace corvane::host {
 
@@ -57,67 +54,49 @@ class HookTest : public ::testing::Test {
         set("vendor.perf.corvane.debug", "1");
         ASSERT_TRUE(PerfService::install());
     }
+    // In simulated time, whoever watches the property has seen it then.
     static void set(const std::string& property, const std::string& value) {
         ASSERT_TRUE(android::base::SetProperty(property, value));
+        if (Simulation::isOn()) Simulation::settle();
     }
 
     LogCapture mLog;
 };
 
-// The same on a clock that only the test moves.
-class ClockedHookTest : public HookTest {
+// The same in simulated time.
+class SimulatedHookTest : public HookTest {
   protected:
-    DrivenClock mClock{1'000 * kSecond};
-};
+    explicit SimulatedHookTest(Simulation::Policy policy = Simulation::Policy::kFifo)
+          : mSimulation([policy] {
+                Simulation::Options options;
+                options.startNs = 1'000 * kSecond;
+                options.policy = policy;
+                return options;
+            }()) {}
 
-// It moves as frames are drawn.
-class DrivenHookTest : public ClockedHookTest {
-  protected:
-    // Moves time on to whatever is waited for until the condition holds; false when that has not
-    // happened within ten real seconds.
-    bool advanceUntil(const std::function<bool()>& condition) {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (!condition()) {
-            if (std::chrono::steady_clock::now() > end) return false;
-            const int64_t deadline = mClock.nextDeadline();
-            if (deadline > mClock.now()) mClock.advanceTo(deadline);
-            std::this_thread::yield();
-        }
-        return true;
-    }
-    // A frame is queued on a thread of its own, since the library may hold it back; while it does,
-    // time moves on to whatever is waited for. Returns for how long it was held.
+    // Returns for how long the frame was held.
     int64_t queue(const TestLayer& layer) {
-        std::atomic<bool> done{false};
-        const int64_t begin = mClock.now();
-        std::thread producer([&] {
-            layer.queue();
-            done = true;
-        });
-        while (!done) {
-            // A check of frame rescue that is due later must not hurry the frame.
-            const int64_t deadline = mClock.sleepers() > 0 ? mClock.nextDeadline() : -1;
-            if (deadline > mClock.now()) mClock.advanceTo(deadline);
-            std::this_thread::yield();
-        }
-        producer.join();
-        return mClock.now() - begin;
+        const int64_t begin = mSimulation.now();
+        layer.queue();
+        return mSimulation.now() - begin;
     }
     // Frames at a steady rate, as far as the library lets them, each latched at once.
-    void draw(const TestLayer& layer, int frames, int64_t interval = k60Hz, bool visible = true) {
+    void draw(const TestLayer& layer, int frames, int64_t interval = k60Hz, bool visible = true,
+              int pending = 0) {
         for (int i = 0; i < frames; ++i) {
-            mNextFrame = std::max(mNextFrame + interval, mClock.now() + 1);
-            mClock.advanceTo(mNextFrame);
+            mNextFrame = std::max(mNextFrame + interval, mSimulation.now() + 1);
+            mSimulation.advanceTo(mNextFrame);
             queue(layer);
-            layer.latch(visible);
+            layer.latch(visible, pending);
         }
     }
     // From nothing to an accepted frame rate: half a second to be tracked, a second to be measured.
     void settle(const TestLayer& layer, int64_t interval = k60Hz) {
-        mNextFrame = mClock.now();
+        mNextFrame = mSimulation.now();
         draw(layer, static_cast<int>(kSecond * 17 / 10 / interval), interval);
     }
 
+    Simulation mSimulation;
     int64_t mNextFrame = 0;
 };
 

@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <random>
+#include <thread>
 
 #include "HookTest.h"
 #include "corvane/host/Devices.h"

@@ -10,7 +10,7 @@
 namespace corvane::host {
 namespace {
 
-using UnloadTest = HookTest;
+using UnloadTest = SimulatedHookTest;
 
 TEST_F(UnloadTest, ItsThreadsOutliveClosing) {
     void* library = dlopen(CORVANE_LIBRARY, RTLD_NOW);
@@ -21,7 +21,7 @@ TEST_F(UnloadTest, ItsThreadsOutliveClosing) {
     EXPECT_TRUE(init(0, 0));
     EXPECT_EQ(dlclose(library), 0);
     set("debug.vendor.perf.smart_touch", "1");
-    EXPECT_TRUE(mLog.waitFor("[Prop Changed: ST: 1]"));
+    EXPECT_EQ(mLog.count("[Prop Changed: ST: 1]"), 1u);
 
     library = dlopen(CORVANE_LIBRARY, RTLD_NOW | RTLD_NOLOAD);
     ASSERT_NE(library, nullptr) << "it must have stayed";

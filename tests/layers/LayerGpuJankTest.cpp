@@ -36,9 +36,9 @@ class LayerGpuJankTest : public RegistryTest {
     }
     // A frame whose GPU work has been going on for two periods.
     void drawOldFrame(int id = 1) {
-        mClock.advance(k60Hz);
+        mSimulation.advance(k60Hz);
         queue(id);
-        mClock.advance(2 * k60Hz);
+        mSimulation.advance(2 * k60Hz);
     }
     static std::vector<int> deadlines() {
         std::vector<int> fds;
@@ -123,16 +123,16 @@ TEST_F(LayerGpuJankTest, FlushesEachRecordOnce) {
 
 TEST_F(LayerGpuJankTest, FiltersByExecutionTime) {
     const int gpu = fence("mdrt-timeline");
-    mClock.advance(k60Hz);
+    mSimulation.advance(k60Hz);
     queue(1);
     const auto minimum = static_cast<nsecs_t>(1.5f * static_cast<float>(k60Hz));
-    mClock.advance(minimum - 1);
+    mSimulation.advance(minimum - 1);
     queue(1);  // the older buffer's work goes on
     manager().notifyGpuFenceUnsignaled(gpu, 1);
     manager().trackLatchUnsignaledGpuFence(gpu, 1);
     manager().flushLatchUnsignaledGpuFences();
     EXPECT_EQ(deadlines(), Fds{});
-    mClock.advance(1);
+    mSimulation.advance(1);
     manager().flushLatchUnsignaledGpuFences();
     EXPECT_EQ(deadlines(), Fds{}) << "a filtered record is gone";
     manager().notifyGpuFenceUnsignaled(gpu, 1);

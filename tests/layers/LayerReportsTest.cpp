@@ -37,7 +37,7 @@ TEST_F(LayerReportsTest, ReportsTheHighestMode) {
         EXPECT_EQ(events(4196).size(), 2u);
         for (int i = 0; i < 2; ++i) {
             draw(drawing, 61);
-            manager().cleanupInactiveLayers(mClock.now());
+            manager().cleanupInactiveLayers(mSimulation.now());
         }
     }
     EXPECT_EQ(mLog.count("Unregistered layer 3"), 1u);
@@ -64,14 +64,15 @@ TEST_F(LayerReportsTest, ReportsCpuBigJank) {
     EXPECT_EQ(mLog.count("Send CPU big jank"), 0u);
     draw({1}, 1, 40 * kMs);
     EXPECT_EQ(mLog.count("Send CPU big jank [com.example.app1/Main#1]."), 1u);
-    ASSERT_TRUE(PerfService::waitForCalls("perf_event", 4186, 1));
     const auto sent = events(4186);
+    ASSERT_EQ(sent.size(), 1u);
     EXPECT_EQ(sent[0].package, appOf(1));
     EXPECT_EQ(sent[0].args, (std::vector<int>{5, 0}));
 
     // The watched property's change reaches the registry.
     base::SetProperty("debug.perf.cpu_big_jank_threshold_ms", "0");
-    ASSERT_TRUE(mLog.waitFor("OnFeatureConfigChanged - CPU_BIG_JANK: mCpuBigJankThreshold=0ms"));
+    mSimulation.settle();
+    EXPECT_EQ(mLog.count("OnFeatureConfigChanged - CPU_BIG_JANK: mCpuBigJankThreshold=0ms"), 1u);
     draw({1}, 1, 500 * kMs);
     EXPECT_EQ(mLog.count("Send CPU big jank"), 1u);
 }
@@ -85,13 +86,13 @@ TEST_F(LayerReportsTest, SurvivesAnyPeriodAndDepth) {
           int64_t{0}, int64_t{1}, int64_t{k60Hz}}) {
         manager().setVsyncPeriod(period);
         for (const int pending : {kMax, kMin, -1, 0}) {
-            mClock.advance(3 * kMs);
+            mSimulation.advance(3 * kMs);
             manager().onBufferDecrement("n", 1, pending, Rect(kMin, kMin, kMax, kMax), false, true);
-            mClock.advance(3 * kMs);
+            mSimulation.advance(3 * kMs);
             manager().onBufferDecrement("n", 1, pending, Rect(kMin, kMin, kMax, kMax), false, true);
             draw({1}, 2);
             manager().unblockPendingBuffer();
-            manager().onVsync(mClock.now());
+            manager().onVsync(mSimulation.now());
         }
     }
     EXPECT_NE(manager().getLayer(1), nullptr);
@@ -99,80 +100,73 @@ TEST_F(LayerReportsTest, SurvivesAnyPeriodAndDepth) {
     EXPECT_EQ(mLog.count("Unexpected vsync received: -1"), 1u);
 }
 
-class LayerScenesTest : public RegistryTest {
-  protected:
-    // Lets the worker run what was posted until now.
-    size_t reportsAfter(size_t atLeast) {
-        EXPECT_TRUE(PerfService::waitForCalls("perf_event", 4194, atLeast));
-        return events(4194).size();
-    }
-};
+using LayerScenesTest = RegistryTest;
 
 TEST_F(LayerScenesTest, ReportsChangesOnce) {
-    manager().checkMultiLayer(mClock.now());
+    manager().checkMultiLayer(mSimulation.now());
     EXPECT_TRUE(events(4194).empty()) << "nothing is visible, as before";
     track(1);
     track(2);
-    manager().checkMultiLayer(mClock.now());
-    manager().checkMultiLayer(mClock.now());
+    manager().checkMultiLayer(mSimulation.now());
+    manager().checkMultiLayer(mSimulation.now());
     auto sent = events(4194);
     ASSERT_EQ(sent.size(), 1u) << "unchanged";
     EXPECT_EQ(sent[0].args, (std::vector<int>{101, 2}));
     EXPECT_NE(sent[0].package.find(R"("pkg":"com.example.app1")"), std::string::npos);
 
     latch(2, /*focused=*/false, /*visible=*/false);
-    manager().checkMultiLayer(mClock.now());
+    manager().checkMultiLayer(mSimulation.now());
     sent = events(4194);
     ASSERT_EQ(sent.size(), 2u);
     EXPECT_EQ(sent[1].args, (std::vector<int>{101, 1}));
     latch(1, false, false);
-    manager().checkMultiLayer(mClock.now());
+    manager().checkMultiLayer(mSimulation.now());
     EXPECT_EQ(events(4194)[2].package, "{\"apps\":[]}\n");
 
     draw({1, 2, 3, 4}, 40);
-    manager().checkMultiLayer(mClock.now());
+    manager().checkMultiLayer(mSimulation.now());
     EXPECT_EQ(events(4194).back().args, (std::vector<int>{101, 3})) << "a fourth is one too many";
 }
 
 TEST_F(LayerScenesTest, FocusAndModeChangesForceAReport) {
     track(1);
     latch(1, /*focused=*/true);
-    EXPECT_EQ(reportsAfter(1), 1u);
+    EXPECT_EQ(events(4194).size(), 1u);
     EXPECT_EQ(mLog.count("Focused app changed: uid 10001, [com.example.app1]"), 1u);
     latch(1, true);
     draw({1}, 61);
-    EXPECT_EQ(reportsAfter(2), 2u) << "mode 60";
+    EXPECT_EQ(events(4194).size(), 2u) << "mode 60";
     EXPECT_NE(events(4194)[1].package.find(R"("M":60)"), std::string::npos);
-    manager().checkMultiLayer(mClock.now());
+    manager().checkMultiLayer(mSimulation.now());
     EXPECT_EQ(events(4194).size(), 2u);
 }
 
 TEST_F(LayerScenesTest, AScheduledReportComesOnceAndHoldsBackThePeriodicOne) {
     track(1);
-    manager().onVsync(mClock.now());
+    manager().onVsync(mSimulation.now());
     manager().onFeatureConfigChanged(ACTV_IF_CONCURRENCY, "");
     EXPECT_EQ(mLog.count("OnFeatureConfigChanged - ACTV_IF_CONCURRENCY"), 1u);
-    mClock.advance(2'900 * kMs);
+    mSimulation.advance(2'900 * kMs);
     draw({1}, 6, kMs);
     EXPECT_TRUE(events(4194).empty());
-    mClock.advance(94 * kMs);
-    EXPECT_EQ(reportsAfter(1), 1u);
+    mSimulation.advance(94 * kMs);
+    EXPECT_EQ(events(4194).size(), 1u);
 
     // A report for another reason meanwhile takes nothing from the two that are scheduled.
     manager().scheduleNotifyUserScene(5'000 * kMs);
     manager().scheduleNotifyUserScene(6'000 * kMs);
     latch(1, /*focused=*/true);
-    EXPECT_EQ(reportsAfter(2), 2u);
-    mClock.advance(1'000 * kMs);
+    EXPECT_EQ(events(4194).size(), 2u);
+    mSimulation.advance(1'000 * kMs);
     draw({2}, 40);
-    manager().onVsync(mClock.now());
+    manager().onVsync(mSimulation.now());
     EXPECT_EQ(events(4194).size(), 2u) << "changed, but one is scheduled";
     EXPECT_EQ(mLog.count("marked for removal"), 1u);
-    mClock.advance(4'000 * kMs);
-    EXPECT_EQ(reportsAfter(3), 3u);
+    mSimulation.advance(4'000 * kMs);
+    EXPECT_EQ(events(4194).size(), 3u);
     EXPECT_EQ(mLog.count("marked for removal"), 2u) << "it looks who is still drawing first";
-    mClock.advance(1'000 * kMs);
-    EXPECT_EQ(reportsAfter(4), 4u) << "unchanged, but scheduled";
+    mSimulation.advance(1'000 * kMs);
+    EXPECT_EQ(events(4194).size(), 4u) << "unchanged, but scheduled";
 }
 
 TEST_F(LayerScenesTest, TheFirstGameInRankGetsLowLatency) {
@@ -180,22 +174,23 @@ TEST_F(LayerScenesTest, TheFirstGameInRankGetsLowLatency) {
     PerfService::addGame(appOf(2), 1);
     track(1);
     track(2);
-    ASSERT_TRUE(PerfService::waitForCalls("perf_get_feedback_extn", 5633, 2));
+    mSimulation.settle();
     EXPECT_EQ(mLog.count("SetLowLatency"), 0u);
-    // Both results are stored once the worker has come to something posted after them.
-    latch(1, true);
-    ASSERT_TRUE(mLog.waitFor("SetLowLatency true for pid=1001"));
-    latch(1, false);
-    latch(2, true);
-    ASSERT_TRUE(mLog.waitFor("SetLowLatency true for pid=1002"));
+    const auto focus = [&](int from, int to) {
+        latch(from, false);
+        latch(to, true);
+        mSimulation.settle();
+    };
+    focus(2, 1);
+    EXPECT_EQ(mLog.count("SetLowLatency true for pid=1001"), 1u);
+    focus(1, 2);
+    EXPECT_EQ(mLog.count("SetLowLatency true for pid=1002"), 1u);
     track(3);
-    manager().checkMultiLayer(mClock.now());
-    latch(2, false);
-    latch(3, true);
-    ASSERT_TRUE(mLog.waitFor("SetLowLatency false for pid=1002")) << "the focused one is no game";
-    manager().checkMultiLayer(mClock.now());
+    manager().checkMultiLayer(mSimulation.now());
+    focus(2, 3);
+    EXPECT_EQ(mLog.count("SetLowLatency false for pid=1002"), 1u) << "the focused one is no game";
+    manager().checkMultiLayer(mSimulation.now());
     EXPECT_EQ(mLog.count("SetLowLatency"), 3u) << "each change once";
-    ASSERT_TRUE(PerfService::waitForCalls("perf_lock_acq", 0, 2));
     EXPECT_EQ(PerfService::calls("perf_lock_acq", 0)[1].args[2], 1'002);
 }
 

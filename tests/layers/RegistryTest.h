@@ -9,19 +9,20 @@
 
 #include <string>
 
-#include "BoostWorker.h"
-#include "corvane/host/Clock.h"
 #include "corvane/host/LogCapture.h"
 #include "corvane/host/PerfService.h"
+#include "corvane/host/Simulation.h"
 #include "layers/LayerInfo.h"
 #include "layers/LayerManager.h"
 
 namespace android {
 
+using corvane::host::Simulation;
+
 constexpr nsecs_t kMs = 1'000'000;
 constexpr nsecs_t k60Hz = 16'666'667;
 
-// The registry with a driven clock, a performance service and debug logging. Layer N belongs to
+// The registry in simulated time, with a performance service and debug logging. Layer N belongs to
 // application "com.example.appN" with pid 1000 + N and uid 10000 + N.
 class RegistryTest : public ::testing::Test {
   protected:
@@ -50,7 +51,7 @@ class RegistryTest : public ::testing::Test {
     // One frame of each layer per interval, each latched at once.
     void draw(const std::vector<int>& layers, int frames, nsecs_t interval = k60Hz) {
         for (int i = 0; i < frames; ++i) {
-            mClock.advance(interval);
+            mSimulation.advance(interval);
             for (const int id : layers) {
                 queue(id);
                 latch(id);
@@ -63,16 +64,16 @@ class RegistryTest : public ::testing::Test {
 
     // Nothing is drawn for so long, then silent layers are looked for.
     void idle(nsecs_t duration) {
-        mClock.advance(duration);
-        manager().cleanupInactiveLayers(mClock.now());
+        mSimulation.advance(duration);
+        manager().cleanupInactiveLayers(mSimulation.now());
     }
 
     static std::vector<corvane::host::PerfCall> events(int number) {
-        awaitBoostWorker();
+        Simulation::settle();
         return corvane::host::PerfService::calls("perf_event", number);
     }
 
-    corvane::host::DrivenClock mClock{1'000'000'000'000};
+    Simulation mSimulation{1'000'000'000'000};
     corvane::host::LogCapture mLog;
 };
 

@@ -8,20 +8,19 @@
 #include <sys/resource.h>
 
 #include <atomic>
-#include <future>
 #include <string>
 #include <thread>
 #include <tuple>
 #include <utility>
 #include <vector>
 
-#include "BoostWorker.h"
 #include "DescriptorLimit.h"
-#include "corvane/host/Clock.h"
 #include "corvane/host/Devices.h"
 #include "corvane/host/LogCapture.h"
 #include "corvane/host/PerfService.h"
+#include "corvane/host/Simulation.h"
 #include "corvane/host/Threads.h"
+#include "perf/PerfProxy.h"
 #include "timer/TimerThread.h"
 
 namespace android {
@@ -32,12 +31,19 @@ using corvane::host::BoostRequest;
 using corvane::host::LogCapture;
 using corvane::host::PerfCall;
 using corvane::host::PerfService;
+using corvane::host::Simulation;
 
 constexpr int kFrameHintEvent = 4186;
 constexpr int kLowLatencyResource = 0x40CD0000;
 
 class BoostTest : public ::testing::Test {
   protected:
+    explicit BoostTest(Simulation::Policy policy = Simulation::Policy::kFifo)
+          : mSimulation([policy] {
+                Simulation::Options options;
+                options.policy = policy;
+                return options;
+            }()) {}
     void SetUp() override { ASSERT_TRUE(PerfService::install()); }
 
     static PerfProxy* proxy() { return PerfProxy::getInstance(); }
@@ -45,6 +51,14 @@ class BoostTest : public ::testing::Test {
     static std::vector<PerfCall> hintEvents() {
         return PerfService::calls("perf_event", kFrameHintEvent);
     }
+
+    Simulation mSimulation;
+};
+
+// Any thread may run at any time.
+class BoostRacesTest : public BoostTest {
+  protected:
+    BoostRacesTest() : BoostTest(Simulation::Policy::kRandom) {}
 };
 
 TEST_F(BoostTest, LevelsGoToTheDeviceOrTheService) {
@@ -55,7 +69,7 @@ TEST_F(BoostTest, LevelsGoToTheDeviceOrTheService) {
         SCOPED_TRACE(level);
         const std::string package = level == 5 ? "" : "com.example.game";
         proxy()->frameHint(level, 1'000 + level, 9, package, 500 + level);
-        awaitBoostWorker();
+        mSimulation.settle();
         if (level >= 0 && level <= 3) {
             ASSERT_EQ(++requests, BoostDevice::requests().size());
             const BoostRequest request = BoostDevice::requests().back();
@@ -76,7 +90,7 @@ TEST_F(BoostTest, LevelsGoToTheDeviceOrTheService) {
     LogCapture log;
     BoostDevice::failIoctl(EIO);
     proxy()->frameHint(2, 1, 9, "", 0);
-    awaitBoostWorker();
+    mSimulation.settle();
     EXPECT_EQ(events, hintEvents().size()) << "a failing device does not fall back to the service";
     ASSERT_EQ(1u, log.lines().size());
     EXPECT_EQ(0u, log.lines()[0].text.find("[GFR_BOOST] GFR ioctl failed, ret=-1, ioctl_fd="));
@@ -93,7 +107,7 @@ TEST_F(BoostTest, WithoutADeviceTheServiceTakesEveryLevel) {
     proxy()->frameHint(0, 1, 9, "pkg", 0);
     BoostDevice::failOpen(0);
     proxy()->frameHint(1, 1, 9, "pkg", 700);
-    awaitBoostWorker();
+    mSimulation.settle();
     EXPECT_EQ(1, BoostDevice::openCount()) << "a failed open is never tried again";
     EXPECT_EQ(2u, hintEvents().size());
     EXPECT_TRUE(BoostDevice::requests().empty());
@@ -105,24 +119,15 @@ TEST_F(BoostTest, WithoutADeviceTheServiceTakesEveryLevel) {
     EXPECT_EQ("Boost hint: 1, [id: 9]", log.lines()[1].text);
 }
 
-TEST_F(BoostTest, OneInstanceAndOneProbeForAllThreads) {
+TEST_F(BoostRacesTest, OneInstanceAndOneProbeForAllThreads) {
     BoostDevice::enable();
     std::vector<PerfProxy*> seen(8);
-    // Two of the threads come first, together; the others later, ordered by what they read alone.
-    std::atomic<size_t> ready{0};
-    std::atomic<bool> probed{false};
     std::vector<std::thread> threads;
     for (size_t i = 0; i < seen.size(); ++i) {
         threads.emplace_back([&, i] {
-            ready.fetch_add(1, std::memory_order_relaxed);
-            while (i < 2 ? ready.load(std::memory_order_relaxed) < seen.size()
-                         : !probed.load(std::memory_order_relaxed)) {
-                std::this_thread::yield();
-            }
             seen[i] = PerfProxy::getInstance();
             seen[i]->perfLockRel(0);  // reads what the constructor wrote
             seen[i]->frameHint(3, static_cast<int>(i), 9, "pkg", static_cast<int>(i));
-            probed.store(true, std::memory_order_relaxed);
         });
     }
     for (std::thread& thread : threads) thread.join();
@@ -136,7 +141,6 @@ TEST_F(BoostTest, OneInstanceAndOneProbeForAllThreads) {
 }
 
 TEST_F(BoostTest, AtMostOneLowLatencyLock) {
-    // One at a time: tasks posted in the same instant run in any order.
     for (const auto& [pid, enable] : {std::pair(123, false),
                                       {123, true},
                                       {456, true},
@@ -146,7 +150,7 @@ TEST_F(BoostTest, AtMostOneLowLatencyLock) {
                                       {789, false}}) {
         PerfService::refuseLocks(pid == 789);
         proxy()->setLowLatency(pid, enable);
-        awaitBoostWorker();
+        mSimulation.settle();
     }
     std::vector<std::string> locks;
     for (const PerfCall& call : PerfService::calls()) {
@@ -164,19 +168,19 @@ TEST_F(BoostTest, AtMostOneLowLatencyLock) {
 }
 
 TEST_F(BoostTest, TheWorkerKeepsTheClockAndIsRaisedAsFrameThreadsAre) {
-    corvane::host::DrivenClock clock(1'000);
     const auto state = [&] {
-        return std::tuple(clock.now(), getpriority(PRIO_PROCESS, 0), sched_getscheduler(0));
+        return std::tuple(mSimulation.now(), getpriority(PRIO_PROCESS, 0), sched_getscheduler(0));
     };
-    std::promise<decltype(state())> worker;
-    EXPECT_NE(0u, proxy()->postTaskDelayed(5'000, [&] { worker.set_value(state()); }));
-    clock.advance(4'999);
-    awaitBoostWorker();
-    clock.advance(1);
+    decltype(state()) worker, expected;
+    const nsecs_t due = mSimulation.now() + 5'000;
+    EXPECT_NE(0u, proxy()->postTaskDelayed(5'000, [&] { worker = state(); }));
+    mSimulation.advanceTo(due);
     std::thread([&] {
         raiseFrameThreadPriority();
-        EXPECT_EQ(state(), worker.get_future().get());
+        expected = state();
     }).join();
+    EXPECT_EQ(expected, worker);
+    EXPECT_EQ(due, std::get<0>(worker));
 }
 
 TEST_F(BoostTest, HintsReachTheDeviceWithoutAWorker) {
@@ -201,7 +205,7 @@ TEST_F(BoostTest, HintsReachTheDeviceWithoutAWorker) {
 
         proxy()->startBoostThread();  // a failed start leaves it stopped, not broken
         EXPECT_NE(0u, proxy()->postTask([] {}));
-        awaitBoostWorker();
+        mSimulation.settle();
         EXPECT_EQ(0u, hintEvents().size()) << "what was posted without a worker is lost";
         EXPECT_EQ(i + 1, BoostDevice::openCount());
         EXPECT_EQ(static_cast<size_t>(i + 1), BoostDevice::requests().size());
@@ -210,7 +214,7 @@ TEST_F(BoostTest, HintsReachTheDeviceWithoutAWorker) {
     }
 }
 
-TEST_F(BoostTest, PostingGoesOnWhileTheWorkerStopsAndStarts) {
+TEST_F(BoostRacesTest, PostingGoesOnWhileTheWorkerStopsAndStarts) {
     PerfProxy* const shared = proxy();
     std::atomic<bool> done{false};
     std::atomic<int> accepted{0};
@@ -220,7 +224,7 @@ TEST_F(BoostTest, PostingGoesOnWhileTheWorkerStopsAndStarts) {
         posters.emplace_back([&] {
             while (!done) {
                 if (shared->postTask([&] { ++ran; }) != 0) ++accepted;
-                std::this_thread::yield();
+                Simulation::yield();
             }
         });
     }
@@ -230,21 +234,23 @@ TEST_F(BoostTest, PostingGoesOnWhileTheWorkerStopsAndStarts) {
         shared->startBoostThread();
         shared->startBoostThread();
     }
-    for (const int before = ran; ran == before;) std::this_thread::yield();
+    const int before = ran;
     done = true;
     for (std::thread& poster : posters) poster.join();
-    awaitBoostWorker();
-    EXPECT_LE(ran, accepted);
+    shared->postTask([&] { ++ran; });
+    Simulation::settle();
+    EXPECT_GT(ran, before);
+    EXPECT_LE(ran, accepted + 1);
 
-    std::promise<void> started;
+    std::atomic<bool> started{false};
     bool finished = false;
     shared->postTask([&] {
-        started.set_value();
-        while (shared->postTask(nullptr) != 0) std::this_thread::yield();
-        for (int i = 0; i < 10'000; ++i) std::this_thread::yield();  // a stop would be through
+        started = true;
+        while (shared->postTask(nullptr) != 0) Simulation::yield();
+        Simulation::sleepFor(1'000'000);  // a stop would be through
         finished = true;
     });
-    started.get_future().wait();
+    while (!started) Simulation::yield();
     shared->stopBoostThread();
     EXPECT_TRUE(finished) << "stopping waits for the task that runs";
     EXPECT_EQ(0u, shared->postTask([&] { ++ran; }));

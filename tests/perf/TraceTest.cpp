@@ -11,10 +11,10 @@
 #include <utility>
 #include <vector>
 
-#include "BoostWorker.h"
 #include "corvane/host/Devices.h"
 #include "corvane/host/LogCapture.h"
 #include "corvane/host/PerfService.h"
+#include "corvane/host/Simulation.h"
 #include "corvane/host/TraceCapture.h"
 #include "perf/PerfLog.h"
 #include "perf/TraceSection.h"
@@ -22,10 +22,13 @@
 namespace android {
 namespace {
 
+using corvane::host::Simulation;
 using Strings = std::vector<std::string>;
 
 class TraceTest : public ::testing::Test {
   protected:
+    const Simulation mSimulation{1'000};
+
     void SetUp() override { startTrace(ATRACE_TAG_GRAPHICS); }
     void TearDown() override { unlink(mPath.c_str()); }
 
@@ -35,7 +38,7 @@ class TraceTest : public ::testing::Test {
     Strings stopTrace() {
         corvane::host::stopTrace();
         const std::string mark = "tracing_mark_write: ";
-        const std::string pid = "|" + std::to_string(getpid());
+        const std::string pid = "|" + std::to_string(Simulation::processId());
         Strings events;
         std::ifstream file(mPath);
         for (std::string line; std::getline(file, line);) {
@@ -129,7 +132,7 @@ TEST_F(TraceTest, HintsAreTraced) {
     PerfProxy::setDebuggable(true, true);
     BoostDevice::enable();
     proxy->frameHint(5, 7, 9, "pkg", 0);
-    awaitBoostWorker();
+    Simulation::settle();
     proxy->frameHint(2, 7, 9, "pkg", 690);
     EXPECT_EQ((Strings{"B|frame hint", "B|Boost hint: 5, [id: 9]", "E", "E",
                        "B|[GFR_BOOST] GFR_IOCTL bl=2 hr=7 bf=690, [id: 9]", "E"}),
