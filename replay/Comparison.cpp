@@ -3,6 +3,8 @@
 
 #include "replay/Comparison.h"
 
+#include <algorithm>
+#include <cmath>
 #include <stdexcept>
 #include <utility>
 
@@ -21,6 +23,25 @@ std::vector<model::LayerFit> fitsOf(const model::Recorded& recorded,
                                        model::DeviceModel(workload, none).run());
 }
 
+// Between two frames of a layer whose game is configured to a target rate from the beginning; 0 for
+// any other. A rate between two divisors of the display's alternates: the longer interval is meant.
+int64_t vsyncsOfTarget(const Scenario& scenario, const Recording& recording, size_t layer) {
+    constexpr double kNsPerSecond = 1e9;
+    constexpr double kHundredths = 100.0;
+    constexpr double kRounding = 0.05;  // of a vsync: rates and periods are rounded
+    const std::string package = packageOf(recording.layers[layer]);
+    double fps = 0;
+    for (const Game& game : scenario.games) {
+        for (const ServiceCallback& callback : game.configuration) {
+            if (callback.hint != kTargetFpsHint || callback.package != package) continue;
+            fps = callback.arg1 / kHundredths;
+        }
+    }
+    if (fps <= 0) return 0;
+    const double vsyncs = kNsPerSecond / fps / static_cast<double>(recording.vsyncPeriodNs);
+    return static_cast<int64_t>(std::ceil(vsyncs - kRounding));
+}
+
 }  // namespace
 
 const std::vector<std::string>& policyNames() {
@@ -28,11 +49,10 @@ const std::vector<std::string>& policyNames() {
     return sNames;
 }
 
-Comparison prepareComparison(const Recording& recording, int repeat,
-                             const std::vector<LayerModel>& known) {
+Comparison prepareComparison(const Recording& recording, int repeat, const Scenario& scenario) {
     std::vector<model::LayerOverride> overrides;
     std::vector<model::GpuShare> gpuShares;
-    for (const LayerModel& layer : known) {
+    for (const LayerModel& layer : scenario.layers) {
         const auto index = recording.findLayer(layer.layer);
         if (!index) continue;
         overrides.push_back({*index, layer.producer, layer.buffers});
@@ -43,8 +63,16 @@ Comparison prepareComparison(const Recording& recording, int repeat,
     model::Recorded recorded = model::repeated(once, repeat);
     model::Workload workload = model::takeApart(recorded, overrides);
     std::vector<int64_t> intended = model::recordedCadences(workload);
-    return {std::move(recorded),  std::move(workload), std::move(intended),
-            std::move(gpuShares), std::move(fits),     {},
+    for (size_t i = 0; i < intended.size(); ++i) {
+        intended[i] = std::max(intended[i], vsyncsOfTarget(scenario, recording, i));
+    }
+    return {std::move(recorded),
+            std::move(workload),
+            std::move(intended),
+            std::move(gpuShares),
+            std::move(fits),
+            static_cast<size_t>(repeat),
+            {},
             std::nullopt};
 }
 

@@ -37,13 +37,14 @@ struct Comparison {
     std::vector<int64_t> intendedVsyncs;  // per layer, between two of its frames
     std::vector<model::GpuShare> gpuShares;
     std::vector<model::LayerFit> fits;
+    size_t passes;                     // of the recording, end to end
     std::vector<PolicyRun> others;     // those compared with, in the order asked for
     std::optional<PolicyRun> library;  // none: the library was not run
 
     // Layers with fewer recorded frames have no figures worth a table.
     static constexpr size_t kMinFrames = 10;
     bool isWorthATable(size_t layer) const {
-        return recorded.layers[layer].frames.size() >= kMinFrames;
+        return recorded.layers[layer].frames.size() >= kMinFrames * passes;
     }
 };
 
@@ -51,9 +52,8 @@ struct Comparison {
 const std::vector<std::string>& policyNames();
 
 // Takes the recording apart, played `repeat` times, and fits the model to it.
-// `known` is what the scenario says of layers; one that is not in the recording is passed over.
-Comparison prepareComparison(const Recording& recording, int repeat,
-                             const std::vector<LayerModel>& known);
+// What the scenario says of layers counts; one that is not in the recording is passed over.
+Comparison prepareComparison(const Recording& recording, int repeat, const Scenario& scenario);
 
 // Runs a policy without the library; `name` is one of policyNames().
 void addPolicy(Comparison& comparison, const std::string& name);

@@ -19,6 +19,32 @@ Json::Value timesOf(const std::vector<int64_t>& times) {
     return values;
 }
 
+const char* unitName(Figure::Unit unit) {
+    switch (unit) {
+        case Figure::Unit::kTime:
+            return "time";
+        case Figure::Unit::kCount:
+            return "count";
+        case Figure::Unit::kRate:
+            return "rate";
+        case Figure::Unit::kNumber:
+            return "number";
+    }
+    return "";
+}
+
+const char* betterName(Figure::Better better) {
+    switch (better) {
+        case Figure::Better::kLower:
+            return "lower";
+        case Figure::Better::kHigher:
+            return "higher";
+        case Figure::Better::kNeither:
+            return "neither";
+    }
+    return "";
+}
+
 Json::Value layerOf(const Comparison& comparison, size_t i) {
     const model::LayerWork& work = comparison.workload.layers[i];
     const model::LayerFit& fit = comparison.fits[i];
@@ -117,6 +143,16 @@ Json::Value comparisonJson(const Comparison& comparison) {
     value["layers"] = list();
     for (size_t i = 0; i < comparison.recorded.layers.size(); ++i) {
         value["layers"].append(layerOf(comparison, i));
+    }
+    value["figureKinds"] = list();
+    for (const Figure& figure : figures()) {
+        Json::Value entry;
+        entry["key"] = figure.key;
+        entry["jsonKey"] = figure.jsonKey;
+        entry["label"] = figure.label;
+        entry["unit"] = unitName(figure.unit);
+        entry["better"] = betterName(figure.better);
+        value["figureKinds"].append(std::move(entry));
     }
     value["policies"] = list();
     if (comparison.library) value["policies"].append(runOf(comparison, *comparison.library));

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "replay/Comparison.h"
+#include "replay/Figure.h"
 #include "replay/Scenario.h"
 
 namespace corvane::replay {
@@ -44,6 +45,9 @@ const char* const kUsage =
         "  --against POLICY[,...] compare with none (the recorded phone, which is the default),\n"
         "                         interval (frames begin a fixed number of vsyncs apart) or\n"
         "                         shallow (at most one buffer waits)\n"
+        "  --fail-if FIGURE>VALUE end with status 3 when a figure of the comparison is above (or,\n"
+        "                         with <, below) this with the library, for a layer of a game if\n"
+        "                         there is one, else for any; times in ms, as in latency-p95>40\n"
         "  --open-loop            queue buffers at their recorded times, whatever the library "
         "does;\n"
         "                         nothing is compared then\n"
@@ -63,7 +67,8 @@ const char* const kUsage =
         "An interrupt (Ctrl-C) or a termination signal ends the replay with the report so far.\n"
         "\n"
         "Exit status: 0 played, 1 the library or the output failed, 2 the command line, the\n"
-        "recording or the scenario is not usable; 130 ended by an interrupt, 143 by termination.\n";
+        "recording or the scenario is not usable, 3 a --fail-if holds; 130 ended by an interrupt, "
+        "143 by termination.\n";
 
 namespace {
 
@@ -90,6 +95,24 @@ std::string parseSeed(const std::string& text, std::optional<uint64_t>& seed) {
         return "needs a whole number from 0 on, not '" + text + "'";
     }
     seed = value;
+    return "";
+}
+
+// "FIGURE>VALUE" or "FIGURE<VALUE"; times in milliseconds.
+std::string parseLimit(const std::string& text, std::vector<Limit>& limits) {
+    constexpr double kNsPerMs = 1e6;
+    constexpr double kMost = 1e12;
+    const size_t relation = std::min(text.find_first_of("<>"), text.size());
+    const Figure* figure = figureOf(std::string_view(text).substr(0, relation));
+    double value = 0.0;
+    if (relation == text.size() || figure == nullptr ||
+        !parseNumber(std::string_view(text).substr(relation + 1), 0.0, kMost, value)) {
+        std::string keys;
+        for (const Figure& known : figures()) keys += std::string(" ") + known.key;
+        return "needs FIGURE>VALUE or FIGURE<VALUE, not '" + text + "'; figures are" + keys;
+    }
+    if (figure->unit == Figure::Unit::kTime) value *= kNsPerMs;
+    limits.push_back({text, figure, text[relation] == '>', value});
     return "";
 }
 
@@ -219,6 +242,7 @@ OptionsResult parseOptions(int argc, const char* const* argv) {
             {"--refresh-rate",
              [&](const auto& value) { return parseRates(value, options.additions.refreshRates); }},
             {"--against", [&](const auto& value) { return parsePolicies(value, options.against); }},
+            {"--fail-if", [&](const auto& value) { return parseLimit(value, options.limits); }},
             {"--seed", [&](const auto& value) { return parseSeed(value, options.seed); }},
             {"--repeat", [&](const auto& value) { return parseRepeat(value, options.repeat); }},
     };
@@ -270,10 +294,11 @@ OptionsResult parseOptions(int argc, const char* const* argv) {
         return {std::nullopt, "--to must be later than --from"};
     }
     options.openLoop = options.openLoop || options.realtime;
-    if (options.openLoop && !options.against.empty()) {
+    if (options.openLoop && !(options.against.empty() && options.limits.empty())) {
         return {std::nullopt,
-                "--against compares runs of the device model, which --open-loop and "
-                "--realtime do without"};
+                "--against and --fail-if need the device model, which --open-loop and --realtime "
+                "do "
+                "without"};
     }
     if (options.realtime && options.seed) {
         return {std::nullopt, "--seed orders simulated time, which --realtime does without"};

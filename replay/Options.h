@@ -13,6 +13,16 @@
 
 namespace corvane::replay {
 
+struct Figure;
+
+// A bound for a figure of the library's run, over which the program fails.
+struct Limit {
+    std::string text;  // as it was given
+    const Figure* figure;
+    bool above;    // fails above the value, else below
+    double value;  // in the figure's own unit: ns, a count, per second
+};
+
 struct Options {
     std::string recording;  // empty: the scenario names one; "-": the standard input
     std::string scenario;   // empty: none
@@ -27,6 +37,7 @@ struct Options {
     bool openLoop = false;         // buffers at their recorded times; else on the device model
     bool realtime = false;         // open loop, against the machine's clock; else in simulated time
     std::optional<uint64_t> seed;  // of the order of what is due at one instant
+    std::vector<Limit> limits;     // --fail-if
     std::vector<std::string> against;  // policies to compare with; empty: as recorded
     bool help = false;
 };

@@ -11,6 +11,7 @@ namespace corvane::replay {
 constexpr int kPlayed = 0;
 constexpr int kFailed = 1;
 constexpr int kUnusable = 2;
+constexpr int kLimitExceeded = 3;  // a --fail-if holds
 constexpr int kSignalled = 128;
 
 // Thrown to end the program with one sentence.

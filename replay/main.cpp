@@ -33,6 +33,7 @@
 #include "replay/AppProcess.h"
 #include "replay/Application.h"
 #include "replay/Comparison.h"
+#include "replay/Figure.h"
 #include "replay/Findings.h"
 #include "replay/HtmlReport.h"
 #include "replay/InputFile.h"
@@ -52,6 +53,7 @@
 #include "replay/ScenarioNotes.h"
 #include "replay/Stop.h"
 #include "replay/Terminal.h"
+#include "replay/TextTable.h"
 #include "replay/Timeline.h"
 #include "replay/TraceFileWriter.h"
 
@@ -277,6 +279,27 @@ std::unique_ptr<Playback> makePlayer(const Recording& recording, Hooks& hooks, i
                                          comparison->gpuShares, boostedLayer(scenario, recording));
 }
 
+// Names each limit that does not hold on standard error. Where the service knows a game, its layers
+// count alone.
+bool exceedsLimits(const Comparison& comparison, const Findings& findings,
+                   const std::vector<Limit>& limits) {
+    const auto isGame = [](const LayerFindings& layer) { return layer.game.value_or(false); };
+    const bool anyGame = std::any_of(findings.layers.begin(), findings.layers.end(), isGame);
+    bool exceeds = false;
+    for (size_t i = 0; i < findings.layers.size(); ++i) {
+        if (anyGame ? !isGame(findings.layers[i]) : !comparison.isWorthATable(i)) continue;
+        for (const Limit& limit : limits) {
+            const double value = limit.figure->get(comparison.library->figures[i]);
+            if (limit.above ? value <= limit.value : value >= limit.value) continue;
+            exceeds = true;
+            std::fprintf(stderr, "corvane-replay: %s: %s is %s for %s\n", limit.text.c_str(),
+                         limit.figure->label, valueText(*limit.figure, value).c_str(),
+                         shown(comparison.recorded.layers[i].name).c_str());
+        }
+    }
+    return exceeds;
+}
+
 // Returns the exit status.
 int run(const Options& options) {
     const Scenario scenario = loadScenario(options);
@@ -306,7 +329,7 @@ int run(const Options& options) {
 
     LibraryHooks hooks;
     std::optional<Comparison> comparison;
-    if (!options.openLoop) comparison = prepareComparison(recording, repeat, scenario.layers);
+    if (!options.openLoop) comparison = prepareComparison(recording, repeat, scenario);
     const auto player = makePlayer(recording, hooks, repeat, scenario, comparison);
     player->addScript("scenario", actionsOf(scenario));
     player->setFences(fencesOf(scenario, recording));
@@ -355,6 +378,7 @@ int run(const Options& options) {
         source.comparison = &*comparison;
     }
     writeOutputs(source, evidence.trace, outputs);
+    if (comparison && exceedsLimits(*comparison, findings, options.limits)) return kLimitExceeded;
     return interruption.signal() == 0 ? kPlayed : kSignalled + interruption.signal();
 }
 

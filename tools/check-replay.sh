@@ -41,6 +41,9 @@ check "it reaches mode 60 within one pass" \
     '.layers[] | select(.promotedNs != null) | .fpsMode == 60'
 check "the service is told once, of mode 60" \
     '[.serviceCalls[] | select(.entry == "perf_event" and .number == 4196) | .args] == [[0, 60]]'
+check "the model gives back the recording" \
+    '[.comparison.layers[] | select(.worthATable) | .fit.share] | length > 0 and all(. >= 0.95)'
+play --open-loop replay/recordings/reader-60fps-stuffed.systrace.txt
 check "every recorded vsync and buffer went through the hooks" \
     '.recording as $r | [.hooks[] | {(.name): .count}] | add
      | .corvaneTrackVsyncSignal == $r.vsyncs and .corvaneTrackBufferIncrement == $r.frames'
@@ -67,6 +70,34 @@ play --config replay/scenarios/launcher-touch.json
 check "touches make frames of the launcher instant" \
     '.application | .error == "" and (.instantNs | length) > 0 and .inputHeld > 0'
 
+# Two processes, property writes, callbacks and boosts: the same twice, to the byte.
+twice=$(mktemp -d)
+for run in 1 2; do
+    ./corvane replay --config replay/scenarios/launcher-touch.json --seed 7 \
+        --json "$twice/$run.json" --trace "$twice/$run.pftrace" >"$twice/$run.txt" 2>/dev/null
+done
+cmp "$twice/1.json" "$twice/2.json" && cmp "$twice/1.pftrace" "$twice/2.pftrace" &&
+    cmp "$twice/1.txt" "$twice/2.txt" || exit 1
+rm -rf "$twice"
+echo "  two runs write the same report, JSON and trace"
+
 play --config replay/scenarios/reader-gpu-fences.json
 check "unsignalled GPU fences get deadlines" '.fences | .told > 0 and .deadlinesSent > 0'
+
+# A sweep in parts; the second run makes the other half only.
+results=$(mktemp -d)
+sweep=(./corvane sweep replay/recordings/reader-60fps-stuffed.systrace.txt --game com.example.reader
+    --set headroom=0.4,0.8 --set rescue=0,1 --by latency-p50 --results "$results/kept"
+    --csv "$results/all.csv" --report "$results/page.html")
+"${sweep[@]}" --shard 1/2 | grep -q '2 of 4 combinations are left' || { echo "no shard" >&2; exit 1; }
+kept=$(stat -c %Y-%i "$results/kept"/*)
+"${sweep[@]}" >"$results/ranking"
+for one in $kept; do
+    stat -c %Y-%i "$results/kept"/* | grep -qx "$one" || { echo "a result was made twice" >&2; exit 1; }
+done
+[ "$(wc -l <"$results/all.csv")" -eq 5 ] && grep -q '<svg' "$results/page.html" &&
+    grep -q 'notifyCallback(hint 4187, "com.example.reader", 0, 0, \[0, 40, 1, 40\])' "$results/ranking" ||
+    { cat "$results/ranking" >&2; exit 1; }
+echo "  a sweep runs in parts, keeps what it has, and ranks"
+rm -rf "$results"
 echo "The replays show what they should."
