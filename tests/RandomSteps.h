@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <iterator>
@@ -18,6 +19,14 @@
 #include <vector>
 
 namespace android {
+
+// What printf() would print.
+template <typename... Args>
+std::string formatted(const char* format, Args... args) {
+    char buffer[512];
+    snprintf(buffer, sizeof(buffer), format, args...);
+    return buffer;
+}
 
 // A random sequence of steps, as a scenario draws it. Each step has a seed of its own, so that the
 // others stay what they were when some are left out.

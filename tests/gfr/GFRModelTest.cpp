@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <limits>
 #include <list>
 #include <map>
@@ -33,13 +32,6 @@ using corvane::host::Simulation;
 
 constexpr nsecs_t kMs = 1'000'000;
 constexpr nsecs_t kNever = std::numeric_limits<nsecs_t>::max();
-
-template <typename... Args>
-std::string text(const char* format, Args... args) {
-    char buffer[512];
-    snprintf(buffer, sizeof(buffer), format, args...);
-    return buffer;
-}
 
 nsecs_t times(float factor, nsecs_t ns) {
     return static_cast<nsecs_t>(factor * static_cast<float>(ns));
@@ -111,23 +103,23 @@ class Model {
         update(layer, 0, false);
         const GfrTunables& t = layer.tune;
         logs.push_back(
-                text("GFR Layer %d (%s): dynamic=%s allowSkipOrLower=%s golden=%.2fvsync "
-                     "K=%.2f baseFreq=500;800;3000",
-                     id, name.c_str(), "false", "false", t.golden, t.kFactor));
+                formatted("GFR Layer %d (%s): dynamic=%s allowSkipOrLower=%s golden=%.2fvsync "
+                          "K=%.2f baseFreq=500;800;3000",
+                          id, name.c_str(), "false", "false", t.golden, t.kFactor));
         layers[id] = layer;
     }
 
     void unregisterLayer(int id) {
         if (layers.count(id) != 0) cancel(layers[id]);
         layers.erase(id);
-        logs.push_back(text("GFR: Unregistered layer %d", id));
+        logs.push_back(formatted("GFR: Unregistered layer %d", id));
     }
 
     void setActive(int id, bool active) {
         if (layers.count(id) == 0) return;
         layers[id].active = active;
         if (!active) cancel(layers[id]);
-        logs.push_back(text("Layer %d %s GFR", id, active ? "enable" : "disable"));
+        logs.push_back(formatted("Layer %d %s GFR", id, active ? "enable" : "disable"));
     }
 
     void tune(int id, const GfrTunables& t) {
@@ -136,10 +128,10 @@ class Model {
         layer.tune = t;
         update(layer, layer.fps, true);
         logs.push_back(
-                text("updateLayerTunables layer %d: dynamic=%d lowerBoost=%d "
-                     "golden=%.2fvsync K=%.2f baseFreq=%d;%d;%d",
-                     id, t.dynamic, t.lowerBoost, t.golden, t.kFactor, layer.base(0), layer.base(1),
-                     layer.base(2)));
+                formatted("updateLayerTunables layer %d: dynamic=%d lowerBoost=%d "
+                          "golden=%.2fvsync K=%.2f baseFreq=%d;%d;%d",
+                          id, t.dynamic, t.lowerBoost, t.golden, t.kFactor, layer.base(0),
+                          layer.base(1), layer.base(2)));
     }
 
     void begin(int id, nsecs_t time, nsecs_t frameTime, nsecs_t headroom) {
@@ -150,8 +142,8 @@ class Model {
         layer.begin = time;
         layer.frameTime = frameTime;
         layer.headroom = headroom;
-        traces.push_back(text("frameTime = %ld, frameHeadroom = %ld, jankHeadroom = %ld, [%s]",
-                              frameTime, vsync - frameTime, headroom, layer.name.c_str()));
+        traces.push_back(formatted("frameTime = %ld, frameHeadroom = %ld, jankHeadroom = %ld, [%s]",
+                                   frameTime, vsync - frameTime, headroom, layer.name.c_str()));
         update(layer, 0, false);
         layer.deadline = vsync + headroom + time;
         layer.adjusted = 0;
@@ -184,7 +176,8 @@ class Model {
         if (count >= 10) {
             drops.clear();
             traces.push_back(
-                    text("[FrameDrop] Extreme drop detected (%d frames), reset window", count));
+                    formatted("[FrameDrop] Extreme drop detected (%d frames), reset window",
+                              count));
             return;
         }
         drops.push_front(false);
@@ -192,9 +185,9 @@ class Model {
         std::fill_n(drops.begin(), count, true);
         const Layer& layer = layers[id];
         traces.push_back(
-                text("[FrameDrop] drops64=%d/64, drops32=%d/32, drops16=%d/16, "
-                     "current=%d frames",
-                     layer.dropsAmong(64), layer.dropsAmong(32), layer.dropsAmong(16), count));
+                formatted("[FrameDrop] drops64=%d/64, drops32=%d/32, drops16=%d/16, "
+                          "current=%d frames",
+                          layer.dropsAmong(64), layer.dropsAmong(32), layer.dropsAmong(16), count));
     }
 
     nsecs_t nextCheck() const {
@@ -254,7 +247,8 @@ class Model {
             when = now + layer.due[index] - layer.due[index - 1];
         } else if (layer.adjusted > 0) {
             when = layer.end + layer.adjusted;
-            traces.push_back(text("[GFR2.0] L0 timer adjusted: delayTime=%ldns", layer.adjusted));
+            traces.push_back(
+                    formatted("[GFR2.0] L0 timer adjusted: delayTime=%ldns", layer.adjusted));
         } else {
             when = layer.end + layer.due[0];
         }
@@ -283,7 +277,7 @@ class Model {
     int boost(const Layer& layer, int level) {
         const int base = layer.base(level);
         if (level >= layer.levels()) {
-            traces.push_back(text("[GFR2.0] Invalid level: %d", level));
+            traces.push_back(formatted("[GFR2.0] Invalid level: %d", level));
             return base;
         }
         int flags = level == 0 && layer.adjusted > 0 ? 0x010 : 0;
@@ -297,8 +291,9 @@ class Model {
         } else {
             freq = estimate(layer, left, base, flags);
         }
-        traces.push_back(text("[GFR2.0] L%d: ttd=%ldns base=%d MHz final_freq=%d MHz flags=0x%03x",
-                              level, left, base, freq, static_cast<unsigned>(flags)));
+        traces.push_back(
+                formatted("[GFR2.0] L%d: ttd=%ldns base=%d MHz final_freq=%d MHz flags=0x%03x",
+                          level, left, base, freq, static_cast<unsigned>(flags)));
         return freq;
     }
 
@@ -335,9 +330,9 @@ class Model {
 
     void hint(int level, nsecs_t ns, int id, int freq) {
         const int low = static_cast<int>(ns);  // 32 bits go to the device
-        hints.push_back(text("%d %d %d at %ld", level, low, freq, now));
-        traces.push_back(
-                text("[GFR_BOOST] GFR_IOCTL bl=%d hr=%d bf=%d, [id: %d]", level, low, freq, id));
+        hints.push_back(formatted("%d %d %d at %ld", level, low, freq, now));
+        traces.push_back(formatted("[GFR_BOOST] GFR_IOCTL bl=%d hr=%d bf=%d, [id: %d]", level, low,
+                                   freq, id));
     }
 
     int mLastCheck = 0;
@@ -449,8 +444,8 @@ void act(RandomSteps& steps, GFRMonitor& monitor, Model& model) {
 std::vector<std::string> hintsSent() {
     std::vector<std::string> hints;
     for (const auto& request : BoostDevice::requests()) {
-        hints.push_back(text("%d %d %d at %ld", request.level, request.headroomNs, request.freqMHz,
-                             request.timeNs));
+        hints.push_back(formatted("%d %d %d at %ld", request.level, request.headroomNs,
+                                  request.freqMHz, request.timeNs));
     }
     return hints;
 }

@@ -88,20 +88,5 @@ TEST(GFRMonitorStorm, EveryFrameClimbsItsOwnLevels) {
     }
 }
 
-// Every check is due when its monitor goes.
-TEST(GFRMonitorStorm, DestructionWithChecksDue) {
-    for (int round = 0; round < 20; ++round) {
-        GFRMonitor monitor;
-        ASSERT_TRUE(monitor.init());
-        monitor.setVsyncInfo(1, 0);
-        for (int layer = 1; layer <= kLayers; ++layer) {
-            monitor.registerLayer(layer, "storm", "com.example.storm");
-            monitor.setGFRActive(layer, true);
-            monitor.onQueueBegin(layer, round, 0, 0);
-            monitor.onQueueEnd(layer, round, 0.0f);
-        }
-    }
-}
-
 }  // namespace
 }  // namespace android
