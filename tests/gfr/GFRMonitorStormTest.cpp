@@ -21,10 +21,10 @@ using corvane::host::BoostDevice;
 constexpr int kLayers = 3;
 constexpr int kFramesPerLayer = 100'000'000;  // room for frame numbers in a request's headroom
 
-// Frames begin and end on one thread per layer, in real time and with periods so short that checks
-// run all along, while others register, switch, tune, stop and start. A request's headroom tells
-// its layer and frame. A check that acts on a frame other than its own would show as a level that
-// comes twice, or without the one before it.
+// In real time on purpose: frames begin and end on one thread per layer, with periods so short that
+// checks run all along, while others register, switch, tune, stop and start. A request's headroom
+// tells its layer and frame. A check that acts on a frame other than its own would show as a level
+// that comes twice, or without the one before it.
 TEST(GFRMonitorStorm, EveryFrameClimbsItsOwnLevels) {
     BoostDevice::enable();
     GFRMonitor monitor;
@@ -32,34 +32,34 @@ TEST(GFRMonitorStorm, EveryFrameClimbsItsOwnLevels) {
     monitor.setVsyncInfo(20'000, 0);
 
     std::atomic<bool> running{true};
-    std::mutex switching[kLayers + 1];  // an end without its begin belongs to the frame before
+    std::mutex switching[kLayers];  // an end without its begin belongs to the frame before
     std::vector<std::thread> threads;
-    for (int layer = 1; layer <= kLayers; ++layer) {
+    const auto pause = [](int us) { std::this_thread::sleep_for(std::chrono::microseconds(us)); };
+    for (int layer = 0; layer < kLayers; ++layer) {
         threads.emplace_back([&, layer] {
             for (int32_t frame = 1; running; ++frame) {
                 const nsecs_t tag = layer * kFramesPerLayer + frame;
-                {
-                    std::lock_guard<std::mutex> lock(switching[layer]);
-                    monitor.onQueueBegin(layer, systemTime(SYSTEM_TIME_MONOTONIC), tag, tag);
-                    monitor.onQueueEnd(layer, systemTime(SYSTEM_TIME_MONOTONIC), 0.0f);
-                }
+                std::unique_lock<std::mutex> lock(switching[layer]);
+                monitor.onQueueBegin(layer, systemTime(SYSTEM_TIME_MONOTONIC), tag, tag);
+                monitor.onQueueEnd(layer, systemTime(SYSTEM_TIME_MONOTONIC), 0.0f);
+                lock.unlock();
                 monitor.updateFrameDropWindow(layer, frame % 12);
-                if (frame % 4 == 0) std::this_thread::sleep_for(std::chrono::microseconds(50));
+                if (frame % 4 == 0) pause(50);
             }
         });
     }
     threads.emplace_back([&] {
         GfrTunables tunables;
         for (int i = 0; running; ++i) {
-            const int layer = 1 + i % kLayers;
+            const int layer = i % kLayers;
             tunables.dynamic = i % 2 != 0;
             tunables.flag = i % 3;
             monitor.registerLayer(layer, "storm", "com.example.storm");
             monitor.setGFRActive(layer, true);
             monitor.updateLayerTunables(layer, tunables);
-            std::this_thread::sleep_for(std::chrono::microseconds(100));
+            pause(100);
             {
-                std::lock_guard<std::mutex> lock(switching[layer]);
+                const std::lock_guard<std::mutex> lock(switching[layer]);
                 monitor.setGFRActive(layer, false);
                 monitor.setGFRActive(layer, true);
             }
@@ -67,14 +67,11 @@ TEST(GFRMonitorStorm, EveryFrameClimbsItsOwnLevels) {
             monitor.setVsyncInfo(20'000 + i % 3, 0);
         }
     });
-    threads.emplace_back([&] {
-        while (running) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-            monitor.forceStop();
-            EXPECT_TRUE(monitor.init());
-        }
-    });
-    EXPECT_TRUE(BoostDevice::waitForRequests(100));
+    while (BoostDevice::requests().size() < 100) {
+        pause(2'000);
+        monitor.forceStop();
+        EXPECT_TRUE(monitor.init());
+    }
     running = false;
     for (auto& thread : threads) thread.join();
     monitor.forceStop();
