@@ -13,6 +13,7 @@
 #include <list>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "RandomSteps.h"
@@ -369,14 +370,18 @@ void act(RandomSteps& steps, GFRMonitor& monitor, Model& model) {
     const int id = static_cast<int>(7 + steps.below(2));
     const bool isKnown = model.layers.count(id) != 0;
     const nsecs_t now = Simulation::now();
-    switch (steps.below(isKnown && model.layers[id].active ? 16 : 5)) {
-        case 0: {
+    // Each as often as it stands here; the first five are all that a layer takes that is not
+    // active.
+    constexpr std::string_view kActs = "praasttddbbbbeee";
+    const bool isActive = isKnown && model.layers[id].active;
+    switch (kActs[static_cast<size_t>(steps.below(isActive ? 16 : 5))]) {
+        case 'p': {
             const nsecs_t periods[] = {10 * kMs, 10 * kMs, 16 * kMs, 25 * kMs, 8'333'333, 0, -1};
             model.vsync = steps.pick(periods);
             steps.tell("period", model.vsync);
             return monitor.setVsyncInfo(model.vsync, 60);
         }
-        case 1: {
+        case 'r': {
             const bool isReplaced = !isKnown || steps.oneIn(2);
             const std::string name = "Game %n%s " + std::to_string(now);
             steps.tell(isReplaced ? "register" : "unregister", id);
@@ -384,14 +389,13 @@ void act(RandomSteps& steps, GFRMonitor& monitor, Model& model) {
             return isReplaced ? monitor.registerLayer(id, name, "com.example.game")
                               : monitor.unregisterLayer(id);
         }
-        case 2:
-        case 3: {
+        case 'a': {
             const bool active = !steps.oneIn(4);
             steps.tell("active", id, active);
             model.setActive(id, active);
             return monitor.setGFRActive(id, active);
         }
-        case 4: {
+        case 's': {
             if (model.isRunning && !steps.oneIn(8)) return;
             steps.tell(model.isRunning ? "stop" : "init");
             for (int times = steps.oneIn(2) ? 1 : 2; times > 0; --times) {
@@ -399,24 +403,19 @@ void act(RandomSteps& steps, GFRMonitor& monitor, Model& model) {
             }
             return model.isRunning ? model.stop() : model.init();
         }
-        case 5:
-        case 6: {
+        case 't': {
             const GfrTunables t = someTunables(steps);
             steps.tell("tunables", id, t.jankThresholds, t.baseFreq, t.dynamic, t.golden, t.flag);
             model.tune(id, t);
             return monitor.updateLayerTunables(id, t);
         }
-        case 7:
-        case 8: {
+        case 'd': {
             const int drops = static_cast<int>(steps.below(steps.oneIn(3) ? 12 : 2));
             steps.tell("drops", id, drops);
             model.drop(id, drops);
             return monitor.updateFrameDropWindow(id, drops);
         }
-        case 9:
-        case 10:
-        case 11:
-        case 12: {
+        case 'b': {
             const Layer& layer = model.layers[id];
             const nsecs_t frameTimes[] = {4 * kMs, 5'000 * kMs, steps.below(20 * kMs),
                                           layer.previousFrameTime + layer.resend + steps.below(2),

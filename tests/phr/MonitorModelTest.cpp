@@ -12,6 +12,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -621,8 +622,10 @@ void act(RandomSteps& steps, Real& real, Model& model, int& call) {
     const int low = static_cast<int>(steps.pick(rates));
     const int high = static_cast<int>(steps.pick(rates));
     const bool isIdle = !model.isRunning || model.period < 1 || model.layers.empty();
-    switch (steps.below(isIdle && steps.oneIn(2) ? 5 : 40)) {
-        case 0: {
+    // Each as often as it stands here: the first five start what is stopped or gone.
+    constexpr std::string_view kActs = "pgurstttbbcfllllllllvvvvvqqqqqqqqqqqqqqq";
+    switch (kActs[static_cast<size_t>(steps.below(isIdle && steps.oneIn(2) ? 5 : 40))]) {
+        case 'p': {
             const nsecs_t periods[] = {kPeriod, kPeriod, kPeriod / 2, kPeriod / 4, 0, -1};
             const int fps[] = {60, 60, 61, 90, 30};
             const nsecs_t period = steps.pick(periods);
@@ -631,7 +634,7 @@ void act(RandomSteps& steps, Real& real, Model& model, int& call) {
             model.setVsync(period, hz);
             return monitor.setVsyncInfo(period, hz);
         }
-        case 1: {
+        case 'g': {
             if (model.find(id) && !steps.oneIn(4)) return;
             const std::string name = "com.example/%s%n " + std::to_string(call);
             steps.tell("register", id, low, high);
@@ -639,37 +642,34 @@ void act(RandomSteps& steps, Real& real, Model& model, int& call) {
             return monitor.registerLayer(id, name, static_cast<float>(std::max(low, 0)) / 8,
                                          static_cast<float>(std::max(high, 0)) / 8);
         }
-        case 2:
+        case 'u':
             if (!steps.oneIn(3)) return;
             steps.tell("unregister", id);
             model.unregisterLayer(id);
             return monitor.unregisterLayer(id);
-        case 3:
+        case 'r':
             steps.tell("rates", id, low, high);
             model.setRates(id, low, high);
             return monitor.updateHeadRoom(id, static_cast<float>(low) / 8,
                                           static_cast<float>(high) / 8);
-        case 4:
+        case 's':
             if (!steps.oneIn(12) && model.isRunning) return;
             steps.tell(model.isRunning ? "stop" : "init");
             for (int times = steps.oneIn(2) ? 1 : 2; times > 0; --times) {
                 model.isRunning ? monitor.forceStop() : void(monitor.init());
             }
             return model.isRunning ? model.stop() : model.init();
-        case 5:
-        case 6:
-        case 7: {
+        case 't': {
             const bool on = !steps.oneIn(6);
             steps.tell("quick touch", id, on);
             model.setQuick(id, on);
             return monitor.setQuickTouchStatus(id, on);
         }
-        case 8:
-        case 9:
+        case 'b':
             steps.tell("unblock", id);
             model.unblock(id);
             return monitor.unblockBuffer(id);
-        case 10: {
+        case 'c': {
             const bool on = steps.oneIn(model.find(id) && model.find(id)->paced ? 4 : 2);
             constexpr float kTargets[] = {50, 40, 25, 0.5f, 0.2f};
             const float target = steps.pick(kTargets);
@@ -677,22 +677,11 @@ void act(RandomSteps& steps, Real& real, Model& model, int& call) {
             model.setTarget(id, on, 60, target);
             return monitor.setTargetFpsStatus(id, on, 60, target);
         }
-        case 11:
+        case 'f':
             return queueFrames(steps, real, model, id, call);
-        case 12:
-        case 13:
-        case 14:
-        case 15:
-        case 16:
-        case 17:
-        case 18:
-        case 19:
+        case 'l':
             return latch(steps, real, model, id);
-        case 20:
-        case 21:
-        case 22:
-        case 23:
-        case 24:
+        case 'v':
             steps.tell("vsync");
             model.vsync();
             return monitor.onVsync(-1);
