@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "RandomSteps.h"
+#include "corvane/host/LogCapture.h"
 #include "corvane/host/Simulation.h"
 #include "timer/TimerQueue.h"
 
@@ -49,6 +50,7 @@ void followTheModel(RandomSteps& steps) {
         sTimerSettings += event.what == std::string("arm");
     };
     const Simulation simulation(options);
+    const corvane::host::LogCapture log;
     const sp<TimerQueue> queue = sp<TimerQueue>::make();
     Names ran;
     const sp<MessageHandler> handlers[] = {sp<Recorder>::make(ran, 0), sp<Recorder>::make(ran, 1)};
@@ -135,6 +137,7 @@ void followTheModel(RandomSteps& steps) {
                        result, "the poll's result");
         steps.expectEq(earliest() == kForever ? -1 : earliest(), Simulation::nextDeadline(),
                        "the timer's deadline");
+        steps.expectEq(0u, log.lines().size(), "lines of failures");
     }
 }
 
