@@ -9,11 +9,17 @@
 namespace corvane::replay {
 namespace {
 
+// Nothing is left of a queue call so long after the compositor has counted its buffer: what returns
+// then is another call, and this one's end is not recorded.
+constexpr int64_t kMaxCallNs = 10'000'000;
+
 // The buffer of a frame is the last one that its process got before queueing it and after queueing
 // its frame before.
-void addDequeues(const Recording& recording, model::Recorded& input) {
+// Its queue call is the first one to return after that.
+void addCalls(const Recording& recording, model::Recorded& input) {
     for (size_t i = 0; i < recording.layers.size(); ++i) {
-        const auto& dequeues = recording.processes[recording.layers[i].process].dequeues;
+        const Process& process = recording.processes[recording.layers[i].process];
+        const auto& dequeues = process.dequeues;
         int64_t previousNs = 0;
         for (model::RecordedFrame& frame : input.layers[i].frames) {
             if (!frame.queueNs) continue;
@@ -22,6 +28,11 @@ void addDequeues(const Recording& recording, model::Recorded& input) {
                 frame.dequeueNs = *std::prev(after);
             }
             previousNs = *frame.queueNs;
+            const auto returned =
+                    std::lower_bound(process.returns.begin(), process.returns.end(), previousNs);
+            if (returned != process.returns.end() && *returned - previousNs < kMaxCallNs) {
+                frame.returnNs = *returned;
+            }
         }
     }
 }
@@ -43,6 +54,7 @@ std::optional<int64_t> shownOf(const Layer& layer, int64_t latchNs, int64_t peri
 model::Recorded modelInput(const Recording& recording) {
     model::Recorded input;
     input.durationNs = recording.durationNs;
+    input.appVsyncs = recording.appVsyncs;
     input.rates.push_back({0, recording.vsyncPeriodNs});
     for (const Rate& rate : recording.rateChanges) {
         input.rates.push_back({rate.atNs, rate.periodNs});
@@ -71,7 +83,7 @@ model::Recorded modelInput(const Recording& recording) {
                 break;
         }
     }
-    addDequeues(recording, input);
+    addCalls(recording, input);
     return input;
 }
 

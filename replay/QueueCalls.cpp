@@ -102,14 +102,23 @@ std::vector<int> QueueCalls::producers(const Recording& recording) const {
     return pids;
 }
 
-std::vector<int64_t> QueueCalls::dequeues(int pid, int64_t durationNs) const {
+std::vector<int64_t> QueueCalls::endsOf(const std::vector<Slice>& slices, int pid,
+                                        int64_t durationNs) {
     std::vector<int64_t> times;
-    for (const auto& slice : mDequeues) {
+    for (const auto& slice : slices) {
         const bool within = slice.endNs >= 0 && slice.endNs <= durationNs;
         if (slice.pid == pid && within) times.push_back(slice.endNs);
     }
     std::sort(times.begin(), times.end());
     return times;
+}
+
+std::vector<int64_t> QueueCalls::dequeues(int pid, int64_t durationNs) const {
+    return endsOf(mDequeues, pid, durationNs);
+}
+
+std::vector<int64_t> QueueCalls::returns(int pid, int64_t durationNs) const {
+    return endsOf(mQueues, pid, durationNs);
 }
 
 }  // namespace corvane::replay

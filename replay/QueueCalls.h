@@ -40,6 +40,8 @@ class QueueCalls {
 
     // When the process got a free buffer within the recording, ascending.
     std::vector<int64_t> dequeues(int pid, int64_t durationNs) const;
+    // When its calls to queue a buffer ended, ditto.
+    std::vector<int64_t> returns(int pid, int64_t durationNs) const;
 
   private:
     enum class Call { kQueue, kDequeue, kOther };
@@ -58,6 +60,9 @@ class QueueCalls {
         std::vector<Open> open;  // innermost last
         size_t deeper = 0;       // slices begun within those, beyond what is kept
     };
+
+    static std::vector<int64_t> endsOf(const std::vector<Slice>& slices, int pid,
+                                       int64_t durationNs);
 
     std::unordered_map<int, Thread> mThreads;
     size_t mKept = 0;

@@ -63,8 +63,10 @@ void cut(Recording& recording, int64_t fromNs, int64_t toNs) {
     const int64_t startNs = steps.front().timeNs;
     for (auto& step : steps) step.timeNs -= startNs;
     recording.durationNs = steps.back().timeNs;
+    cutTimes(recording.appVsyncs, startNs, recording.durationNs);
     for (auto& process : recording.processes) {
         cutTimes(process.dequeues, startNs, recording.durationNs);
+        cutTimes(process.returns, startNs, recording.durationNs);
     }
     for (auto& layer : recording.layers) {
         std::vector<ShownFrame> shown;

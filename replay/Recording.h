@@ -21,7 +21,8 @@ namespace corvane::replay {
 struct Process {
     pid_t pid;
     uid_t uid;
-    std::vector<int64_t> dequeues;  // when it got a free buffer, where that is recorded
+    std::vector<int64_t> dequeues = {};  // when it got a free buffer, where that is recorded
+    std::vector<int64_t> returns = {};   // when its calls to queue one ended, ditto
 };
 
 // When the screen was updated with the buffers of a layer that one frame of the compositor took.
@@ -64,7 +65,8 @@ struct SeenCounter {
 struct Recording {
     std::vector<Process> processes;
     std::vector<Layer> layers;
-    std::vector<Step> steps;  // in time's order; of one time, in the recording's
+    std::vector<Step> steps;         // in time's order; of one time, in the recording's
+    std::vector<int64_t> appVsyncs;  // the signals by which applications draw; empty: unrecorded
     int64_t durationNs = 0;
     int64_t vsyncPeriodNs = 0;      // the display's, at the beginning
     std::vector<Rate> rateChanges;  // later ones, in time's order

@@ -32,7 +32,8 @@ constexpr pid_t kFirstPid = 30001;  // of processes that the recording does not 
 
 // The signals that wake the compositor and the applications, and the display's own while the
 // compositor listens to it. The first of them that toggles is what the compositor saw.
-constexpr std::string_view kVsyncs[] = {"VSYNC-sf", "VSYNC-app", "VSYNC-appSf"};
+constexpr std::string_view kAppVsync = "VSYNC-app";
+constexpr std::string_view kVsyncs[] = {"VSYNC-sf", kAppVsync, "VSYNC-appSf"};
 constexpr std::string_view kHardwareVsync = "HW_VSYNC_";
 constexpr std::string_view kHardwareVsyncIsOn = "HW_VSYNC_ON";
 // Slices of the compositor that tell when its frame is expected to show: "commit 7 vsyncIn 9.1ms".
@@ -499,7 +500,8 @@ void RecordingBuilder::assignProcesses() {
         const auto [entry, isNew] = byPid.emplace(pid, processes.size());
         if (isNew) {
             const uid_t uid = kFirstUid + static_cast<uid_t>(processes.size());
-            processes.push_back({pid, uid, mQueueCalls.dequeues(pid, mRecording.durationNs)});
+            processes.push_back({pid, uid, mQueueCalls.dequeues(pid, mRecording.durationNs),
+                                 mQueueCalls.returns(pid, mRecording.durationNs)});
             if (isByTimeline && processes.back().dequeues.empty()) {
                 takeTimelineProcess(*timeline, processes.back());
             }
@@ -575,6 +577,7 @@ void RecordingBuilder::findRate(int64_t startNs) {
             times.push_back(sample.timeNs - startNs);
         }
         if (times.size() < 2) continue;
+        if (counter.fullName == kAppVsync) mRecording.appVsyncs = times;
         evidence.signals.emplace_back(counter.fullName);
         evidence.vsyncs.push_back(std::move(times));
     }
