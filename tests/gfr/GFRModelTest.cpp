@@ -412,8 +412,12 @@ void act(RandomSteps& steps, GFRMonitor& monitor, Model& model) {
         case 'd': {
             const int drops = static_cast<int>(steps.below(steps.oneIn(3) ? 12 : 2));
             steps.tell("drops", id, drops);
-            model.drop(id, drops);
-            return monitor.updateFrameDropWindow(id, drops);
+            // Sometimes behind frames on time that move older drops to where they count less.
+            for (int64_t left = steps.oneIn(3) ? 1 + steps.below(40) : 1; left > 0; --left) {
+                model.drop(id, left > 1 ? 0 : drops);
+                monitor.updateFrameDropWindow(id, left > 1 ? 0 : drops);
+            }
+            return;
         }
         case 'b': {
             const Layer& layer = model.layers[id];
@@ -493,7 +497,7 @@ void followTheModel(RandomSteps& steps) {
 }
 
 TEST(GFRModelTest, FramesAreRescuedAsDescribed) {
-    RandomStepsRunner::run(/*sequences=*/100, /*steps=*/250, followTheModel);
+    RandomStepsRunner::run(/*sequences=*/60, /*steps=*/250, followTheModel);
 }
 
 }  // namespace

@@ -748,7 +748,7 @@ void followTheModel(RandomSteps& steps, const Config& config) {
 }
 
 void run(const Config& config) {
-    RandomStepsRunner::run(/*sequences=*/50, /*steps=*/300,
+    RandomStepsRunner::run(/*sequences=*/40, /*steps=*/300,
                            [&config](RandomSteps& steps) { followTheModel(steps, config); });
 }
 
