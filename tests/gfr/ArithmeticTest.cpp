@@ -68,6 +68,9 @@ TEST(ArithmeticTest, BoostsEndAtTheirLimits) {
         }
     }
     EXPECT_EQ(kMaxInt, calculateFrequencyByTTD(at(kPeriod), {}, kMinNs, 500).freqMHz);
+    GfrTunables lower;
+    lower.lowerBoost = true;
+    EXPECT_EQ(0, calculateFrequencyByTTD(at(kPeriod), lower, 12 * kMs + 1, 500).freqMHz);
 }
 
 TEST(ArithmeticTest, AnyNumberOfDropsIsRecorded) {

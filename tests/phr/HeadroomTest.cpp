@@ -7,7 +7,6 @@
 #include <limits>
 #include <optional>
 
-#include "phr/FrameWeightWindow.h"
 #include "phr/Headroom.h"
 
 namespace android {
@@ -66,19 +65,6 @@ TEST(HeadroomTest, DistancesToVsyncsDoNotOverflow) {
     EXPECT_EQ(currentHeadroom(INT64_MAX, -1, INT64_MAX, INT32_MAX), INT64_MAX);
     EXPECT_EQ(vsyncToHeadroomPoint(-1, kPeriod), kPeriod + 1);
     EXPECT_EQ(vsyncToHeadroomPoint(-1, INT64_MAX), INT64_MAX);
-}
-
-TEST(FrameWeightWindowTest, WeighsFramesByPeriods) {
-    const struct {
-        nsecs_t frameTime;
-        int32_t weight;
-    } cases[] = {
-            {-1, 0},         {7'999'999, 0},  {8'000'000, 1},  {11'999'999, 1},
-            {12'000'000, 2}, {14'999'999, 2}, {15'000'000, 3}, {INT64_MAX, 3},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(frameWeight(frameTimeRatio(c.frameTime, 10 * kMs)), c.weight) << c.frameTime;
-    }
 }
 
 }  // namespace
