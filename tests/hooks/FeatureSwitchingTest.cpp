@@ -66,36 +66,6 @@ class FeatureSwitchingTest : public SimulatedHookTest {
     size_t mFills = 0;
 };
 
-TEST_F(FeatureSwitchingTest, RescueSwitchesWithRateAndVisibility) {
-    ASSERT_TRUE(corvaneInit(0, 0));
-    rescue(mApp.package);
-    // Neither the display's rate is known nor the layer's: that is no match.
-    for (int i = 0; i < 120; ++i) draw(mApp, 1, i % 2 == 0 ? 5 * kMs : 28 * kMs);
-    EXPECT_EQ(mLog.count("mode:-1 focused"), 1u);
-    EXPECT_EQ(mLog.count("GFRMonitor initialized"), 0u);
-    corvaneSetVsyncPeriod(k60Hz);
-    draw(mApp, 130);
-    EXPECT_EQ(mLog.count("GFRMonitor initialized"), 1u);
-    EXPECT_EQ(mLog.count("GFR: Registered layer 1 [" + mApp.name + "]"), 1u);
-    EXPECT_EQ(mLog.count("Layer 1 enable GFR"), 1u);
-    EXPECT_EQ(mLog.count("PHR: Registered"), 0u) << "nothing asks for headroom or pacing";
-
-    draw(mApp, 70, k60Hz, /*visible=*/false);
-    EXPECT_EQ(mLog.count("Layer 1 disable GFR"), 1u);
-    draw(mApp, 70);
-    EXPECT_EQ(mLog.count("Layer 1 enable GFR"), 2u);
-    draw(mApp, 70, 2 * k60Hz);
-    EXPECT_EQ(mLog.count("Layer 1 disable GFR"), 2u) << "30 fps on a 60 Hz display";
-    draw(mApp, 130);
-    EXPECT_EQ(mLog.count("Layer 1 enable GFR"), 3u);
-    EXPECT_EQ(mLog.count("GFR: Registered layer"), 1u);
-
-    // Silent for more than a second: switched off at once, unregistered a second later.
-    fallSilent();
-    EXPECT_EQ(mLog.count("Layer 1 disable GFR"), 3u);
-    EXPECT_EQ(mLog.count("GFR: Unregistered layer 1"), 1u);
-}
-
 TEST_F(FeatureSwitchingTest, RescueHearsOfEachFrameAndPeriod) {
     set("vendor.perf.corvane.profile", "1");
     init();
@@ -138,72 +108,6 @@ TEST_F(FeatureSwitchingTest, RescueHearsOfEachFrameAndPeriod) {
     corvaneSetVsyncPeriod(15 * kMs);
     mSimulation.advance(3 * kMs);
     expectFrame(3 * kMs, k90Hz - 3 * kMs, 15 * kMs - 7 * kMs + 15 * kMs);
-}
-
-TEST_F(FeatureSwitchingTest, RescueFollowsItsConfiguration) {
-    init();
-    settle(mApp);
-    EXPECT_EQ(mLog.count("GFR"), 0u);
-    rescue(mApp.package);
-    EXPECT_EQ(mLog.count("OnFeatureConfigChanged - FRAME_RESCUE: gfrEnabled=1, pkgName=" +
-                         mApp.package),
-              1u);
-    EXPECT_EQ(mLog.count("Layer 1 enable GFR"), 0u) << "with the next window";
-    draw(mApp, 61);
-    EXPECT_EQ(mLog.count("Layer 1 enable GFR"), 1u);
-
-    rescue(mApp.package, "golden=0.5");
-    EXPECT_EQ(mLog.count("updateLayerTunables layer 1: dynamic=0 lowerBoost=0 golden=0.50vsync"),
-              1u);
-    EXPECT_EQ(mLog.count("Layer 1 disable GFR"), 0u);
-    noRescue(mApp.package);
-    EXPECT_EQ(mLog.count("Layer 1 disable GFR"), 1u);
-    rescue("com.example.other");
-    draw(mApp, 61);
-    EXPECT_EQ(mLog.count("Layer 1 enable GFR"), 1u);
-    rescue(mApp.package);
-    draw(mApp, 61);
-    EXPECT_EQ(mLog.count("Layer 1 enable GFR"), 2u);
-}
-
-TEST_F(FeatureSwitchingTest, OfTheMiniGameHostOnlyItsGamesAreRescued) {
-    init();
-    const std::string package = "com.tencent.mm";
-    rescue(package);
-    const TestLayer host = {1, package, package + "/com.tencent.mm.LauncherUI#1", 5, 10'005};
-    const TestLayer game = {2, package, "SurfaceView[" + package + "/com.tencent.mm.AppBrandUI]#2",
-                            5, 10'005};
-    settle(host);
-    settle(game);
-    EXPECT_EQ(mLog.count("GFR: Registered layer 2"), 1u);
-    rescue(package, "golden=0.5");
-    EXPECT_EQ(mLog.count("updateLayerTunables layer"), 1u);
-    draw(host, 130);
-    EXPECT_EQ(mLog.count("GFR: Registered layer 1"), 0u);
-}
-
-TEST_F(FeatureSwitchingTest, SettingsForAllAreForGames) {
-    init();
-    headroom("", 80);
-    pace("", 50);
-    settle(mApp);
-    EXPECT_EQ(mLog.count("PHRMonitor initialized"), 0u);
-    headroom("", 70);
-    EXPECT_EQ(mLog.count("OnFeatureConfigChanged - QUICK_TOUCH"), 0u);
-    const TestLayer game = TestLayer::ofApp(2);
-    settleGame(game);
-    EXPECT_EQ(mLog.count("PHR: Registered layer 2 [" + game.name + "]"), 1u);
-    EXPECT_EQ(mLog.count("Layer 2: enable target fps: 50"), 1u);
-
-    // Once a layer is there, only the one with low latency follows them.
-    game.latch(true, 0, /*focused=*/true);
-    mSimulation.settle();
-    ASSERT_EQ(mLog.count("SetLowLatency true for pid=1002"), 1u);
-    settleGame(TestLayer::ofApp(3));
-    headroom("", 60);
-    EXPECT_EQ(mLog.count("OnFeatureConfigChanged - QUICK_TOUCH"), 1u);
-    EXPECT_EQ(mLog.count("set enabled=1, phrMinRate=0.60"), 1u);
-    EXPECT_EQ(mLog.count("PHR: Registered layer 1"), 0u);
 }
 
 TEST_F(FeatureSwitchingTest, HeadroomFollowsItsConfiguration) {
@@ -304,27 +208,6 @@ TEST_F(FeatureSwitchingTest, PacesDownToTheTarget) {
     EXPECT_EQ(mLog.count("Layer 1 destroyed"), 1u);
 }
 
-TEST_F(FeatureSwitchingTest, PacingFollowsItsConfiguration) {
-    init();
-    settleGame(mApp);
-    pace(mApp.package, 45);
-    draw(mApp, 61);
-    ASSERT_EQ(mLog.count("Layer 1: enable target fps: 45"), 1u);
-    pace(mApp.package, 45);
-    EXPECT_EQ(mLog.count("enable target fps"), 1u);
-    EXPECT_EQ(mLog.count("OnFeatureConfigChanged - TARGET_FPS: targetFps=45.00, pkgName=" +
-                         mApp.package),
-              2u);
-    pace(mApp.package, 30);
-    EXPECT_EQ(mLog.count("Layer 1: enable target fps: 30"), 1u);
-    pace(mApp.package, 0);
-    EXPECT_EQ(mLog.count("Layer 1: disable target fps"), 1u);
-    pace(mApp.package, 90);
-    draw(mApp, 110, kSecond / 50);
-    pace(mApp.package, 50);
-    EXPECT_EQ(mLog.count("target fps"), 3u) << "no slower than the layer: nothing to switch";
-}
-
 TEST_F(FeatureSwitchingTest, ASmoothSwitchIsNotInterrupted) {
     set("vendor.rdxe.target_fps.switch_time", "1000");  // frames
     init();
@@ -372,35 +255,6 @@ TEST_F(FeatureSwitchingTest, MonitorsAreTriedAgain) {
     EXPECT_EQ(mLog.count("GFRMonitor initialized"), 1u);
     EXPECT_EQ(mLog.count("PHRMonitor initialized"), 1u);
     EXPECT_EQ(mLog.count("Layer 1 enable GFR"), 1u);
-}
-
-TEST_F(FeatureSwitchingTest, ResumesAnApplicationThatIsStillDrawing) {
-    init();
-    const TestLayer other = TestLayer::ofApp(2);
-    settle(other);
-    settle(mApp);
-    ASSERT_TRUE(PerfService::push(kActivityHint, mApp.package, 0, 0, {}));
-    EXPECT_EQ(mLog.count("OnFeatureConfigChanged - ACTV_NON_GAME_RESUME: checkingAliveApp=" +
-                         mApp.package),
-              1u);
-    draw(mApp, 61);
-    draw(other, 4 * 61);
-    EXPECT_EQ(mLog.count("The checked app"), 0u) << "others no longer count against it";
-    draw(mApp, 61);  // the pause has closed a window as well
-    EXPECT_EQ(PerfService::calls("perf_event", 4099).size(), 0u);
-    draw(mApp, 61);
-    mSimulation.settle();
-    ASSERT_EQ(PerfService::calls("perf_event", 4099).size(), 1u);
-    EXPECT_EQ(PerfService::calls("perf_event", 4099)[0].package, mApp.package);
-    draw(mApp, 5 * 61);
-    EXPECT_EQ(PerfService::calls("perf_event", 4099).size(), 1u) << "once";
-
-    // One that others outdraw is given up.
-    ASSERT_TRUE(PerfService::push(kActivityHint, "com.example.gone", 0, 0, {}));
-    draw(mApp, 2 * 61);
-    EXPECT_EQ(mLog.count("The checked app is no longer alive. Cancel check"), 0u);
-    draw(mApp, 5 * 61);
-    EXPECT_EQ(mLog.count("The checked app is no longer alive. Cancel check"), 1u);
 }
 
 }  // namespace

@@ -69,7 +69,7 @@ TEST_F(LayerGpuJankTest, ActsOnTheGpuDriversFencesOnly) {
               1u);
     EXPECT_EQ(SyncFiles::infoCount(), 2);
 
-    manager().notifyGpuFenceUnsignaled(fence("camera"), 1);
+    manager().notifyGpuFenceUnsignaled(fence("camera-mdrt-timeline-detached"), 1);
     manager().notifyGpuFenceUnsignaled(fence("mdrt-timeline"), 1);
     manager().trackLatchUnsignaledGpuFence(fence("mdrt-timeline"), 1);
     manager().flushLatchUnsignaledGpuFences();
@@ -84,6 +84,13 @@ TEST_F(LayerGpuJankTest, ActsOnTheGpuDriversFencesOnly) {
     manager().notifyGpuFenceUnsignaled(gpu, 2);
     EXPECT_EQ(deadlines(), (Fds{detached, detached, gpu, gpu}));
     EXPECT_EQ(SyncFiles::infoCount(), 4);
+    track(3);
+    for (const int id : {2, 3}) drawOldFrame(id);
+    const int third = fence("mdrt-timeline");
+    manager().trackLatchUnsignaledGpuFence(third, 3);
+    manager().trackLatchUnsignaledGpuFence(gpu, 2);
+    manager().flushLatchUnsignaledGpuFences();
+    EXPECT_EQ(deadlines(), (Fds{detached, detached, gpu, gpu, gpu, third})) << "by layer";
     EXPECT_EQ(mLog.count("[GPU JANK DETECTION] fence origin: mdrt (cached), layerId=2 "
                          "[com.example.app2/Main#2] fence_name=mdrt-timeline-42"),
               1u);

@@ -86,50 +86,6 @@ TEST(StableFpsTrackerTest, JudgesTheDeviation) {
     EXPECT_EQ(none.sum, 0);
 }
 
-TEST(LayerInfoTest, AcceptsSteadyRates) {
-    struct Run {
-        int buffers;
-        nsecs_t interval;
-    };
-    const struct {
-        const char* what;
-        std::vector<Run> runs;  // after a first buffer
-        int windows;
-        float fps;
-        int mode;
-    } cases[] = {
-            {"within the first second", {{59, k60Hz}}, 0, 0, -1},
-            {"a window", {{60, k60Hz}}, 1, 60, 60},
-            {"the next begins at the buffer that closed it", {{120, k60Hz}}, 2, 60, 60},
-            {"exactly a second", {{10, 100 * kMs}}, 0, 0, -1},
-            {"the ring is not full", {{22, 100 * kMs}}, 2, 10, -1},
-            {"the ring is full", {{33, 100 * kMs}}, 3, 10, 10},
-            {"45 fps of a layer that now draws evenly at 60",
-             {{15, k30Hz}, {30, k60Hz}},
-             1,
-             45,
-             -1},
-            {"a pause", {{70, k60Hz}, {1, 3 * kSecond}}, 2, 3.474f, 60},
-            {"a new rate: 31 intervals fill the ring", {{60, k60Hz}, {31, k30Hz}}, 2, 30, 30},
-            {"times that run back", {{1, -5}, {1, 0}, {60, k60Hz}}, 1, 60, 60},
-    };
-    for (const auto& c : cases) {
-        LayerInfo layer{LayerInfo::Identity()};
-        layer.mLastQueueTime = kSecond;
-        EXPECT_FALSE(layer.updateFps()) << "the first has no interval";
-        int windows = 0;
-        for (const Run& run : c.runs) {
-            for (int i = 0; i < run.buffers; ++i) {
-                layer.mLastQueueTime += run.interval;
-                if (layer.updateFps()) ++windows;
-            }
-        }
-        EXPECT_EQ(windows, c.windows) << c.what;
-        EXPECT_NEAR(layer.mFps, c.fps, 0.01f) << c.what;
-        EXPECT_EQ(layer.mFpsMode, c.mode) << c.what;
-    }
-}
-
 // Fills a window of `buffers` from `start` and closes it.
 void fillWindow(InGameTracker& tracker, int buffers, nsecs_t start = 0) {
     for (int i = 0; i < buffers; ++i) {

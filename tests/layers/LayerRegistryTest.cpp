@@ -1,11 +1,10 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Candidates, promotion, limits, retirement and the application cache.
+// What the model of the registry cannot reach: late answers, stops, extremes, a missing worker.
 
-#include <atomic>
 #include <future>
-#include <thread>
+#include <limits>
 #include <vector>
 
 #include "RegistryTest.h"
@@ -24,158 +23,6 @@ class LayerRegistryTest : public RegistryTest {
         return mLog.count(added) != 0;
     }
 };
-
-TEST_F(LayerRegistryTest, PromotesWithTheIdentityOfTheProducer) {
-    draw({1}, 30);
-    EXPECT_EQ(manager().getLayer(1), nullptr) << "0.5 s are over with the next buffer";
-    EXPECT_EQ(mLog.count("Add new candidate layer: 1 [com.example.app1/Main#1]"), 1u);
-    draw({1}, 1);
-    const sp<LayerInfo> layer = manager().getLayer(1);
-    ASSERT_NE(layer, nullptr);
-    EXPECT_EQ(layer->mId, 1);
-    EXPECT_EQ(layer->mName, "com.example.app1/Main#1");
-    EXPECT_EQ(layer->mPackageName, "com.example.app1");
-    EXPECT_EQ(layer->mPid, 1'001);
-    EXPECT_EQ(layer->mUid, 10'001);
-    EXPECT_TRUE(layer->mActive);
-    EXPECT_EQ(mLog.count("Add new layer to full tracking: [com.example.app1/Main#1] layer 1"), 1u);
-
-    // A game or not, as the boost worker is told.
-    PerfService::addGame(appOf(2), 7);
-    track(2);
-    mSimulation.settle();
-    const auto calls = PerfService::calls("perf_get_feedback", 5633);
-    ASSERT_EQ(calls.size(), 2u);
-    EXPECT_EQ(calls[1].package, appOf(2));
-    EXPECT_EQ(calls[1].thread, "BP");
-    EXPECT_TRUE(manager().getLayer(2)->mIsGame);
-    EXPECT_EQ(manager().getLayer(2)->mGameWeight, 7);
-
-    for (const int id : {0, -7}) {
-        draw({id}, 60);
-        EXPECT_EQ(manager().getLayer(id), nullptr);
-        EXPECT_FALSE(isCandidate(id));
-    }
-}
-
-TEST_F(LayerRegistryTest, LimitsCandidates) {
-    for (int id = 1; id <= 11; ++id) {
-        mSimulation.advance(kMs);
-        queue(id);
-    }
-    EXPECT_EQ(mLog.count("Force remove"), 0u) << "the eleventh is accepted";
-    queue(12);
-    EXPECT_EQ(mLog.count("Force remove candidate layer"), 2u);
-    EXPECT_EQ(mLog.count("Force remove candidate layer [1]"), 1u);
-    EXPECT_EQ(mLog.count("Force remove candidate layer [2]"), 1u);
-    EXPECT_EQ(mLog.count("Candidate layer count reached maximum tracking limit."), 1u);
-    queue(13);
-    EXPECT_FALSE(isCandidate(13));
-
-    // Six stay alive: still too many to reopen.
-    mSimulation.advance(1'000 * kMs);
-    for (int id = 7; id <= 12; ++id) queue(id);
-    mSimulation.advance(1'500 * kMs);
-    manager().cleanupCandidates(mSimulation.now());
-    queue(13);
-    EXPECT_FALSE(isCandidate(13));
-    for (int id = 8; id <= 12; ++id) queue(id);
-    mSimulation.advance(500 * kMs);
-    manager().cleanupCandidates(mSimulation.now());
-    EXPECT_EQ(mLog.count("Remove candidate layer [7]"), 0u) << "silent for two seconds";
-    mSimulation.advance(1);
-    manager().cleanupCandidates(mSimulation.now());
-    EXPECT_EQ(mLog.count("Remove candidate layer [7]"), 1u);
-    EXPECT_EQ(mLog.count("Candidate layer count dropped back within the tracking limit."), 1u);
-    queue(13);
-    EXPECT_TRUE(isCandidate(13));
-}
-
-TEST_F(LayerRegistryTest, FourLayersStayTracked) {
-    const std::vector<int> fast = {1, 2, 3, 4};
-    draw(fast, 100);
-    for (const int id : fast) ASSERT_NE(manager().getLayer(id), nullptr) << id;
-    ASSERT_EQ(manager().getLayer(4)->mFpsMode, 60);
-
-    // The fifth has no frame rate yet and is the one to go, whatever it does.
-    draw({1, 2, 3, 4, 5}, 40);
-    EXPECT_EQ(mLog.count("Add new layer to full tracking: [com.example.app5/Main#5]"), 1u);
-    EXPECT_EQ(manager().getLayer(5), nullptr);
-    for (const int id : fast) EXPECT_NE(manager().getLayer(id), nullptr) << id;
-}
-
-TEST_F(LayerRegistryTest, RevivesWithinTheGraceAndDropsAfterIt) {
-    track(1);
-    draw({1}, 70);
-    const sp<LayerInfo> layer = manager().getLayer(1);
-    ASSERT_EQ(layer->mFpsMode, 60);
-
-    idle(1'000'000'000);
-    EXPECT_TRUE(layer->mActive) << "not more than a second";
-    idle(1);
-    EXPECT_FALSE(layer->mActive);
-    EXPECT_EQ(layer->mRemoveDeadline, mSimulation.now() + 1'000'000'000);
-    draw({1}, 1);
-    EXPECT_TRUE(layer->mActive);
-    EXPECT_EQ(layer->mRemoveDeadline, 0);
-    EXPECT_EQ(layer->mFpsMode, 60);
-    EXPECT_EQ(manager().getLayer(1), layer);
-
-    idle(1'000'000'001);
-    idle(999'999'999);
-    EXPECT_NE(manager().getLayer(1), nullptr);
-    idle(1);
-    EXPECT_EQ(manager().getLayer(1), nullptr);
-    EXPECT_EQ(mLog.count("marked for removal (no frame update within 1s)"), 2u);
-    EXPECT_EQ(mLog.count("Unregistered layer 1: [com.example.app1/Main#1]"), 1u);
-    EXPECT_EQ(layer->mFpsMode, 60) << "our reference keeps the record";
-
-    // Vsyncs look for silent layers every three seconds.
-    track(1);
-    manager().onVsync(mSimulation.now());
-    mSimulation.advance(3'000'000'000);
-    manager().onVsync(mSimulation.now());
-    EXPECT_EQ(mLog.count("marked for removal"), 2u);
-    mSimulation.advance(1);
-    manager().onVsync(mSimulation.now());
-    EXPECT_EQ(mLog.count("marked for removal"), 3u);
-}
-
-TEST_F(LayerRegistryTest, TakesThePackageOfTheUser) {
-    track(1);
-    queue(7, "Splash#7", uidOf(1));
-    EXPECT_EQ(mLog.count("Layer [Splash#7] get pkg from AppInfo cache (uid=10001): "
-                         "com.example.app1"),
-              1u);
-    EXPECT_TRUE(isCandidate(7));
-    queue(8, "Splash#8", uidOf(8));
-    EXPECT_FALSE(isCandidate(8));
-
-    // The system user's layers have no common package.
-    for (int i = 0; i < 40; ++i) {
-        mSimulation.advance(k60Hz);
-        queue(9, "com.example.system/Main#9", 0);
-    }
-    ASSERT_NE(manager().getLayer(9), nullptr);
-    queue(10, "Splash#10", 0);
-    EXPECT_FALSE(isCandidate(10));
-}
-
-TEST_F(LayerRegistryTest, RemembersTenApplications) {
-    track(1);
-    for (int id = 2; id <= 10; ++id) draw({1, id}, 40);
-    EXPECT_EQ(mLog.count("Remove oldest app from mAppInfoMap"), 0u);
-    // The first one's layer is latched all the time; the second one's package is asked for again.
-    queue(22, "Splash#22", uidOf(2));
-    draw({1, 11}, 40);
-    EXPECT_EQ(mLog.count("Remove oldest app from mAppInfoMap: [com.example.app3]"), 1u);
-    for (int i = 0; i < 40; ++i) {
-        mSimulation.advance(k60Hz);
-        queue(30, appOf(10) + "/Other#30", uidOf(10));
-    }
-    EXPECT_EQ(mLog.count("Add new layer to full tracking: [com.example.app10/Other#30]"), 1u);
-    EXPECT_EQ(mLog.count("Remove oldest app from mAppInfoMap"), 1u) << "already known";
-}
 
 TEST_F(LayerRegistryTest, AnAnswerForAReusedIdIsDropped) {
     PerfService::addGame(appOf(1), 7);
@@ -217,6 +64,41 @@ TEST_F(LayerRegistryTest, StopsAndStartsAgain) {
     EXPECT_NE(manager().getLayer(1), nullptr);
 }
 
+TEST_F(LayerRegistryTest, SurvivesAnyPeriodAndDepth) {
+    track(1);
+    constexpr int kMax = std::numeric_limits<int>::max();
+    constexpr int kMin = std::numeric_limits<int>::min();
+    for (const int64_t period :
+         {std::numeric_limits<int64_t>::max(), std::numeric_limits<int64_t>::min(), int64_t{-1},
+          int64_t{0}, int64_t{1}, int64_t{k60Hz}}) {
+        manager().setVsyncPeriod(period);
+        for (const int pending : {kMax, kMin, -1, 0}) {
+            mSimulation.advance(3 * kMs);
+            manager().onBufferDecrement("n", 1, pending, Rect(kMin, kMin, kMax, kMax), false, true);
+            mSimulation.advance(3 * kMs);
+            manager().onBufferDecrement("n", 1, pending, Rect(kMin, kMin, kMax, kMax), false, true);
+            draw({1}, 2);
+            manager().unblockPendingBuffer();
+            manager().onVsync(mSimulation.now());
+        }
+    }
+    EXPECT_NE(manager().getLayer(1), nullptr);
+    EXPECT_EQ(mLog.count("vsync: 16666667"), 1u);
+    EXPECT_EQ(mLog.count("Unexpected vsync received: -1"), 1u);
+}
+
+// Without a worker a scheduled report is none, and what is to be reported is reported at once.
+TEST_F(LayerRegistryTest, ReportsWithoutAWorker) {
+    PerfProxy::getInstance()->stopBoostThread();
+    manager().onVsync(mSimulation.now());
+    track(1);
+    latch(1, /*focused=*/true);
+    manager().scheduleNotifyUserScene(kMs);
+    draw({1}, 200);
+    manager().onVsync(mSimulation.now());
+    EXPECT_EQ(PerfService::calls("perf_event", 4194).size(), 1u);
+}
+
 // Rescue for every layer, and the headroom monitor without any pacing: the target is out of reach.
 class MonitorLifecycleTest : public RegistryTest {
   protected:
@@ -251,62 +133,6 @@ TEST_F(MonitorLifecycleTest, MonitorsStartAgainAfterAStop) {
         EXPECT_EQ(mLog.count("GFRMonitor initialized"), round) << "nobody would stop it";
         manager().init(true, 0, 0);
     }
-}
-
-// Paced and rescued by what its package has, it turns out to be a game's after all three of its
-// settings have changed: the monitors must hear of each.
-TEST_F(MonitorLifecycleTest, ALateAnswerIsAConfigurationChange) {
-    for (const bool rescued : {true, false}) {
-        const int id = rescued ? 1 : 2;
-        const std::string layer = "Layer " + std::to_string(id);
-        PerfService::addGame(appOf(id), 7);
-        std::promise<void> answer;
-        PerfProxy::getInstance()->postTask([go = answer.get_future().share()] { go.wait(); });
-        configure(4189, appOf(id) + ":golden=0.8", 0, {1});
-        configure(4171, appOf(id), 5'000, {});
-        configure(4187, appOf(id), 0, {0, 80, 0, 120});
-        while (mLog.count(layer + ": enable target fps") == 0) draw({id}, 1);
-        EXPECT_EQ(mLog.count(layer + " enable GFR"), 1u);
-
-        configure(4171, appOf(id), 0, {});
-        configure(4189, "1.2;1.5", 0, {rescued ? 1 : 0});
-        mLog.clear();
-        answer.set_value();
-        mSimulation.settle();
-        ASSERT_TRUE(manager().getLayer(id)->mIsGame);
-        EXPECT_EQ(mLog.count(layer + " set headroom"), 1u);
-        EXPECT_EQ(mLog.count(layer + ": disable target fps"), 1u);
-        EXPECT_EQ(mLog.count("updateLayerTunables layer " + std::to_string(id)), rescued ? 1u : 0u);
-        EXPECT_EQ(mLog.count(layer + " disable GFR"), rescued ? 0u : 1u);
-    }
-}
-
-TEST_F(MonitorLifecycleTest, StopsUnderLoad) {
-    std::atomic<bool> running{true};
-    std::vector<std::thread> producers;
-    for (int id = 1; id <= 3; ++id) {
-        producers.emplace_back([&, id] {
-            while (running) {
-                queue(id);
-                latch(id, id == 1);
-                manager().onVsync(mSimulation.now());
-                Simulation::sleepFor(k60Hz);
-            }
-        });
-    }
-    size_t registered = 0;
-    for (int round = 0; round < 20 && !HasFailure(); ++round) {
-        mSimulation.advance(2'000 * kMs);
-        EXPECT_GT(mLog.count("PHR: Registered layer"), registered);
-        manager().stop();
-        registered = mLog.count("PHR: Registered layer");
-        manager().init(true, 0, 0);
-    }
-    running = false;
-    for (std::thread& producer : producers) producer.join();
-    manager().stop();
-    EXPECT_EQ(mLog.count("GFRMonitor initialized"), mLog.count("GFRMonitor stopped"));
-    EXPECT_EQ(mLog.count("PHRMonitor initialized"), mLog.count("PHRMonitor stopped"));
 }
 
 }  // namespace

@@ -73,11 +73,6 @@ TEST(LayerSelectionTest, RemovesTheLeastImportant) {
     }
 }
 
-TEST(LayerSelectionTest, RanksOneLayerPerApplication) {
-    EXPECT_EQ(ids(rankVisibleApps(layers("1:30s 2:60s 3:60s 4:120h 5:60x"))), "2 ");
-    EXPECT_EQ(ids(rankVisibleApps(layers("1:120bg 2:30 3:60 4:30g 5:60"))), "4 3 5 2 1 ");
-}
-
 sp<LayerInfo> makeApp(const std::string& package, bool focused = true,
                       const std::string& sceneTag = "") {
     LayerInfo::Identity identity;
