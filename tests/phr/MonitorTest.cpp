@@ -126,6 +126,13 @@ TEST_F(MonitorTest, OneThreadsTimeOutLeavesTheOthersReachable) {
     another.join();
     EXPECT_EQ(waiting(), 0);
     EXPECT_EQ(Simulation::now(), kStart + kPeriod - kHeadroom);
+    // Nor does one of them stay when the layer goes.
+    state->mPendingCount = 2;
+    std::thread remaining[] = {queue(), queue()};
+    EXPECT_EQ(waiting(), 2);
+    monitor.unregisterLayer(kLayer);
+    for (std::thread& thread : remaining) thread.join();
+    EXPECT_EQ(Simulation::now(), kStart + kPeriod - kHeadroom);
 }
 
 TEST_F(MonitorTest, AThreadThatStillHoldsAGoneStateDoesNotWait) {
