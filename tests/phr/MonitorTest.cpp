@@ -111,6 +111,20 @@ TEST_F(MonitorTest, UnblockOrReleaseEndsTheAdditionalDelayAsItIsDecided) {
     }
 }
 
+TEST_F(MonitorTest, ASecondAfterAJankTheAdditionalDelayComesBack) {
+    startHolding();
+    for (const nsecs_t since : {999'999'999, 1'000'000'000}) {
+        state->mLastJankTime = kStart - since;
+        state->mPendingCount = 1;
+        std::thread call = queue();
+        state->releaseWaiters();
+        simulation.settle();
+        EXPECT_EQ(waiting(), since == 1'000'000'000) << since;
+        state->releaseWaiters();
+        call.join();
+    }
+}
+
 TEST_F(MonitorTest, OneThreadsTimeOutLeavesTheOthersReachable) {
     startHolding();
     state->mPendingCount = 0;
