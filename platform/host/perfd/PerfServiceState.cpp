@@ -11,15 +11,12 @@
 #include <utils/Timers.h>
 
 #include <algorithm>
-#include <condition_variable>
 #include <iterator>
 #include <map>
 #include <mutex>
 #include <set>
 #include <thread>
 #include <utility>
-
-#include "WaitLimit.h"
 
 namespace corvane::host {
 namespace {
@@ -30,7 +27,6 @@ constexpr char kClientLibrary[] = "libhxw-perfd-client_system.so";
 
 struct State {
     std::mutex mutex;
-    std::condition_variable called;
     std::vector<PerfCall> calls;
     std::map<std::string, int> games;  // and their weights
     std::set<int> locks;
@@ -125,7 +121,6 @@ int perfRecord(const char* entry, int number, const char* package, std::vector<i
     State& s = state();
     const std::lock_guard<std::mutex> lock(s.mutex);
     s.calls.push_back(std::move(call));
-    s.called.notify_all();
     return result;
 }
 
@@ -163,17 +158,6 @@ std::vector<PerfCall> PerfService::calls(const std::string& entry, int number) {
     std::copy_if(s.calls.begin(), s.calls.end(), std::back_inserter(result),
                  [&](const PerfCall& call) { return isSuch(call, entry, number); });
     return result;
-}
-
-bool PerfService::waitForCalls(const std::string& entry, int number, size_t count) {
-    State& s = state();
-    std::unique_lock<std::mutex> lock(s.mutex);
-    return s.called.wait_for(lock, kWaitLimit, [&] {
-        const auto found = std::count_if(s.calls.begin(), s.calls.end(), [&](const PerfCall& call) {
-            return isSuch(call, entry, number);
-        });
-        return static_cast<size_t>(found) >= count;
-    });
 }
 
 void PerfService::clearCalls() {

@@ -10,7 +10,6 @@
 #include <chrono>
 #include <optional>
 
-#include "DrivenCalls.h"
 #include "Wraps.h"
 
 namespace corvane::host {
@@ -50,7 +49,6 @@ CORVANE_WRAP int __wrap_clock_gettime(clockid_t clock, timespec* time) {
             return 0;
         }
     }
-    if (isDriven()) return drivenClockGettime(clock, time);
     return clock_gettime(clock, time);
 }
 
@@ -72,9 +70,7 @@ system_clock::time_point systemNow() {
 }
 
 CORVANE_WRAP int __wrap_nanosleep(const timespec* duration, timespec* remaining) {
-    if (Scheduler::self() == nullptr) {
-        return isDriven() ? drivenNanosleep(duration) : nanosleep(duration, remaining);
-    }
+    if (Scheduler::self() == nullptr) return nanosleep(duration, remaining);
     if (!isValid(*duration)) {
         errno = EINVAL;
         return -1;

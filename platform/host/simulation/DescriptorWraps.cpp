@@ -15,7 +15,6 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "DrivenCalls.h"
 #include "Wraps.h"
 
 namespace corvane::host {
@@ -80,10 +79,7 @@ CORVANE_WRAP int __wrap_timerfd_create(int clock, int flags) {
 // One-shot timers.
 CORVANE_WRAP int __wrap_timerfd_settime(int fd, int flags, const itimerspec* when,
                                         itimerspec* old) {
-    if (Scheduler::self() == nullptr) {
-        return isDriven() ? drivenTimerfdSettime(fd, flags, when, old)
-                          : timerfd_settime(fd, flags, when, old);
-    }
+    if (Scheduler::self() == nullptr) return timerfd_settime(fd, flags, when, old);
     Scheduler& scheduler = Scheduler::get();
     scheduler.point("arm", objectOf(fd), CORVANE_CALLER);
     const Descriptor* timer = find(fd);

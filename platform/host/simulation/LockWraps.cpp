@@ -16,7 +16,6 @@
 #include <future>
 #include <mutex>
 
-#include "DrivenCalls.h"
 #include "Wraps.h"
 
 namespace corvane::host {
@@ -126,17 +125,13 @@ CORVANE_WRAP int __wrap_pthread_cond_clockwait(pthread_cond_t* condition, pthrea
 CORVANE_WRAP int __wrap_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
                                                const timespec* deadline) {
     SimThread* self = Scheduler::self();
-    if (self == nullptr) {
-        return isDriven() ? drivenTimedWait(condition, mutex, deadline)
-                          : pthread_cond_timedwait(condition, mutex, deadline);
-    }
+    if (self == nullptr) return pthread_cond_timedwait(condition, mutex, deadline);
     if (!isValid(*deadline)) return EINVAL;
     return waitFor(*self, condition, mutex, toSimulated(clockOf(*condition), *deadline),
                    CORVANE_CALLER);
 }
 
 CORVANE_WRAP int __wrap_pthread_cond_signal(pthread_cond_t* condition) {
-    if (isDriven()) noteDrivenSignal(condition);
     const int result = pthread_cond_signal(condition);
     if (Scheduler::self() == nullptr) return result;
     Scheduler::get().wakeOne(Wait::kCondition, condition);
@@ -145,7 +140,6 @@ CORVANE_WRAP int __wrap_pthread_cond_signal(pthread_cond_t* condition) {
 }
 
 CORVANE_WRAP int __wrap_pthread_cond_broadcast(pthread_cond_t* condition) {
-    if (isDriven()) noteDrivenSignal(condition);
     const int result = pthread_cond_broadcast(condition);
     if (Scheduler::self() == nullptr) return result;
     Scheduler::get().wakeAll(Wait::kCondition, condition);

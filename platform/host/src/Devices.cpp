@@ -17,7 +17,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <condition_variable>
 #include <cstdarg>
 #include <cstring>
 #include <map>
@@ -25,8 +24,6 @@
 #include <optional>
 #include <set>
 #include <utility>
-
-#include "WaitLimit.h"
 
 namespace corvane::host {
 namespace {
@@ -61,7 +58,6 @@ std::optional<FileId> idOf(int fd) {
 
 struct Devices {
     std::mutex mutex;
-    std::condition_variable requested;
 
     std::set<FileId> boostFiles;
     int boostOpenErrno = 0;
@@ -115,7 +111,6 @@ int boostIoctl(Devices& d, unsigned long request, const void* argument) {
     d.boostRequests.push_back({record.level, record.headroomNs, record.freqMHz,
                                systemTime(SYSTEM_TIME_MONOTONIC), static_cast<uint64_t>(gettid())});
     if (d.boostListener) d.boostListener(d.boostRequests.back());
-    d.requested.notify_all();
     return outcome(d.boostIoctlErrno);
 }
 
@@ -190,12 +185,6 @@ int BoostDevice::openCount() {
 
 std::vector<BoostRequest> BoostDevice::requests() {
     return load(&Devices::boostRequests);
-}
-
-bool BoostDevice::waitForRequests(size_t count) {
-    Devices& d = devices();
-    std::unique_lock<std::mutex> lock(d.mutex);
-    return d.requested.wait_for(lock, kWaitLimit, [&] { return d.boostRequests.size() >= count; });
 }
 
 void BoostDevice::setListener(std::function<void(const BoostRequest&)> listener) {

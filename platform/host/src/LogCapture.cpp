@@ -7,11 +7,9 @@
 #include <utils/Timers.h>
 
 #include <algorithm>
-#include <condition_variable>
 #include <iterator>
 #include <mutex>
 
-#include "WaitLimit.h"
 #include "corvane/host/Simulation.h"
 
 namespace corvane::host {
@@ -19,7 +17,6 @@ namespace {
 
 struct Sink {
     std::mutex mutex;
-    std::condition_variable added;
     std::vector<LogLine> lines;
     int previousPriority = ANDROID_LOG_DEFAULT;
 };
@@ -38,7 +35,6 @@ void capture(const __android_logger_data* data, const char* message) {
     Sink& s = sink();
     const std::lock_guard<std::mutex> lock(s.mutex);
     s.lines.push_back(std::move(line));
-    s.added.notify_all();
 }
 
 bool contains(const LogLine& line, const std::string& text) {
@@ -73,16 +69,6 @@ std::vector<LogLine> LogCapture::matching(const std::string& text) const {
     std::copy_if(s.lines.begin(), s.lines.end(), std::back_inserter(result),
                  [&](const LogLine& line) { return contains(line, text); });
     return result;
-}
-
-bool LogCapture::waitFor(const std::string& text, size_t count) const {
-    Sink& s = sink();
-    std::unique_lock<std::mutex> lock(s.mutex);
-    return s.added.wait_for(lock, kWaitLimit, [&] {
-        const auto found = std::count_if(s.lines.begin(), s.lines.end(),
-                                         [&](const LogLine& line) { return contains(line, text); });
-        return static_cast<size_t>(found) >= count;
-    });
 }
 
 void LogCapture::clear() {

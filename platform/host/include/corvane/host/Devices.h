@@ -34,8 +34,6 @@ class BoostDevice {
     static void failIoctl(int errnoValue);
     static int openCount();  // opens tried, failed ones included
     static std::vector<BoostRequest> requests();
-    // Blocks until that many requests have been made; false after ten seconds without.
-    static bool waitForRequests(size_t count);
     // Called for every request on the thread that makes it, with the device's lock held; null: no
     // more.
     static void setListener(std::function<void(const BoostRequest&)> listener);

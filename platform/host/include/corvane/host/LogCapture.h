@@ -30,8 +30,6 @@ class LogCapture {
     // Lines whose text contains `text`, in order.
     std::vector<LogLine> matching(const std::string& text) const;
     size_t count(const std::string& text) const { return matching(text).size(); }
-    // Blocks until `count` lines contain `text`; false after ten seconds without.
-    bool waitFor(const std::string& text, size_t count = 1) const;
     void clear();
 };
 

@@ -57,8 +57,6 @@ class PerfService {
 
     static std::vector<PerfCall> calls();
     static std::vector<PerfCall> calls(const std::string& entry, int number);
-    // Blocks until that many such calls were made; false after ten seconds without.
-    static bool waitForCalls(const std::string& entry, int number, size_t count);
     static void clearCalls();
 
     static bool hasCallback();
