@@ -582,10 +582,13 @@ void latch(RandomSteps& steps, Real& real, Model& model, int id) {
     std::vector<nsecs_t> times;
     const nsecs_t period = std::max(model.period, kMs);
     nsecs_t last = layer ? layer->lastLatch : 0;
-    const int64_t kind = steps.below(16);
+    const bool isDropWait = layer && layer->dropWait >= 1;
+    const int64_t kind = steps.below(isDropWait ? 5 : 16);
     if (kind == 0) times = {last + period * 3 / 2 - (steps.oneIn(2) ? 16 : 0)};
     if (kind == 1) times = {model.now};
-    for (int count = 0; kind == 2 && count < 32; ++count) times.push_back(last += period);
+    for (auto left = kind == 2 ? 29 + steps.below(4) : 0; left > 0; --left) {
+        times.push_back(last += period);
+    }
     for (; kind > 2 && last + period <= model.now && times.size() < 200; last += period) {
         times.push_back(last + period);
     }
