@@ -8,6 +8,7 @@
 #include <sys/resource.h>
 
 #include <atomic>
+#include <future>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -171,15 +172,15 @@ TEST_F(BoostTest, TheWorkerKeepsTheClockAndIsRaisedAsFrameThreadsAre) {
     const auto state = [&] {
         return std::tuple(mSimulation.now(), getpriority(PRIO_PROCESS, 0), sched_getscheduler(0));
     };
-    decltype(state()) worker, expected;
+    std::promise<decltype(state())> promise;
     const nsecs_t due = mSimulation.now() + 5'000;
-    EXPECT_NE(0u, proxy()->postTaskDelayed(5'000, [&] { worker = state(); }));
+    EXPECT_NE(0u, proxy()->postTaskDelayed(5'000, [&] { promise.set_value(state()); }));
     mSimulation.advanceTo(due);
+    const auto worker = promise.get_future().get();
     std::thread([&] {
         raiseFrameThreadPriority();
-        expected = state();
+        EXPECT_EQ(state(), worker);
     }).join();
-    EXPECT_EQ(expected, worker);
     EXPECT_EQ(due, std::get<0>(worker));
 }
 
