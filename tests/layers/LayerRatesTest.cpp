@@ -20,7 +20,6 @@ namespace {
 constexpr nsecs_t kMs = 1'000'000;
 constexpr nsecs_t kSecond = 1'000'000'000;
 constexpr nsecs_t k60Hz = 16'666'667;
-constexpr nsecs_t k30Hz = 33'333'333;
 
 // Buffers at a steady interval until promotion; 0 when there is none among the first thousand.
 int buffersToPromotion(nsecs_t interval) {
