@@ -22,11 +22,11 @@ Json::Value timesOf(const std::vector<int64_t>& times) {
 const char* unitName(Figure::Unit unit) {
     switch (unit) {
         case Figure::Unit::kTime:
-            return "time";
+            return "ns";
         case Figure::Unit::kCount:
             return "count";
         case Figure::Unit::kRate:
-            return "rate";
+            return "per second";
         case Figure::Unit::kNumber:
             return "number";
     }
@@ -124,6 +124,21 @@ Json::Value runOf(const Comparison& comparison, const PolicyRun& run) {
 
 }  // namespace
 
+Json::Value figureKinds() {
+    Json::Value kinds = list();
+    for (const Figure& figure : figures()) {
+        Json::Value kind;
+        kind["key"] = figure.key;
+        kind["jsonKey"] = figure.jsonKey;
+        kind["label"] = figure.label;
+        kind["unit"] = unitName(figure.unit);
+        kind["better"] = betterName(figure.better);
+        kind["resolution"] = shownResolution(figure.unit);
+        kinds.append(std::move(kind));
+    }
+    return kinds;
+}
+
 Json::Value comparisonJson(const Comparison& comparison) {
     Json::Value value;
     value["vsyncPeriodNs"] = Json::Int64(comparison.recorded.rates.front().periodNs);
@@ -144,16 +159,7 @@ Json::Value comparisonJson(const Comparison& comparison) {
     for (size_t i = 0; i < comparison.recorded.layers.size(); ++i) {
         value["layers"].append(layerOf(comparison, i));
     }
-    value["figureKinds"] = list();
-    for (const Figure& figure : figures()) {
-        Json::Value entry;
-        entry["key"] = figure.key;
-        entry["jsonKey"] = figure.jsonKey;
-        entry["label"] = figure.label;
-        entry["unit"] = unitName(figure.unit);
-        entry["better"] = betterName(figure.better);
-        value["figureKinds"].append(std::move(entry));
-    }
+    value["figureKinds"] = figureKinds();
     value["policies"] = list();
     if (comparison.library) value["policies"].append(runOf(comparison, *comparison.library));
     for (const PolicyRun& other : comparison.others) {

@@ -5,53 +5,11 @@
 
 #include <string_view>
 
-#include "replay/Figure.h"
+#include "replay/Comparison.h"
 #include "replay/PageSources.h"
 
 namespace corvane::replay {
 namespace {
-
-const char* unitName(Figure::Unit unit) {
-    switch (unit) {
-        case Figure::Unit::kTime:
-            return "ns";
-        case Figure::Unit::kCount:
-            return "count";
-        case Figure::Unit::kRate:
-            return "per second";
-        case Figure::Unit::kNumber:
-            return "number";
-    }
-    return "number";
-}
-
-const char* betterName(Figure::Better better) {
-    switch (better) {
-        case Figure::Better::kLower:
-            return "lower";
-        case Figure::Better::kHigher:
-            return "higher";
-        case Figure::Better::kNeither:
-            return "neither";
-    }
-    return "neither";
-}
-
-// How the page names, rounds and judges figures: as the text report does.
-Json::Value figuresJson() {
-    Json::Value list(Json::arrayValue);
-    for (const Figure& figure : figures()) {
-        Json::Value value;
-        value["key"] = figure.key;
-        value["jsonKey"] = figure.jsonKey;
-        value["label"] = figure.label;
-        value["unit"] = unitName(figure.unit);
-        value["better"] = betterName(figure.better);
-        value["resolution"] = shownResolution(figure.unit);
-        list.append(std::move(value));
-    }
-    return list;
-}
 
 // JSON that may stand within a script element. The writer escapes whatever is not ASCII, and
 // replaces what is not UTF-8; markup can begin only in a string, where an escape stands as well.
@@ -84,7 +42,7 @@ std::string htmlReport(const Json::Value& document) {
     };
     put("%STYLE%", kPageStyle);
     put("%DATA%", embedded(document));
-    put("%FIGURES%", embedded(figuresJson()));
+    put("%FIGURES%", embedded(figureKinds()));
     put("%SCRIPT%", kPageScript);
     return page.append(rest);
 }

@@ -39,7 +39,7 @@ def figures_of(report: Dict[str, Any], policy: str) -> Dict[str, Dict[str, float
 
 
 def shown(kind: Dict[str, str], value: float, sign: str = "") -> str:
-    scale, unit, digits = {"time": (1e6, " ms", 2), "count": (1, "", 0), "rate": (1, "/s", 2)}.get(
+    scale, unit, digits = {"ns": (1e6, " ms", 2), "count": (1, "", 0), "per second": (1, "/s", 2)}.get(
         kind["unit"], (1, "", 2))
     return f"{value / scale:{sign}.{digits}f}{unit}"
 

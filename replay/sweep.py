@@ -278,7 +278,7 @@ def ranking(results: List[Dict[str, Any]], keys: List[str]) -> List[Dict[str, An
 
 
 def shown(kind: Dict[str, str], value: float) -> str:
-    if kind["unit"] == "time":
+    if kind["unit"] == "ns":
         return f"{value / 1e6:.2f} ms"
     return f"{value:.0f}" if kind["unit"] == "count" else f"{value:.2f}"
 

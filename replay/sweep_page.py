@@ -26,11 +26,11 @@ pre { overflow-x: auto; border: 1px solid var(--line); padding: .6rem; }
 
 
 def value_of(kind: Dict[str, str], figures: Dict[str, float]) -> float:
-    return figures[kind["jsonKey"]] / (1e6 if kind["unit"] == "time" else 1)
+    return figures[kind["jsonKey"]] / (1e6 if kind["unit"] == "ns" else 1)
 
 
 def unit_of(kind: Dict[str, str]) -> str:
-    return {"time": " (ms)", "rate": " (per second)"}.get(kind["unit"], "")
+    return {"ns": " (ms)", "per second": " (per second)"}.get(kind["unit"], "")
 
 
 class Axis:
