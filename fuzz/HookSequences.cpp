@@ -13,6 +13,8 @@
 // All runs in simulated time, in an order of the threads that is drawn at every step.
 // The library lives as long as the process, so each input finds the state that those before left.
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
 #include <string>
@@ -22,6 +24,7 @@
 #include <vector>
 
 #include "corvane/host/Simulation.h"
+#include "fuzz/Check.h"
 #include "fuzz/HookCommands.h"
 
 namespace corvane::fuzz {
@@ -65,17 +68,7 @@ void run(const Line& line) {
     for (std::thread& thread : threads) thread.join();
 }
 
-}  // namespace
-}  // namespace corvane::fuzz
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    corvane::fuzz::setUpHooks();
-    return 0;
-}
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    using namespace corvane::fuzz;
-    std::string_view program(reinterpret_cast<const char*>(data), size);
+void play(std::string_view program) {
     beginHookSequence();
     // So that an input alone does what it did after others. It may race with the first line's
     // calls.
@@ -87,5 +80,60 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         text.clear();
     }
     checkHookEffects();
+}
+
+// The thread that owns the simulation. The fuzzer has clocks and threads of its own, which must
+// stay real, so it hands its inputs over through pipes: real calls also on a thread that takes
+// part.
+class Phone {
+  public:
+    Phone() {
+        FUZZ_CHECK(pipe(mInputs) == 0 && pipe(mAnswers) == 0);
+        std::thread([this] { live(); }).detach();
+        awaitAnswer();
+    }
+
+    void play(const std::string_view& program) {
+        const std::string_view* input = &program;
+        FUZZ_CHECK(write(mInputs[1], &input, sizeof(input)) == sizeof(input));
+        awaitAnswer();
+    }
+
+  private:
+    [[noreturn]] void live() {
+        setUpHooks();
+        for (;;) {
+            answer();
+            const std::string_view* input = nullptr;
+            FUZZ_CHECK(read(mInputs[0], &input, sizeof(input)) == sizeof(input));
+            fuzz::play(*input);
+        }
+    }
+    void answer() { FUZZ_CHECK(write(mAnswers[1], "", 1) == 1); }
+    void awaitAnswer() {
+        char done = 0;
+        FUZZ_CHECK(read(mAnswers[0], &done, 1) == 1);
+    }
+
+    int mInputs[2] = {};
+    int mAnswers[2] = {};
+};
+
+// Never destroyed: the library's threads live on in it.
+Phone& phone() {
+    static auto* instance = new Phone;
+    return *instance;
+}
+
+}  // namespace
+}  // namespace corvane::fuzz
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    corvane::fuzz::phone();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    corvane::fuzz::phone().play({reinterpret_cast<const char*>(data), size});
     return 0;
 }
