@@ -105,7 +105,7 @@ bool PerfProxy::resolveRequired(const char* symbol, EntryPoint*& entryPoint) {
 PerfPropValue PerfProxy::perfGetProp(const char* name, const char* defaultValue) {
     const auto terminated = [](const char* text) {
         PerfPropValue result{};
-        strncpy(result.value, text, PerfPropValue::kSize - 1);
+        memcpy(result.value, text, strnlen(text, PerfPropValue::kSize - 1));
         return result;
     };
     // The service's record is its own: nothing says that its text ends.
