@@ -1,93 +1,177 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What the model leaves out: threads at once, faults, and what outlives an entry.
+// The queue against a plain list of what is pending, over random posts, cancellations and time; and
+// what that leaves out: threads at once, faults, and what stays in memory.
 
 #include <android/log.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
-#include <pthread.h>
 #include <signal.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/syscall.h>
+#include <sys/time.h>
 
+#include <algorithm>
 #include <atomic>
+#include <functional>
+#include <limits>
+#include <map>
 #include <memory>
-#include <thread>
+#include <set>
+#include <string>
+#include <tuple>
 #include <vector>
 
 #include "DescriptorLimit.h"
-#include "RecordedPriorities.h"
+#include "RandomSteps.h"
 #include "corvane/host/LogCapture.h"
 #include "corvane/host/Simulation.h"
 #include "timer/TimerQueue.h"
 #include "timer/TimerThread.h"
+
+static int sWatchesLeft = -1;  // that succeed; -1: all
+
+extern "C" int epoll_ctl(int epoll, int operation, int fd, epoll_event* event) noexcept {
+    if (sWatchesLeft == 0) errno = ENOSPC;
+    if (sWatchesLeft-- == 0) return -1;
+    return static_cast<int>(syscall(SYS_epoll_ctl, epoll, operation, fd, event));
+}
 
 namespace android {
 namespace {
 
 using corvane::host::Simulation;
 
-constexpr nsecs_t kStart = 1'000'000'000;
 constexpr nsecs_t kMinute = 60'000'000'000;
+constexpr nsecs_t kForever = std::numeric_limits<nsecs_t>::max();
 
-// Handlers that post and cancel while they run, and whose destruction posts: were any of it called
-// with the queue's lock held, this would be a deadlock.
-TEST(TimerQueueTest, HandlersMayUseTheQueue) {
-    Simulation simulation(kStart);
-    auto queue = sp<TimerQueue>::make();
-    std::vector<char> seen;
-    const auto seenAfter = [&](nsecs_t ns) {
-        seen.clear();
-        Simulation::advance(ns);
-        queue->pollOnce(0);
-        return seen;
+struct Entry {
+    int64_t id;
+    int handler;   // of a message; -1: a task
+    int64_t what;  // of a message; of a task its id
+};
+
+using Ran = std::multiset<std::pair<int, int64_t>>;  // entries of one time run in any order
+using OnRun = std::function<void(int handler, int64_t what)>;
+
+struct Handler : MessageHandler {
+    Handler(const OnRun& action, int own) : onRun(action), number(own) {}
+    void handleMessage(const Message& message) override { onRun(number, message.what); }
+    const OnRun& onRun;
+    const int number;
+};
+
+int sTimerSettings = 0;  // how often the timer was set or disarmed
+
+void followTheModel(RandomSteps& steps) {
+    Simulation::Options options;
+    options.onEvent = [](const Simulation::Event& event) {
+        sTimerSettings += event.what == std::string("arm");
+        // As if another thread had set the timer anew since the poll: nothing is left to read.
+        if (event.what != std::string("read")) return;
+        uint64_t count;
+        const auto fd = static_cast<int>(reinterpret_cast<intptr_t>(event.object));
+        if (syscall(SYS_read, fd, &count, sizeof(count)) < 0) abort();
     };
-    const auto taskOwning = [&] {
-        std::shared_ptr<void> postsWhenReleased(nullptr, [&](void*) {
-            seen.push_back('-');
-            queue->postTask(nullptr);
-        });
-        return [postsWhenReleased] {};
+    const Simulation simulation(options);
+    const corvane::host::LogCapture log;
+    sp<TimerQueue> owner = sp<TimerQueue>::make();
+    TimerQueue* const queue = owner.get();
+    Ran ran;
+    int64_t cancelledMeanwhile = 0;
+    // Were one run or released under the queue's lock, it would be a deadlock.
+    const OnRun onRun = [&](int handler, int64_t what) {
+        ran.insert({handler, what});
+        queue->cancelTask(static_cast<uint64_t>(cancelledMeanwhile));
     };
-    queue->cancelTask(queue->postTaskDelayed(10, taskOwning()));
-    EXPECT_EQ(1u, seen.size()) << "a cancelled front is released at once";
+    const auto onRelease = [&](void*) {
+        queue->removeMessages(nullptr);
+        if (owner == nullptr) steps.expectEq(0u, queue->postTask(nullptr), "a late post");
+    };
+    const sp<MessageHandler> handlers[] = {sp<Handler>::make(onRun, 0),
+                                           sp<Handler>::make(onRun, 1)};
+    std::multimap<nsecs_t, Entry> pending;  // by when they are due
+    int64_t lastId = 0;
+    const auto earliest = [&] { return pending.empty() ? -1 : pending.begin()->first; };
+    const auto drop = [&pending](const auto& matches) {
+        for (auto at = pending.begin(); at != pending.end();) {
+            at = matches(at->second) ? pending.erase(at) : std::next(at);
+        }
+    };
+    while (steps.next()) {
+        const nsecs_t now = Simulation::now();
+        const nsecs_t before = earliest();
+        const bool isTied = pending.count(before) > 1;  // which is in front is the heap's choice
+        sTimerSettings = 0;
+        const int handler = static_cast<int>(steps.below(3)) - 1;
+        const int what = static_cast<int>(steps.below(3));
+        const bool wakes = steps.oneIn(6);
+        for (int i = wakes ? 2 : 0; i > 0; --i) queue->wake();  // wakes do not add up
+        const int64_t act = steps.below(8);
+        // An id that is not given yet would never run if it were cancelled now.
+        const int64_t anId = steps.below(lastId + 1);
+        if (act < 3) {
+            const nsecs_t delays[] = {-kForever - 1,   -1,           0,
+                                      steps.below(99), kForever / 2, kForever};
+            const nsecs_t delay = steps.pick(delays);
+            steps.tell("post", handler, what, delay, wakes);
+            const nsecs_t when = now + std::min(std::max<nsecs_t>(delay, 0), kForever - now);
+            pending.insert({when, {++lastId, handler, handler < 0 ? lastId : what}});
+            uint64_t id;
+            if (handler < 0) {
+                const std::shared_ptr<void> content(nullptr, onRelease);
+                const auto task = [&onRun, content, id = lastId] { onRun(-1, id); };
+                id = delay == 0 ? queue->postTask(task) : queue->postTaskDelayed(delay, task);
+            } else {
+                const auto& to = handlers[handler];
+                id = delay == 0 ? queue->sendMessage(to, Message(what))
+                                : queue->sendMessageDelayed(delay, to, Message(what));
+            }
+            steps.expectEq(lastId, static_cast<int64_t>(id), "the id");
+        } else if (act == 3) {
+            steps.tell("cancel", anId, wakes);
+            drop([anId](const Entry& entry) { return entry.id == anId; });
+            queue->cancelTask(static_cast<uint64_t>(anId));
+        } else if (act == 4 && handler >= 0) {
+            const bool all = steps.oneIn(3);
+            steps.tell("remove", handler, what, all, wakes);
+            drop([&](const Entry& e) { return e.handler == handler && (all || e.what == what); });
+            if (all) queue->removeMessages(handlers[handler]);
+            if (!all) queue->removeMessages(handlers[handler], what);
+        } else {
+            const nsecs_t toNext = before - now - steps.below(2);
+            const nsecs_t by = before < kForever / 2 && steps.oneIn(2) ? toNext : steps.below(100);
+            steps.tell("advance", by, wakes);
+            Simulation::advance(std::max<nsecs_t>(by, 0));
+        }
+        if (!isTied) steps.expectEq(before != earliest(), sTimerSettings == 1, "sets the timer");
 
-    const uint64_t behind = queue->postTaskDelayed(20, taskOwning());
-    queue->postTaskDelayed(15, [&] {
-        queue->cancelTask(behind);
-        queue->postTask([&] { seen.push_back('+'); });
-    });
-    EXPECT_EQ(std::vector<char>{'-'}, seenAfter(15));
-    EXPECT_EQ(std::vector<char>{'+'}, seenAfter(0));
-
-    // One collected for dispatch is not cancelled any more; one that is cancelled behind it goes.
-    uint64_t collected = 0;
-    queue->postTaskDelayed(5, [&] { queue->cancelTask(collected); });
-    collected = queue->postTaskDelayed(6, [&] { seen.push_back('+'); });
-    queue->cancelTask(queue->postTaskDelayed(7, taskOwning()));
-    queue->postTaskDelayed(10, taskOwning());
-    EXPECT_EQ((std::vector<char>{'+', '-', '-'}), seenAfter(10))
-            << "released when collected, or run";
-
-    // Ids count up from 1, for messages and tasks alike.
-    const auto fresh = sp<TimerQueue>::make();
-    EXPECT_EQ(1u, fresh->postTask(nullptr));
-    EXPECT_EQ(2u, fresh->sendMessage(nullptr, Message(1)));
-    fresh->cancelTask(2);
-    EXPECT_EQ(3u, fresh->postTask(nullptr));
-
-    // A queue that is being destroyed takes nothing, and still releases all that it had.
-    TimerQueue* const dying = queue.get();
-    int released = 0;
-    for (int i = 0; i < 10; ++i) {
-        std::shared_ptr<void> last(nullptr, [&released, dying](void*) {
-            ++released;
-            dying->cancelTask(1);
-            EXPECT_EQ(0u, dying->postTask([] {}));
-        });
-        queue->postTaskDelayed(kMinute, [last = std::move(last)] {});
+        const auto later = pending.upper_bound(Simulation::now());
+        Ran due;
+        for (auto at = pending.begin(); at != later; at = pending.erase(at)) {
+            due.insert({at->second.handler, at->second.what});
+        }
+        // All that is due has been collected by then.
+        cancelledMeanwhile = anId;
+        if (!due.empty()) drop([anId](const Entry& entry) { return entry.id == anId; });
+        ran.clear();
+        const int result = queue->pollOnce(0);
+        steps.expectEq(due, ran, "what runs");
+        const int expected = !due.empty() ? -2 : wakes ? -1 : -3;
+        // Of two descriptors that are ready, the kernel says which comes last.
+        if (!wakes || result != -1) steps.expectEq(expected, result, "the result");
+        steps.expectEq(-3, queue->pollOnce(0), "the next result");
+        steps.expectEq(earliest() == kForever ? -1 : earliest(), Simulation::nextDeadline(),
+                       "the timer's deadline");
     }
-    queue = nullptr;
-    EXPECT_EQ(10, released);
+    owner = nullptr;
+    steps.expectEq(0u, log.lines().size(), "lines of failures");
+}
+
+TEST(TimerModelTest, RunsWhatIsDueAndNothingElse) {
+    RandomStepsRunner::run(/*sequences=*/60, /*steps=*/200, followTheModel);
 }
 
 // The process of the display runs for months.
@@ -107,35 +191,20 @@ TEST(TimerQueueTest, KeepsNothingOfWhatIsGone) {
     EXPECT_LT(postAndCancel(10'000), before + 10'000);
 }
 
-TEST(TimerQueueTest, ASignalEndsOnePoll) {
-    const sp<TimerQueue> queue = sp<TimerQueue>::make();
-    struct sigaction action {};
-    action.sa_handler = [](int) {};  // without SA_RESTART
-    ASSERT_EQ(0, sigaction(SIGUSR1, &action, nullptr));
-    std::atomic<int> result{0};
-    std::thread poller([&] { result = queue->pollOnce(-1); });
-    // The signal may come before the wait begins, so repeat it until it has ended one.
-    while (result == 0) {
-        pthread_kill(poller.native_handle(), SIGUSR1);
-        std::this_thread::yield();
-    }
-    EXPECT_EQ(TimerQueue::POLL_WAKE, result);
-    poller.join();
-    EXPECT_EQ(TimerQueue::POLL_TIMEOUT, queue->pollOnce(0));
-}
-
 TEST(TimerQueueFaults, IsInertWithoutDescriptors) {
-    const char* const kFailures[] = {"epoll_create1 failed: Too many open files",
-                                     "timerfd_create failed: Too many open files",
-                                     "eventfd failed: Too many open files"};
     sp<TimerQueue> queue = sp<TimerQueue>::make();
     queue = nullptr;
     const int next = nextDescriptor();
-    for (int available = 0; available < 3; ++available) {
-        SCOPED_TRACE(available);
-        corvane::host::LogCapture log;
+    for (const auto& [descriptors, watches, failure] :
+         {std::tuple(0, -1, "epoll_create1 failed: Too many open files"),
+          {1, -1, "timerfd_create failed: Too many open files"},
+          {2, -1, "eventfd failed: Too many open files"},
+          {3, 0, "epoll_ctl(timerfd) failed: No space left on device"},
+          {3, 1, "epoll_ctl(eventfd) failed: No space left on device"}}) {
+        const corvane::host::LogCapture log;
         {
-            const ScopedDescriptorLimit limit(available);
+            const ScopedDescriptorLimit limit(descriptors);
+            sWatchesLeft = watches;
             queue = sp<TimerQueue>::make();
         }
         EXPECT_FALSE(queue->isInitialized());
@@ -144,79 +213,60 @@ TEST(TimerQueueFaults, IsInertWithoutDescriptors) {
         queue->cancelTask(1);
         queue->removeMessages(nullptr, 1);
         queue->wake();
-        EXPECT_EQ(TimerQueue::POLL_ERROR, queue->pollOnce(-1));
+        EXPECT_EQ(-4, queue->pollOnce(-1));
         queue = nullptr;
-        EXPECT_EQ(next, nextDescriptor()) << "the descriptors opened before the failure stay open";
-        ASSERT_EQ(1u, log.lines().size());
-        EXPECT_EQ(kFailures[available], log.lines()[0].text);
-        EXPECT_EQ("Corvane.TimerQueue", log.lines()[0].tag);
+        EXPECT_EQ(next, nextDescriptor()) << "what was opened before stays open: " << failure;
+        EXPECT_EQ(1u, log.lines().size());
+        EXPECT_EQ(1u, log.count(failure)) << failure;
     }
 }
 
-// Threads post, cancel, remove and wake against the loop, in random orders: every task either ran
-// once or was cancelled by the thread that posted it.
-TEST(TimerThread, RunsEveryTaskOnceInAnyOrder) {
-    constexpr int kThreads = 4;
-    constexpr int kTasks = 40;
-    for (uint64_t seed = 1; seed <= 10; ++seed) {
-        Simulation::Options options;
-        options.policy = Simulation::Policy::kRandom;
-        options.seed = seed;
-        Simulation simulation(options);
-        const sp<TimerQueue> queue = sp<TimerQueue>::make();
-        std::atomic<bool> running{true};
-        std::thread consumer([&] { runTimerLoop(*queue, running, "Test"); });
-        std::atomic<int> ran{0};
-        std::vector<std::thread> posters;
-        for (int t = 0; t < kThreads; ++t) {
-            posters.emplace_back([&] {
-                class Never : public MessageHandler {
-                    void handleMessage(const Message&) override { ADD_FAILURE(); }
-                };
-                const sp<MessageHandler> removed = sp<Never>::make();
-                for (int i = 0; i < kTasks; ++i) {
-                    queue->postTaskDelayed(i % 3 * 1'000, [&] { ++ran; });
-                    queue->cancelTask(queue->postTaskDelayed(kMinute, [] { ADD_FAILURE(); }));
-                    if (i % 10 != 0) continue;
-                    queue->sendMessageDelayed(kMinute, removed, Message(i));
-                    queue->removeMessages(removed);
-                    queue->wake();
-                    Simulation::sleepFor(500);
-                }
-            });
-        }
-        for (std::thread& poster : posters) poster.join();
-        Simulation::advance(2 * kMinute);
-        EXPECT_EQ(kThreads * kTasks, ran) << seed;
-        running = false;
-        queue->wake();
-        consumer.join();
-        runTimerLoop(*queue, running, "Test");  // returns at once: stopped before it began
-    }
-}
+std::vector<std::string> sLines;
+std::atomic<bool> sRunning{true};
 
-std::atomic<bool> sPolls{true};
-
-TEST(TimerThread, LoopGoesOnWhenPollingFails) {
-    static std::vector<std::string> lines;
+// Its descriptors go bad one by one: each failure is told, and the queue goes on as it can.
+TEST(TimerQueueFaults, EachIsToldAndTheLoopGoesOn) {
     __android_log_set_logger([](const __android_logger_data* data, const char* message) {
-        lines.push_back(std::string(data->tag) + ": " + message);
-        sPolls = lines.size() < 4;
+        sLines.push_back(std::string(data->tag).substr(8) + ": " + message);
+        sRunning = sLines.size() < 8;
     });
-    const int epollFd = nextDescriptor();
+    const int epoll = nextDescriptor(), timer = epoll + 1, event = epoll + 2;
     const sp<TimerQueue> queue = sp<TimerQueue>::make();
-    close(epollFd);
-    runTimerLoop(*queue, sPolls, "Owner");
-    const std::string failure = "Corvane.TimerQueue: epoll_wait error: Bad file descriptor";
-    EXPECT_EQ((std::vector<std::string>{failure, "Owner: TimerQueue error", failure,
-                                        "Owner: TimerQueue error"}),
-              lines);
-}
+    signal(SIGALRM, [](int) {});
+    for (const int us : {1'000, 0}) {  // then over and over, since one may come before the wait
+        const itimerval alarms{{0, us}, {0, us}};
+        setitimer(ITIMER_REAL, &alarms, nullptr);
+        EXPECT_EQ(us > 0 ? TimerQueue::POLL_WAKE : TimerQueue::POLL_TIMEOUT,
+                  queue->pollOnce(us > 0 ? -1 : 0));
+    }
+    eventfd_write(event, UINT64_MAX - 1);
+    queue->wake();  // the counter is full: awake it is
+    EXPECT_EQ(TimerQueue::POLL_WAKE, queue->pollOnce(-1));
+    EXPECT_TRUE(sLines.empty());
 
-TEST(TimerThread, RaisesTheCallingThread) {
-    pthread_setname_np(pthread_self(), "raised");
-    raiseFrameThreadPriority();
-    EXPECT_EQ(RecordedPriorities::ofTheFramePath(), RecordedPriorities::of("raised"));
+    // A folder can be neither read nor written, while the poll still watches what was there before.
+    const int folder = open("/", O_RDONLY | O_CLOEXEC);
+    const int watchedTimer = dup(timer);
+    const int watchedEvent = dup(event);
+    queue->postTask([] { sLines.push_back("ran"); });
+    dup2(folder, timer);
+    EXPECT_EQ(TimerQueue::POLL_CALLBACK, queue->pollOnce(-1));
+    queue->postTask(nullptr);
+    close(watchedTimer);
+    dup2(folder, event);
+    queue->wake();
+    eventfd_write(watchedEvent, 1);
+    EXPECT_EQ(TimerQueue::POLL_WAKE, queue->pollOnce(-1));
+    close(epoll);
+    runTimerLoop(*queue, sRunning, "Corvane.Owner");
+    EXPECT_EQ((std::vector<std::string>{"TimerQueue: read(timerfd) failed: Is a directory",
+                                        "TimerQueue: Failed to disarm timerfd", "ran",
+                                        "TimerQueue: Failed to set timerfd Invalid argument (22)",
+                                        "TimerQueue: write(eventfd) failed: Bad file descriptor",
+                                        "TimerQueue: read(eventfd) failed: Is a directory",
+                                        "TimerQueue: epoll_wait error: Bad file descriptor",
+                                        "Owner: TimerQueue error"}),
+              sLines);
 }
 
 }  // namespace
