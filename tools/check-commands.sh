@@ -4,7 +4,8 @@
 #
 # Runs every replay, sweep, convert, compare and record command that the docs show as a command of its
 # own (indented by four), in a folder where the files have the names that the docs give a user's own.
-# Fails when one fails with another status than the docs' (3, for a --fail-if) or says nothing.
+# Fails when one fails with another status than the docs' (3, for a --fail-if) or says nothing, and when
+# a row of the headroom table says something else than the replay. Needs jq.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 readonly ROOT=$PWD
@@ -33,3 +34,21 @@ done < <(cd "$ROOT" && grep -hoE '^    \./corvane (replay|sweep|convert|compare|
     README.md docs/*.md replay/README.md | grep -v 'FILE' | sort -u)
 [ "$ran" -gt 5 ] || { echo "only $ran commands found in the docs" >&2; exit 1; }
 echo "The $ran commands that the docs show run."
+
+# "| 40 % | 47.4 ms | 10 | 1.27 |"
+rows=0
+while IFS='|' read -r _ headroom told; do
+    game=com.example.reader
+    [ "$headroom" = " off " ] || game+=":headroom=$(tr -dc 0-9 <<<"$headroom")"
+    ./corvane replay replay/recordings/reader-60fps-stuffed.systrace.txt --game "$game" --repeat 5 \
+        --json report.json >/dev/null 2>&1
+    replayed=$(jq -r '.comparison.policies[0].figures[0] | [.latencyP50Ns / 1e6, .lateFrames, .waitingMean] | @tsv' \
+        report.json | xargs printf ' %.1f ms | %d | %.2f |')
+    if [ "$told" != "$replayed" ]; then
+        echo "docs/tuning.md tells of a headroom of $headroom:$told the replay:$replayed" >&2
+        exit 1
+    fi
+    rows=$((rows + 1))
+done < <(grep -E '^\| (off|[0-9]+ %) \|' "$ROOT/docs/tuning.md")
+[ "$rows" -gt 2 ] || { echo "only $rows rows found in the headroom table" >&2; exit 1; }
+echo "The replay gives the $rows rows of the headroom table."
