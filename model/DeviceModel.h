@@ -22,12 +22,14 @@ struct GpuShare {
 
 // One frame as the model's device drew and showed it. Times count like the recording's.
 struct ModelFrame {
+    static constexpr int64_t kNever = -1;  // the run ended before
+
     size_t layer;
     size_t index;                       // among the layer's frames
     int64_t readyNs = 0;                // its producer could begin it
-    int64_t startNs = 0;                // drawing began
-    int64_t queueNs = 0;                // the buffer was handed over
-    int64_t letGoNs = 0;                // and let go
+    int64_t startNs = kNever;           // drawing began
+    int64_t queueNs = kNever;           // the buffer was handed over
+    int64_t letGoNs = kNever;           // and let go
     std::optional<int64_t> latchVsync;  // number of the compositor's vsync; none: never latched
     bool superseded = false;            // latched, but its successor was shown instead
     int waiting = 0;                    // buffers in the queue with it, when it was let go

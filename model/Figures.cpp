@@ -31,7 +31,7 @@ class Collector {
 };
 
 void Collector::add(const ModelFrame& frame, const Showing& showing) {
-    if (frame.letGoNs == 0) return;  // the run ended before
+    if (frame.letGoNs == ModelFrame::kNever) return;
     mWaiting += static_cast<size_t>(frame.waiting);
     ++mQueued;
     if (frame.letGoNs > frame.queueNs) mHeld.push_back(frame.letGoNs - frame.queueNs);

@@ -56,7 +56,7 @@ std::vector<LayerFit> compareWithRecording(const Recorded& recorded, const Workl
     }
     for (const ModelFrame& frame : run.frames) {
         const RecordedFrame& original = recorded.layers[frame.layer].frames[frame.index];
-        if (frame.queueNs == 0) continue;  // the run ended before it was drawn
+        if (frame.queueNs == ModelFrame::kNever) continue;
         distances[frame.layer].push_back(std::abs(frame.queueNs - *original.queueNs));
         if (original.latchNs && frame.latchVsync &&
             *frame.latchVsync == workload.compositor.lastUntil(*original.latchNs)) {

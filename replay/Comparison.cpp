@@ -52,10 +52,12 @@ const std::vector<std::string>& policyNames() {
 Comparison prepareComparison(const Recording& recording, int repeat, const Scenario& scenario) {
     std::vector<model::LayerOverride> overrides;
     std::vector<model::GpuShare> gpuShares;
-    for (const LayerModel& layer : scenario.layers) {
+    for (size_t i = 0; i < recording.layers.size(); ++i) overrides.push_back({i, {}, {}});
+    for (const LayerFacts& layer : scenario.layers) {
         const auto index = recording.findLayer(layer.layer);
         if (!index) continue;
-        overrides.push_back({*index, layer.producer, layer.buffers});
+        if (layer.producer) overrides[*index].kind = layer.producer;
+        if (layer.buffers) overrides[*index].buffers = layer.buffers;
         if (layer.gpuShare) gpuShares.push_back({*index, *layer.gpuShare, layer.gpuBaseMHz});
     }
     const model::Recorded once = modelInput(recording);

@@ -15,7 +15,6 @@ namespace corvane::replay {
 namespace {
 
 // Displays refresh at 10 to 1000 Hz; an interval beyond that is a pause or noise.
-constexpr int64_t kShortestNs = 1'000'000;
 constexpr int64_t kLongestNs = 100'000'000;
 // Phones' displays refresh at 48 Hz or more while something moves; slower vsyncs are content's.
 constexpr int64_t kSlowestDisplayNs = 21'000'000;
@@ -115,7 +114,7 @@ std::vector<Interval> intervalsOf(const std::vector<std::vector<int64_t>>& signa
     for (const auto& times : signals) {
         for (size_t i = 1; i < times.size(); ++i) {
             const int64_t length = times[i] - times[i - 1];
-            if (length < kShortestNs || length > kLongestNs) continue;
+            if (length < kShortestPeriodNs || length > kLongestNs) continue;
             intervals.push_back({times[i], length});
         }
     }
@@ -282,7 +281,7 @@ std::vector<Rate> ratesOfCounter(const std::vector<Rate>& counted) {
     std::vector<int64_t> measured;
     int64_t firstNs = 0;
     for (const Rate& value : counted) {
-        if (value.periodNs < kShortestNs || value.periodNs > kLongestNs) continue;
+        if (value.periodNs < kShortestPeriodNs || value.periodNs > kLongestNs) continue;
         const double change = static_cast<double>(std::abs(value.periodNs - firstNs));
         if (rates.empty() || change > kCounterNoise * static_cast<double>(firstNs)) {
             firstNs = value.periodNs;

@@ -10,6 +10,9 @@
 
 namespace corvane::replay {
 
+// No display refreshes faster.
+constexpr int64_t kShortestPeriodNs = 1'000'000;
+
 // From this time on the display's vsync period is this.
 struct Rate {
     int64_t atNs;

@@ -108,6 +108,7 @@ Json::Value framesOf(const LayerFindings& found) {
 
 Json::Value layersOf(const ReportSource& source) {
     Json::Value values = list();
+    const size_t focusedProcess = source.recording.focusedProcess();
     for (size_t i = 0; i < source.recording.layers.size(); ++i) {
         const Layer& layer = source.recording.layers[i];
         const Process& process = source.recording.processes[layer.process];
@@ -117,6 +118,10 @@ Json::Value layersOf(const ReportSource& source) {
         value["name"] = layer.name;
         value["pid"] = process.pid;
         value["uid"] = process.uid;
+        value["focused"] = layer.focused.value_or(layer.process == focusedProcess);
+        value["visible"] = layer.visible;
+        const auto& [left, top, right, bottom] = layer.bounds;
+        for (const int32_t edge : {left, top, right, bottom}) value["bounds"].append(edge);
         value["frames"] = Json::UInt64(layer.frames);
         value["package"] = found.package.empty() ? Json::Value() : Json::Value(found.package);
         value["game"] = orNull(found.game);

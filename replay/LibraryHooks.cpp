@@ -10,14 +10,6 @@
 #include "corvane/host/Devices.h"
 
 namespace corvane::replay {
-namespace {
-
-// Recordings do not tell where a layer is on screen; every one fills a usual phone's.
-constexpr int32_t kScreenWidth = 1080;
-constexpr int32_t kScreenHeight = 2400;
-
-}  // namespace
-
 void LibraryHooks::setVsyncPeriod(int64_t periodNs) {
     corvaneSetVsyncPeriod(periodNs);
 }
@@ -35,10 +27,10 @@ void LibraryHooks::trackBufferIncrement(const Layer& layer, const Process& proce
 }
 
 void LibraryHooks::trackBufferDecrement(const Layer& layer, int pendingCount, bool focused) {
-    const android::Rect bounds(0, 0, kScreenWidth, kScreenHeight);
-    constexpr bool kVisible = true;
+    const auto& [left, top, right, bottom] = layer.bounds;
+    const android::Rect bounds(left, top, right, bottom);
     corvaneTrackBufferDecrement(layer.name.c_str(), layer.id, pendingCount, &bounds, focused,
-                                kVisible);
+                                layer.visible);
 }
 
 int LibraryHooks::createFence(const std::string& timeline) {

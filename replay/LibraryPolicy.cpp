@@ -48,7 +48,7 @@ void LibraryPolicy::finish() {
     {
         const std::lock_guard<std::mutex> lock(mMutex);
         mEnds = true;
-        mQueued.notify_all();
+        for (Producer& producer : mProducers) producer.changed.notify_all();
     }
     for (Producer& producer : mProducers) {
         if (producer.thread.joinable()) producer.thread.join();
@@ -66,8 +66,9 @@ void LibraryPolicy::runProducer(size_t index) {
     pthread_setname_np(pthread_self(), ("app-" + std::to_string(process.pid)).c_str());
     std::unique_lock<std::mutex> lock(mMutex);
     for (;;) {
-        mQueued.wait(lock, [&] { return mProducers[index].isQueueing || mEnds; });
-        if (!std::exchange(mProducers[index].isQueueing, false)) return;
+        Producer& producer = mProducers[index];
+        producer.changed.wait(lock, [&] { return producer.isQueueing || mEnds; });
+        if (!std::exchange(producer.isQueueing, false)) return;
         lock.unlock();
         HookCosts costs;
         const int64_t callNs = now();
@@ -86,7 +87,7 @@ bool LibraryPolicy::queueBuffer(size_t layer, int /*waiting*/, int64_t /*nowNs*/
     {
         const std::lock_guard<std::mutex> lock(mMutex);
         mProducers[layer].isQueueing = true;
-        mQueued.notify_all();
+        mProducers[layer].changed.notify_all();
     }
     host::Simulation::settle();
     const std::lock_guard<std::mutex> lock(mMutex);

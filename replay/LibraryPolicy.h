@@ -64,6 +64,7 @@ class LibraryPolicy : public model::PacingPolicy {
   private:
     struct Producer {
         std::thread thread;
+        std::condition_variable changed;  // it has something to do
         bool isQueueing = false;  // a buffer was handed over, and its thread has not taken it yet
     };
 
@@ -78,7 +79,6 @@ class LibraryPolicy : public model::PacingPolicy {
     const std::atomic<bool>& mStopped;
 
     std::mutex mMutex;
-    std::condition_variable mQueued;    // a producer has something to do
     std::condition_variable mHappened;  // mEvents has something new
     std::vector<Producer> mProducers;
     std::list<model::PolicyEvent> mEvents;

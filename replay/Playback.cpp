@@ -23,8 +23,7 @@ Playback::Playback(const Recording& recording, Hooks& hooks, int repeat)
       : mRecording(recording),
         mHooks(hooks),
         mRepeat(repeat),
-        // A trace does not tell the focus: it is taken to be where most frames come from.
-        mFocusedProcess(recording.busiestProcess()),
+        mFocusedProcess(recording.focusedProcess()),
         mLatched(recording.layers.size()) {}
 
 void Playback::begin() {
@@ -47,9 +46,9 @@ void Playback::signalVsync(int64_t lateNs) {
 void Playback::latchBuffers(size_t layer, int count, int pending) {
     mLatches.push_back({layer, sinceStart(systemTime(SYSTEM_TIME_MONOTONIC)), count, pending});
     const Layer& latched = mRecording.layers[layer];
-    mCompositorCosts.measure(Hook::kTrackBufferDecrement, [&] {
-        mHooks.trackBufferDecrement(latched, pending, latched.process == mFocusedProcess);
-    });
+    const bool focused = latched.focused.value_or(latched.process == mFocusedProcess);
+    mCompositorCosts.measure(Hook::kTrackBufferDecrement,
+                             [&] { mHooks.trackBufferDecrement(latched, pending, focused); });
     for (int i = 0; i < count; ++i) {
         ++mLatched[layer];
         tellFences(layer);

@@ -136,7 +136,7 @@ class Playback {
 
     std::vector<UnsignaledFences> mFences;
     std::function<void(int64_t)> mOnStart = [](int64_t) {};
-    size_t mFocusedProcess;
+    const size_t mFocusedProcess;
     std::list<Script> mScripts;
 
     // Of the compositor's thread.

@@ -93,7 +93,11 @@ std::optional<size_t> Recording::findLayer(std::string_view part) const {
     return std::nullopt;
 }
 
-size_t Recording::busiestProcess() const {
+size_t Recording::focusedProcess() const {
+    const auto focused = std::find_if(layers.begin(), layers.end(), [](const Layer& layer) {
+        return layer.focused.value_or(false);
+    });
+    if (focused != layers.end()) return focused->process;
     std::vector<size_t> queued(processes.size());
     for (const auto& layer : layers) queued[layer.process] += layer.frames;
     return static_cast<size_t>(std::max_element(queued.begin(), queued.end()) - queued.begin());
@@ -157,6 +161,24 @@ std::string select(Recording& recording, const Selection& selection) {
     }
     recording.keepLayers(kept);
     return "";
+}
+
+std::string excess(const Recording& recording, int repeat) {
+    constexpr int64_t kMillion = 1'000'000;
+    constexpr int64_t kMostMillions = 10;  // a day at 100 Hz: some gigabytes, and an hour of work
+    int64_t periodNs = recording.vsyncPeriodNs;
+    for (const Rate& change : recording.rateChanges) {
+        periodNs = std::min(periodNs, change.periodNs);
+    }
+    // The display goes on where nothing is recorded.
+    const int64_t vsyncs = recording.durationNs / periodNs;
+    const int64_t millions =
+            (vsyncs + static_cast<int64_t>(recording.steps.size())) * repeat / kMillion;
+    if (millions < kMostMillions) return "";
+    return "asks for " + std::to_string(millions) + " million vsyncs and buffers to be played (" +
+           seconds(recording.durationNs) + ", " + plural(static_cast<size_t>(repeat), "time") +
+           "); at most " + std::to_string(kMostMillions) +
+           " million are: --from and --to choose a part";
 }
 
 void overruleRates(Recording& recording, const std::vector<Rate>& rates,

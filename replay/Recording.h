@@ -31,6 +31,14 @@ struct ShownFrame {
     int64_t shownNs;
 };
 
+// Where a layer is on the display, in pixels.
+struct Bounds {
+    int32_t left;
+    int32_t top;
+    int32_t right;
+    int32_t bottom;
+};
+
 struct Layer {
     std::string name;  // as the compositor's counter gives it, without the counter's own prefix
     int32_t id = 0;
@@ -40,6 +48,12 @@ struct Layer {
     size_t frames = 0;     // buffers queued
     // Where a frame timeline tells; in time's order, and counted like the steps' times.
     std::vector<ShownFrame> shown;
+
+    // No trace tells these: a layer fills a usual phone's screen, and has the focus where most
+    // frames come from, unless a scenario knows better.
+    Bounds bounds{0, 0, 1080, 2400};
+    bool visible = true;
+    std::optional<bool> focused;
 };
 
 // One step of the recorded timeline; times count from the recording's first step.
@@ -86,8 +100,8 @@ struct Recording {
     std::optional<size_t> findLayer(std::string_view part) const;
     // Leaves only these of the layers, with their steps and processes, and counts anew.
     void keepLayers(const std::vector<bool>& kept);
-    // The process that queues most frames.
-    size_t busiestProcess() const;
+    // Of the layer that is said to have the focus, else the process that queues most frames.
+    size_t focusedProcess() const;
 };
 
 // Without a recording `error` says why, as the end of a sentence that begins with the file's name.
@@ -116,6 +130,10 @@ struct Selection {
 // Cuts the recording to the part. Returns what the part lacks to be played, as the end of a
 // sentence that begins with the file's name, or an empty text.
 std::string select(Recording& recording, const Selection& selection);
+
+// What is too much of it to be played so many times, as the end of a sentence that begins with the
+// file's name; empty when it can be played.
+std::string excess(const Recording& recording, int repeat);
 
 // Takes the rates of a display that is known better than the recording tells.
 void overruleRates(Recording& recording, const std::vector<Rate>& rates, const std::string& source);

@@ -643,6 +643,8 @@ void RecordingBuilder::takeNotes(const ParseStats& stats) {
 RecordingResult RecordingBuilder::finish(const ParseStats& stats) {
     constexpr const char* kNoVsyncs =
             "holds no vsyncs: neither the counter VSYNC-sf nor VSYNC-app toggles in it";
+    constexpr const char* kTooFast =
+            "holds no vsyncs of a display: they come less than a millisecond apart";
     constexpr const char* kNoLayers =
             "holds no layers: no counter like NAME#N shows a buffer being queued";
     if (stats.ftrace == 0) return {std::nullopt, "is not a trace: it has no ftrace line"};
@@ -658,7 +660,7 @@ RecordingResult RecordingBuilder::finish(const ParseStats& stats) {
     }
     if (mRecording.layers.empty()) return {std::nullopt, kNoLayers};
     measure();
-    if (mRecording.vsyncPeriodNs < 1) return {std::nullopt, kNoVsyncs};
+    if (mRecording.vsyncPeriodNs < kShortestPeriodNs) return {std::nullopt, kTooFast};
     limitLayers();
     assignIds();
     assignProcesses();

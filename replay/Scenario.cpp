@@ -57,6 +57,11 @@ class Node {
         if (!mValue.isString()) wrongType("a text");
         return mValue.asString();
     }
+    std::string name() const {
+        std::string value = text();
+        if (value.empty()) fail("must not be empty");
+        return value;
+    }
     int integer() const {
         if (!mValue.isInt()) wrongType("an integer");
         return mValue.asInt();
@@ -88,8 +93,8 @@ class Node {
         if (!mValue.isBool()) wrongType("true or false");
         return mValue.asBool();
     }
-    std::string textOf(const char* key) const {
-        return child(mValue[key], mPath + "." + key).text();
+    std::string nameOf(const char* key) const {
+        return child(mValue[key], mPath + "." + key).name();
     }
     // A key that the object cannot do without.
     void require(const char* key) const {
@@ -144,7 +149,7 @@ Game gameOf(const Node& node) {
     auto& configuration = game.configuration;
     node.require("package");
     // The callbacks hold it, wherever it stands among the keys.
-    const std::string& package = game.package = node.textOf("package");
+    const std::string& package = game.package = node.nameOf("package");
     node.object({
             {"package", [](const Node&) {}},
             {"weight", [&](const Node& n) { game.weight = n.integer(); }},
@@ -236,7 +241,7 @@ FenceMark fenceOf(const Node& node) {
     FenceMark mark;
     const auto frame = [](const Node& n) { return static_cast<size_t>(n.integer(1, kMaxFrame)); };
     node.object({
-            {"layer", [&](const Node& n) { mark.layer = n.text(); }},
+            {"layer", [&](const Node& n) { mark.layer = n.name(); }},
             {"first", [&](const Node& n) { mark.first = frame(n); }},
             {"last", [&](const Node& n) { mark.last = frame(n); }},
             {"every", [&](const Node& n) { mark.every = frame(n); }},
@@ -245,16 +250,34 @@ FenceMark fenceOf(const Node& node) {
     });
     node.require("layer");
     node.require("timeline");
+    if (mark.last < mark.first) node.fail("must not end before its first frame");
     return mark;
 }
 
-LayerModel layerModelOf(const Node& node) {
+Bounds boundsOf(const Node& node) {
+    constexpr int kMaxPixels = 100'000;  // a layer may be larger than its display, and beside it
+    Bounds bounds{};
+    const auto pixels = [](int32_t& edge) {
+        return [&edge](const Node& n) { edge = n.integer(-kMaxPixels, kMaxPixels); };
+    };
+    node.object({{"left", pixels(bounds.left)},
+                 {"top", pixels(bounds.top)},
+                 {"right", pixels(bounds.right)},
+                 {"bottom", pixels(bounds.bottom)}});
+    for (const char* edge : {"left", "top", "right", "bottom"}) node.require(edge);
+    if (bounds.right < bounds.left || bounds.bottom < bounds.top) {
+        node.fail("must not end before it begins");
+    }
+    return bounds;
+}
+
+LayerFacts layerFactsOf(const Node& node) {
     constexpr int kMinBuffers = 2;  // one shown, one drawn
     constexpr int kMaxBuffers = 64;
     constexpr int kMaxMHz = 10'000;
-    LayerModel layer;
+    LayerFacts layer;
     node.object({
-            {"layer", [&](const Node& n) { layer.layer = n.text(); }},
+            {"layer", [&](const Node& n) { layer.layer = n.name(); }},
             {"producer",
              [&](const Node& n) {
                  const std::string kind = n.text();
@@ -270,9 +293,15 @@ LayerModel layerModelOf(const Node& node) {
              [&](const Node& n) { layer.buffers = n.integer(kMinBuffers, kMaxBuffers); }},
             {"gpuShare", [&](const Node& n) { layer.gpuShare = n.number(1.0); }},
             {"gpuBaseMHz", [&](const Node& n) { layer.gpuBaseMHz = n.integer(1, kMaxMHz); }},
+            {"bounds", [&](const Node& n) { layer.bounds = boundsOf(n); }},
+            {"visible", [&](const Node& n) { layer.visible = n.boolean(); }},
+            {"focused", [&](const Node& n) { layer.focused = n.boolean(); }},
+            {"uid",
+             [&](const Node& n) { layer.uid = static_cast<uid_t>(n.integer(0, INT32_MAX)); }},
     });
     node.require("layer");
     if (layer.gpuShare) node.require("gpuBaseMHz");
+    if (layer.gpuBaseMHz > 0) node.require("gpuShare");
     return layer;
 }
 
@@ -318,6 +347,9 @@ void addEvents(const Node& node, std::vector<ScenarioEvent>& events) {
     node.require("atMs");
     if (kinds != 1) node.fail("must hold exactly one of callback, property, touch, unblock");
     if (count > 1) node.require("everyMs");
+    if (events.size() + static_cast<size_t>(count) > kMaxEvents) {
+        node.fail("makes more than " + std::to_string(kMaxEvents) + " events");
+    }
     for (int i = 0; i < count; ++i) {
         events.push_back(event);
         event.atNs += everyNs;
@@ -355,7 +387,7 @@ Scenario scenarioOf(const Node& root, const std::string& fileName) {
             {"layers",
              [&](const Node& n) {
                  n.array([&](const Node& layer) {
-                     scenario.layers.push_back(layerModelOf(layer));
+                     scenario.layers.push_back(layerFactsOf(layer));
                  });
              }},
             {"refreshRate", [&](const Node& n) { scenario.refreshRates = ratesOf(n); }},

@@ -12,6 +12,7 @@
 
 #include "model/Workload.h"
 #include "replay/DisplayRate.h"
+#include "replay/Recording.h"
 #include "replay/ServiceCallback.h"
 
 namespace corvane::replay {
@@ -54,14 +55,20 @@ struct Game {
     std::vector<ServiceCallback> configuration;
 };
 
-// What the device model should know of a layer beside the recording.
-struct LayerModel {
+// What is known of a layer beside the recording. Where two fit one layer, the later one's counts.
+struct LayerFacts {
     std::string layer;  // part of the layer's name
+    // For the device model.
     std::optional<model::ProducerKind> producer;
     std::optional<int> buffers;
     // What a boost is worth: the GPU's share of a frame's work, and its frequency in the recording.
     std::optional<double> gpuShare;
     int gpuBaseMHz = 0;
+    // For the library.
+    std::optional<Bounds> bounds;
+    std::optional<bool> visible;
+    std::optional<bool> focused;
+    std::optional<uid_t> uid;  // of the layer's process
 };
 
 struct Scenario {
@@ -72,7 +79,7 @@ struct Scenario {
     std::vector<PropertyWrite> properties;  // written before the library starts
     std::vector<ScenarioEvent> events;
     std::vector<FenceMark> fences;
-    std::vector<LayerModel> layers;
+    std::vector<LayerFacts> layers;
     std::vector<Rate> refreshRates;  // of the display, in time's order; empty: the recording tells
     std::string application;  // part of the name of the layer that is touched; empty: the busiest
 };
@@ -98,6 +105,7 @@ constexpr int kMaxRepeat = 1'000;
 constexpr double kMaxHeadroomRate = 10.0;  // vsync periods
 constexpr double kMaxTargetFps = 1'000.0;
 constexpr int kMinRefreshHz = 10;
+constexpr size_t kMaxEvents = 1'000'000;  // of a scenario, repetitions counted
 constexpr int kMaxRefreshHz = 1'000;
 
 }  // namespace corvane::replay

@@ -67,6 +67,11 @@ std::vector<std::string> scenarioNotes(const Scenario& scenario, const Recording
     for (const auto& package : configuredPackages(scenario)) {
         if (known.count(package) == 0) notes.push_back(unmatched(package, recording, known));
     }
+    for (const LayerFacts& facts : scenario.layers) {
+        if (recording.findLayer(facts.layer)) continue;
+        notes.push_back("no layer of the recording is named like '" + facts.layer +
+                        "', of which the scenario's layers tell");
+    }
     size_t late = 0;
     int64_t firstNs = INT64_MAX;
     for (const auto& event : scenario.events) {

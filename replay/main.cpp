@@ -118,7 +118,7 @@ std::unique_ptr<AppProcess> startApplication(const Scenario& scenario, const Rec
     if (!scenario.application.empty()) {
         layer = layerOf(recording, scenario.application);
     } else {
-        while (recording.layers[layer].process != recording.busiestProcess()) ++layer;
+        while (recording.layers[layer].process != recording.focusedProcess()) ++layer;
     }
     const auto program =
             std::filesystem::read_symlink("/proc/self/exe").parent_path() / "corvane-replay-app";
@@ -250,6 +250,7 @@ Recording loadRecording(const std::string& file, const Options& options, const S
     }
     const std::string lacks = select(recording, options.part);
     if (!lacks.empty()) throw Stop{kUnusable, file + " " + lacks};
+    placeLayers(recording, scenario);
     return std::move(recording);
 }
 
@@ -310,6 +311,8 @@ int run(const Options& options) {
     const Recording recording = loadRecording(file, options, scenario);
     if (options.list) return list(file, recording);
     const int repeat = options.repeat > 0 ? options.repeat : std::max(1, scenario.repeat);
+    const std::string tooMuch = excess(recording, repeat);
+    if (!tooMuch.empty()) throw Stop{kUnusable, file + " " + tooMuch};
 
     refuseClashes({file, options.scenario}, {options.json, options.report, options.trace,
                                              Outputs::isTextApart(options) ? "" : kStandardStream});
