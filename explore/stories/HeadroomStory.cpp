@@ -29,6 +29,7 @@ HeadroomStory::~HeadroomStory() {
 
 void HeadroomStory::run(const std::vector<int64_t>& queueDelays, Act act, int64_t actTime,
                         int queueThreads) {
+    Simulation::restartSchedule();
     auto queueing = [&] { queue(queueDelays, mCalls); };
     auto queueingToo = [&] { queue(queueDelays, mOtherCalls); };
     auto compositing = [&] { composite(queueDelays.size()); };

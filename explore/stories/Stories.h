@@ -16,5 +16,9 @@ void boostWorker();
 void hooks();
 void scenes();
 void switching();
+void activitySwitches();
+void applicationInits();
+void rateSwitches();
+void heavyFrames();
 
 }  // namespace corvane::explore

@@ -1,79 +1,29 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include <android-base/properties.h>
-#include <ui/Rect.h>
-
 #include <string>
 #include <vector>
 
 #include "corvane/hooks.h"
-#include "corvane/host/Binder.h"
 #include "corvane/host/PerfService.h"
 #include "corvane/host/Simulation.h"
+#include "explore/stories/Game.h"
 #include "explore/stories/Stories.h"
 #include "layers/LayerManager.h"
-#include "perf/PerfProxy.h"
-#include "phr/PHRMonitor.h"
 
 namespace corvane::explore {
 namespace {
 
 using android::LayerManager;
-using android::PHRMonitor;
-using android::base::SetProperty;
+using game::Call;
+using game::kPackage;
+using game::kPeriod;
 using host::PerfService;
 using host::Simulation;
-
-constexpr char kPackage[] = "com.example.game";
-constexpr char kLayerName[] = "com.example.game/Main#1";
-constexpr int kLayer = 1;
-constexpr int64_t kPeriod = 16'666'667;
 
 constexpr int kTargetFps = 4171;
 constexpr int kHeadroomRates = 4187;
 constexpr int kFrameRescue = 4189;
-
-struct Call {
-    int64_t begin;
-    int64_t end;
-};
-
-Call queueFrame() {
-    const host::ScopedBinderCaller caller(1'001, 10'001);
-    const int64_t begin = Simulation::now();
-    corvaneTrackBufferIncrement(kLayerName, kLayer, true, 0, 0);
-    return {begin, Simulation::now()};
-}
-
-void composite(int pending) {
-    const android::Rect bounds(0, 0, 1'080, 2'400);
-    corvaneTrackVsyncSignal();
-    corvaneTrackBufferDecrement(kLayerName, kLayer, pending, &bounds, true, true);
-}
-
-// A game with a deep queue, drawn alone until headroom control and rescue are on.
-void warmUp() {
-    constexpr int kFramesToRate = 160;
-    constexpr int kBusyFrames = 40;
-    SetProperty("vendor.perf.phr.enable", "1");
-    SetProperty("vendor.rdxe.enable.target_fps", "true");
-    SetProperty("debug.vendor.perf.smart_touch", "1");
-    PerfService::addGame(kPackage, 1);
-    EXPLORE_CHECK(corvaneInit(0, 0), "the library is off");
-    corvaneSetVsyncPeriod(kPeriod);
-    PerfService::push(kHeadroomRates, kPackage, 0, 0, {0, 50, 0, 120});
-    PerfService::push(kFrameRescue, std::string(kPackage) + ":golden=0.8", 0, 0, {1});
-    for (int i = 0; i < kFramesToRate + kBusyFrames; ++i) {
-        const int64_t next = Simulation::now() + kPeriod;
-        composite(i < kFramesToRate ? 0 : 2);
-        Simulation::sleepFor(kMs);
-        queueFrame();
-        Simulation::sleepUntil(next);
-    }
-    const auto state = PHRMonitor::getInstance()->getLayerState(kLayer);
-    EXPLORE_CHECK(state != nullptr && state->mQuickTouchActive, "headroom control is off");
-}
 
 enum class Change { kPacing, kNoHeadroom, kNoRescue };
 
@@ -120,7 +70,7 @@ void doAct(Act act) {
 }  // namespace
 
 void switching() {
-    warmUp();
+    game::warmUp();
     Simulation::restartSchedule();
     const int64_t begin = Simulation::now() + kPeriod;
     const Act act =
@@ -132,13 +82,13 @@ void switching() {
     auto queueing = [&] {
         for (int i = 0; i < 3; ++i) {
             Simulation::sleepUntil(begin + i * kPeriod + drawOne<int64_t>({0, kMs}));
-            calls.push_back(queueFrame());
+            calls.push_back(game::queueFrame());
         }
     };
     auto compositing = [&] {
         for (int i = 0; i < 3; ++i) {
             Simulation::sleepUntil(begin + i * kPeriod);
-            composite(2);
+            game::composite(2);
         }
     };
     auto configuring = [&] {
@@ -169,10 +119,7 @@ void switching() {
                       static_cast<long long>(call.end - begin),
                       static_cast<long long>(actTime - begin));
     }
-    const int64_t stopTime = Simulation::now();
-    LayerManager::getInstance()->stop();
-    delete android::PerfProxy::getInstance();
-    EXPLORE_CHECK(Simulation::now() == stopTime, "the library stopped late");
+    game::stop();
 }
 
 }  // namespace corvane::explore
