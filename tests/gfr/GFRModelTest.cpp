@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <list>
 #include <map>
 #include <string>
 #include <string_view>
@@ -39,47 +38,28 @@ nsecs_t times(float factor, nsecs_t ns) {
 }
 
 struct Layer {
+    int id;
     std::string name;
     GfrTunables tune{};
-    bool active = false;
-    bool boosted = false;
+    bool active = false, boosted = false;
     float fps = 0;
-    nsecs_t period = -1;
     std::vector<nsecs_t> due{};  // after queue end, by level
-    nsecs_t golden = 0;
-    nsecs_t resend = 0;
-    nsecs_t shortest = 0;  // delay of an adjusted first check
-    nsecs_t begin = 0;
-    nsecs_t end = 0;
-    nsecs_t frameTime = 0;
-    nsecs_t previousFrameTime = 0;
-    nsecs_t headroom = 0;
-    nsecs_t deadline = 0;
-    nsecs_t adjusted = 0;
-    int check = 0;  // pending; 0: none
+    nsecs_t period = -1, golden = 0, resend = 0;
+    nsecs_t begin = 0, end = 0, frameTime = 0, headroom = 0, deadline = 0;
+    nsecs_t shortest = 0, adjusted = 0;  // delays of the first check
+    nsecs_t checkAt = kNever;
+    int level = 0;  // of that check
     int lastBoost = 0;
-    std::list<bool> drops{};  // newest first
+    std::string drops{};  // a digit for each frame, newest first
 
-    int base(int level) const {
-        return level < static_cast<int>(tune.baseFreq.size())
-                       ? tune.baseFreq[static_cast<size_t>(level)]
-                       : 0;
+    int base(int of) const {
+        return of < static_cast<int>(tune.baseFreq.size()) ? *(tune.baseFreq.begin() + of) : 0;
     }
-    int top() const { return tune.baseFreq.empty() ? 3000 : std::min(tune.baseFreq.back(), 3000); }
     int levels() const { return static_cast<int>(due.size()); }
-    int dropsAmong(int frames) const {
-        int count = 0;
-        for (bool dropped : drops) count += frames-- > 0 && dropped;
-        return count;
+    int dropsAmong(size_t frames) const {
+        const std::string newest = drops.substr(0, frames);
+        return static_cast<int>(std::count(newest.begin(), newest.end(), '1'));
     }
-};
-
-struct Check {
-    int id;
-    nsecs_t when;
-    int layer;
-    int level;
-    nsecs_t frame;
 };
 
 class Model {
@@ -87,138 +67,131 @@ class Model {
     void init() {
         if (isRunning) return;
         isRunning = true;
-        logs.push_back("GFRMonitor thread started");
+        log("GFRMonitor thread started");
     }
 
     void stop() {
         if (!isRunning) return;
         isRunning = false;
         layers.clear();
-        checks.clear();
-        logs.push_back("GFRMonitor thread exited");
-        logs.push_back("GFRMonitor stopped");
+        mOrphans.clear();
+        log("GFRMonitor thread exited");
+        log("GFRMonitor stopped");
     }
 
     void registerLayer(int id, const std::string& name) {
-        Layer layer{name};
+        if (Layer* old = find(id); old && old->checkAt < kNever) {
+            mOrphans[old->checkAt] = {id, old->begin};
+        }
+        layers.erase(id);
+        Layer& layer = layers.insert({id, {id, name}}).first->second;
         update(layer, 0, false);
-        const GfrTunables& t = layer.tune;
-        logs.push_back(
-                formatted("GFR Layer %d (%s): dynamic=%s allowSkipOrLower=%s golden=%.2fvsync "
-                          "K=%.2f baseFreq=500;800;3000",
-                          id, name.c_str(), "false", "false", t.golden, t.kFactor));
-        layers[id] = layer;
+        log("GFR Layer %d (%s): dynamic=false allowSkipOrLower=false golden=0.60vsync K=1.00 "
+            "baseFreq=500;800;3000",
+            id, name.c_str());
     }
 
     void unregisterLayer(int id) {
-        if (layers.count(id) != 0) cancel(layers[id]);
         layers.erase(id);
-        logs.push_back(formatted("GFR: Unregistered layer %d", id));
+        log("GFR: Unregistered layer %d", id);
     }
 
-    void setActive(int id, bool active) {
-        if (layers.count(id) == 0) return;
-        layers[id].active = active;
-        if (!active) cancel(layers[id]);
-        logs.push_back(formatted("Layer %d %s GFR", id, active ? "enable" : "disable"));
+    void setActive(Layer& layer, bool active) {
+        layer.active = active;
+        if (!active) layer.checkAt = kNever;
+        log("Layer %d %s GFR", layer.id, active ? "enable" : "disable");
     }
 
-    void tune(int id, const GfrTunables& t) {
-        if (layers.count(id) == 0) return;
-        Layer& layer = layers[id];
+    void tune(Layer& layer, const GfrTunables& t) {
         layer.tune = t;
         update(layer, layer.fps, true);
-        logs.push_back(
-                formatted("updateLayerTunables layer %d: dynamic=%d lowerBoost=%d "
-                          "golden=%.2fvsync K=%.2f baseFreq=%d;%d;%d",
-                          id, t.dynamic, t.lowerBoost, t.golden, t.kFactor, layer.base(0),
-                          layer.base(1), layer.base(2)));
+        log("updateLayerTunables layer %d: dynamic=%d lowerBoost=%d golden=%.2fvsync K=%.2f "
+            "baseFreq=%d;%d;%d",
+            layer.id, t.dynamic, t.lowerBoost, t.golden, t.kFactor, layer.base(0), layer.base(1),
+            layer.base(2));
     }
 
-    void begin(int id, nsecs_t time, nsecs_t frameTime, nsecs_t headroom) {
-        if (layers.count(id) == 0 || !layers[id].active) return;
-        Layer& layer = layers[id];
-        if (layer.check != 0) traces.push_back("frame finish, [" + layer.name + "]");
-        cancel(layer);
+    void begin(Layer& layer, nsecs_t time, nsecs_t frameTime, nsecs_t headroom) {
+        if (layer.checkAt < kNever) trace("frame finish, [%s]", layer.name.c_str());
+        layer.checkAt = kNever;
         layer.begin = time;
-        layer.frameTime = frameTime;
         layer.headroom = headroom;
-        traces.push_back(formatted("frameTime = %ld, frameHeadroom = %ld, jankHeadroom = %ld, [%s]",
-                                   frameTime, vsync - frameTime, headroom, layer.name.c_str()));
+        trace("frameTime = %ld, frameHeadroom = %ld, jankHeadroom = %ld, [%s]", frameTime,
+              vsync - frameTime, headroom, layer.name.c_str());
         update(layer, 0, false);
         layer.deadline = vsync + headroom + time;
         layer.adjusted = 0;
         const bool isResent = layer.tune.flag / 2 % 2 == 1 &&
-                              std::abs(frameTime - layer.previousFrameTime) > layer.resend;
-        if (layer.boosted || isResent) hint(0, frameTime, id, 0);
+                              std::abs(frameTime - layer.frameTime) > layer.resend;
+        if (layer.boosted || isResent) hint(0, frameTime, layer.id, 0);
         layer.boosted = false;
-        layer.previousFrameTime = frameTime;
+        layer.frameTime = frameTime;
     }
 
-    void end(int id, nsecs_t time, float fps) {
-        if (layers.count(id) == 0 || !layers[id].active) return;
-        Layer& layer = layers[id];
+    void end(Layer& layer, nsecs_t time, float fps) {
         layer.end = time;
         if (layer.tune.jankThresholds.empty()) return;
         if (std::fabs(layer.fps - fps) > 0.01f) update(layer, fps, false);
         if (layer.tune.dynamic && !layer.due.empty()) {
-            const nsecs_t left = layer.deadline - (layer.due[0] + time);
-            layer.adjusted = 0;
-            if (left < layer.golden) {
-                layer.adjusted = std::max(layer.deadline - time - layer.golden, layer.shortest);
-            }
+            const bool isLate = layer.deadline - (layer.due[0] + time) < layer.golden;
+            const nsecs_t delay = layer.deadline - time - layer.golden;
+            layer.adjusted = isLate ? std::max(delay, layer.shortest) : 0;
         }
-        schedule(id, 0);
+        schedule(layer, 0);
     }
 
-    void drop(int id, int count) {
-        if (layers.count(id) == 0) return;
-        auto& drops = layers[id].drops;
+    void drop(Layer& layer, int count) {
         if (count >= 10) {
-            drops.clear();
-            traces.push_back(
-                    formatted("[FrameDrop] Extreme drop detected (%d frames), reset window",
-                              count));
-            return;
+            layer.drops.clear();
+            return trace("[FrameDrop] Extreme drop detected (%d frames), reset window", count);
         }
-        drops.push_front(false);
-        while (static_cast<int>(drops.size()) < count) drops.push_back(false);
-        std::fill_n(drops.begin(), count, true);
-        const Layer& layer = layers[id];
-        traces.push_back(
-                formatted("[FrameDrop] drops64=%d/64, drops32=%d/32, drops16=%d/16, "
-                          "current=%d frames",
-                          layer.dropsAmong(64), layer.dropsAmong(32), layer.dropsAmong(16), count));
+        const auto bits = static_cast<size_t>(count);
+        layer.drops.insert(0, "0").replace(0, bits, std::string(bits, '1'));
+        trace("[FrameDrop] drops64=%d/64, drops32=%d/32, drops16=%d/16, current=%d frames",
+              layer.dropsAmong(64), layer.dropsAmong(32), layer.dropsAmong(16), count);
     }
 
     nsecs_t nextCheck() const {
-        nsecs_t when = kNever;
-        for (const Check& check : checks) when = std::min(when, check.when);
+        nsecs_t when = mOrphans.empty() ? kNever : mOrphans.begin()->first;
+        for (const auto& [id, layer] : layers) when = std::min(when, layer.checkAt);
         return when;
     }
 
     void runUntil(nsecs_t time) {
         while (nextCheck() <= time) {
             now = nextCheck();
-            const auto next = std::find_if(checks.begin(), checks.end(),
-                                           [this](const Check& c) { return c.when == now; });
-            const Check check = *next;
-            checks.erase(next);
-            run(check);
+            if (!mOrphans.empty() && mOrphans.begin()->first == now) {
+                const auto [id, frame] = mOrphans.begin()->second;
+                mOrphans.erase(now);
+                const Layer* layer = find(id);
+                const bool isNewFrame = layer != nullptr && layer->begin != frame;
+                if (isNewFrame) trace("frame finish, [%s]", layer->name.c_str());
+            }
+            for (auto& [id, layer] : layers) {
+                if (layer.checkAt == now) check(layer);
+            }
         }
         now = time;
     }
+
+    Layer* find(int id) { return layers.count(id) == 0 ? nullptr : &layers.at(id); }
 
     nsecs_t now = 0;
     nsecs_t vsync = -1;
     bool isRunning = false;
     std::map<int, Layer> layers;
-    std::list<Check> checks;
-    std::vector<std::string> hints;
-    std::vector<std::string> logs;
-    std::vector<std::string> traces;
+    std::vector<std::string> hints, logs, traces;
 
   private:
+    template <typename... Args>
+    void log(const char* format, Args... args) {
+        logs.push_back(formatted(format, args...));
+    }
+    template <typename... Args>
+    void trace(const char* format, Args... args) {
+        traces.push_back(formatted(format, args...));
+    }
+
     void update(Layer& layer, float fps, bool force) const {
         const nsecs_t period = fps > 0.01f ? static_cast<nsecs_t>(1e9f / fps) : vsync;
         if (!force && (period < 1 || period == layer.period)) return;
@@ -233,55 +206,37 @@ class Model {
         }
     }
 
-    void cancel(Layer& layer) {
-        checks.remove_if([&](const Check& check) { return check.id == layer.check; });
-        layer.check = 0;
-    }
-
-    void schedule(int id, int level) {
-        Layer& layer = layers[id];
+    void schedule(Layer& layer, int level) {
         // Without a period there is no time to check at.
         if (level >= layer.levels() || layer.period < 1) return;
-        const size_t index = static_cast<size_t>(level);
-        nsecs_t when = 0;
-        if (level > 0) {
-            when = now + layer.due[index] - layer.due[index - 1];
-        } else if (layer.adjusted > 0) {
+        const auto due = layer.due.begin() + level;
+        nsecs_t when = level > 0 ? now + due[0] - due[-1] : layer.end + due[0];
+        if (level == 0 && layer.adjusted > 0) {
             when = layer.end + layer.adjusted;
-            traces.push_back(
-                    formatted("[GFR2.0] L0 timer adjusted: delayTime=%ldns", layer.adjusted));
-        } else {
-            when = layer.end + layer.due[0];
+            trace("[GFR2.0] L0 timer adjusted: delayTime=%ldns", layer.adjusted);
         }
         if (!isRunning) return;
-        cancel(layer);  // of a buffer whose end was told before
-        layer.check = ++mLastCheck;
-        checks.push_back({mLastCheck, std::max(when, now), id, level, layer.begin});
+        layer.checkAt = std::max(when, now);
+        layer.level = level;
     }
 
-    void run(const Check& check) {
-        if (layers.count(check.layer) == 0) return;
-        Layer& layer = layers[check.layer];
-        if (layer.begin != check.frame) {
-            traces.push_back("frame finish, [" + layer.name + "]");
-            return;
-        }
-        if (!layer.active || layer.check != check.id) return;
-        int freq = layer.base(check.level);
-        if (layer.tune.dynamic) freq = layer.lastBoost = boost(layer, check.level);
+    void check(Layer& layer) {
+        const int level = layer.level;
+        int freq = layer.base(level);
+        if (layer.tune.dynamic) freq = layer.lastBoost = boost(layer, level);
         layer.boosted = true;
-        hint(check.level + 1, layer.headroom, check.layer, freq);
-        layer.check = 0;
-        schedule(check.layer, check.level + 1);
+        hint(level + 1, layer.headroom, layer.id, freq);
+        layer.checkAt = kNever;
+        schedule(layer, level + 1);
     }
 
     int boost(const Layer& layer, int level) {
         const int base = layer.base(level);
         if (level >= layer.levels()) {
-            traces.push_back(formatted("[GFR2.0] Invalid level: %d", level));
+            trace("[GFR2.0] Invalid level: %d", level);
             return base;
         }
-        int flags = level == 0 && layer.adjusted > 0 ? 0x010 : 0;
+        unsigned flags = level == 0 && layer.adjusted > 0 ? 0x010 : 0;
         const nsecs_t left = layer.deadline - now;
         int freq = base;
         if (level + 1 == layer.levels()) {
@@ -292,18 +247,17 @@ class Model {
         } else {
             freq = estimate(layer, left, base, flags);
         }
-        traces.push_back(
-                formatted("[GFR2.0] L%d: ttd=%ldns base=%d MHz final_freq=%d MHz flags=0x%03x",
-                          level, left, base, freq, static_cast<unsigned>(flags)));
+        trace("[GFR2.0] L%d: ttd=%ldns base=%d MHz final_freq=%d MHz flags=0x%03x", level, left,
+              base, freq, flags);
         return freq;
     }
 
-    int estimate(const Layer& layer, nsecs_t left, int base, int& flags) {
+    int estimate(const Layer& layer, nsecs_t left, int base, unsigned& flags) {
         const nsecs_t golden = layer.golden;
         int freq = base;
         if (golden <= 0 || layer.period <= 0) {
             flags += 0x800;
-            logs.push_back("[GFR2.0] Invalid golden threshold or targetFrameTime, using base freq");
+            log("[GFR2.0] Invalid golden threshold or targetFrameTime, using base freq");
         } else if (left <= 2 * golden) {
             const float used = static_cast<float>(2 * golden - left);
             const float gain = layer.tune.kFactor * used / static_cast<float>(golden) + 1.0f;
@@ -318,25 +272,22 @@ class Model {
             flags += reasons == 2 ? 0x040 : 0x020;
             freq += static_cast<int>(std::floor(freq / (reasons == 2 ? 2.0 : 4.0)));
         }
-        if (freq < 100) {
-            flags += 0x080;
-            freq = 0;
-        }
-        if (freq > layer.top()) {
-            flags += 0x100;
-            freq = layer.top();
-        }
-        return freq;
+        const auto& freqs = layer.tune.baseFreq;
+        const int top = freqs.empty() ? 3'000 : std::min(freqs.back(), 3'000);
+        if (freq < 100) flags += 0x080;
+        if (freq < 100) freq = 0;
+        if (freq > top) flags += 0x100;
+        return std::min(freq, top);
     }
 
     void hint(int level, nsecs_t ns, int id, int freq) {
         const int low = static_cast<int>(ns);  // 32 bits go to the device
         hints.push_back(formatted("%d %d %d at %ld", level, low, freq, now));
-        traces.push_back(formatted("[GFR_BOOST] GFR_IOCTL bl=%d hr=%d bf=%d, [id: %d]", level, low,
-                                   freq, id));
+        trace("[GFR_BOOST] GFR_IOCTL bl=%d hr=%d bf=%d, [id: %d]", level, low, freq, id);
     }
 
-    int mLastCheck = 0;
+    // Checks of records that were replaced, by when: their layers and frames.
+    std::map<nsecs_t, std::pair<int, nsecs_t>> mOrphans;
 };
 
 GfrTunables someTunables(RandomSteps& steps) {
@@ -351,10 +302,8 @@ GfrTunables someTunables(RandomSteps& steps) {
     t.dynamic = !steps.oneIn(4);
     t.lowerBoost = steps.oneIn(3);
     t.histJank = steps.oneIn(2);
-    const float goldens[] = {0.0f, 0.25f, 0.5f, 0.6f, 0.6f, 1.0f};
-    t.golden = steps.pick(goldens);
-    const float factors[] = {0.5f, 1.0f, 1.0f, 2.0f, 5.0f, -1.0f};
-    t.kFactor = steps.pick(factors);
+    t.golden = steps.pick(std::vector{0.0f, 0.25f, 0.5f, 0.6f, 0.6f, 1.0f});
+    t.kFactor = steps.pick(std::vector{0.5f, 1.0f, 1.0f, 2.0f, 5.0f, -1.0f});
     return t;
 }
 
@@ -368,89 +317,70 @@ nsecs_t someHeadroom(RandomSteps& steps, const Layer& layer, nsecs_t vsync) {
 
 void act(RandomSteps& steps, GFRMonitor& monitor, Model& model) {
     const int id = static_cast<int>(7 + steps.below(2));
-    const bool isKnown = model.layers.count(id) != 0;
+    Layer* const layer = model.find(id);
+    const Layer is = layer != nullptr ? *layer : Layer{id, ""};
     const nsecs_t now = Simulation::now();
-    // Each as often as it stands here; the first five are all that a layer takes that is not
+    // Each as often as it stands here; the first five are all that a layer mostly takes that is not
     // active.
     constexpr std::string_view kActs = "praasttddbbbbeee";
-    const bool isActive = isKnown && model.layers[id].active;
-    switch (kActs[static_cast<size_t>(steps.below(isActive ? 16 : 5))]) {
-        case 'p': {
-            const nsecs_t periods[] = {10 * kMs, 10 * kMs, 16 * kMs, 25 * kMs, 8'333'333, 0, -1};
-            model.vsync = steps.pick(periods);
-            steps.tell("period", model.vsync);
+    const char kind = kActs[static_cast<size_t>(steps.below(is.active || steps.oneIn(9) ? 16 : 5))];
+    const GfrTunables t = someTunables(steps);
+    const int drops = static_cast<int>(steps.below(steps.oneIn(3) ? 12 : 2));
+    const bool isSeldom = steps.oneIn(4);
+    const nsecs_t frameTime =
+            steps.pick(std::vector<nsecs_t>{4 * kMs, 5'000 * kMs, steps.below(20 * kMs),
+                                            is.frameTime + is.resend + steps.below(2),
+                                            is.frameTime - is.resend - steps.below(2)});
+    const nsecs_t headroom = someHeadroom(steps, is, model.vsync);
+    const float fps =
+            steps.pick(std::vector{0.f, 0.f, 0.f, 40.f, 40.008f, 40.012f, 50.f, .01f, .02f});
+    // Also a frame with the identity of one before, perhaps of a record that was replaced.
+    const nsecs_t begin = steps.oneIn(is.begin == 0 ? 2 : 16) ? is.begin : now;
+    const nsecs_t end = now - (steps.oneIn(3) ? steps.below(20 * kMs) : 0);
+    steps.tell("act", kind, id, isSeldom, drops, begin, frameTime, headroom, end, fps);
+    switch (kind) {
+        case 'p':
+            model.vsync = steps.pick(std::vector<nsecs_t>{10 * kMs, 10 * kMs, 16 * kMs, 25 * kMs,
+                                                          8'333'333, 1, 0, -1});
             return monitor.setVsyncInfo(model.vsync, 60);
-        }
         case 'r': {
-            const bool isReplaced = !isKnown || steps.oneIn(2);
+            if (layer != nullptr && steps.oneIn(2)) {
+                model.unregisterLayer(id);
+                return monitor.unregisterLayer(id);
+            }
             const std::string name = "Game %n%s " + std::to_string(now);
-            steps.tell(isReplaced ? "register" : "unregister", id);
-            isReplaced ? model.registerLayer(id, name) : model.unregisterLayer(id);
-            return isReplaced ? monitor.registerLayer(id, name, "com.example.game")
-                              : monitor.unregisterLayer(id);
+            model.registerLayer(id, name);
+            return monitor.registerLayer(id, name, "com.example.game");
         }
-        case 'a': {
-            const bool active = !steps.oneIn(4);
-            steps.tell("active", id, active);
-            model.setActive(id, active);
-            return monitor.setGFRActive(id, active);
-        }
-        case 's': {
+        case 'a':
+            if (layer != nullptr) model.setActive(*layer, !isSeldom);
+            return monitor.setGFRActive(id, !isSeldom);
+        case 's':
             if (model.isRunning && !steps.oneIn(8)) return;
-            steps.tell(model.isRunning ? "stop" : "init");
-            for (int times = steps.oneIn(2) ? 1 : 2; times > 0; --times) {
+            for (int times = isSeldom ? 2 : 1; times > 0; --times) {
                 model.isRunning ? monitor.forceStop() : void(monitor.init());
             }
             return model.isRunning ? model.stop() : model.init();
-        }
-        case 't': {
-            const GfrTunables t = someTunables(steps);
-            steps.tell("tunables", id, t.jankThresholds, t.baseFreq, t.dynamic, t.golden, t.flag);
-            model.tune(id, t);
+        case 't':
+            steps.tell("to", t.jankThresholds, t.baseFreq, t.dynamic, t.golden, t.flag);
+            if (layer != nullptr) model.tune(*layer, t);
             return monitor.updateLayerTunables(id, t);
-        }
-        case 'd': {
-            const int drops = static_cast<int>(steps.below(steps.oneIn(3) ? 12 : 2));
-            steps.tell("drops", id, drops);
+        case 'd':
             // Sometimes behind frames on time that move older drops to where they count less.
-            for (int64_t left = steps.oneIn(3) ? 1 + steps.below(40) : 1; left > 0; --left) {
-                model.drop(id, left > 1 ? 0 : drops);
+            for (int64_t left = isSeldom ? 1 + steps.below(40) : 1; left > 0; --left) {
+                if (layer != nullptr) model.drop(*layer, left > 1 ? 0 : drops);
                 monitor.updateFrameDropWindow(id, left > 1 ? 0 : drops);
             }
             return;
-        }
-        case 'b': {
-            const Layer& layer = model.layers[id];
-            const nsecs_t frameTimes[] = {4 * kMs, 5'000 * kMs, steps.below(20 * kMs),
-                                          layer.previousFrameTime + layer.resend + steps.below(2),
-                                          layer.previousFrameTime - layer.resend - steps.below(2)};
-            const nsecs_t frameTime = steps.pick(frameTimes);
-            const nsecs_t headroom = someHeadroom(steps, layer, model.vsync);
-            const nsecs_t time = steps.oneIn(16) ? layer.begin : now;
-            steps.tell("begin", id, time, frameTime, headroom);
-            model.begin(id, time, frameTime, headroom);
-            monitor.onQueueBegin(id, time, frameTime, headroom);
-            if (steps.oneIn(4)) return;
+        case 'b':
+            if (is.active) model.begin(*layer, begin, frameTime, headroom);
+            monitor.onQueueBegin(id, begin, frameTime, headroom);
+            if (isSeldom) return;
             [[fallthrough]];
-        }
-        default: {
-            const float rates[] = {0, 0, 0, 40, 40.008f, 40.012f, 50, 0.01f, 0.02f};
-            const float fps = steps.pick(rates);
-            const nsecs_t time = now - (steps.oneIn(3) ? steps.below(20 * kMs) : 0);
-            steps.tell("end", id, time, fps);
-            model.end(id, time, fps);
-            return monitor.onQueueEnd(id, time, fps);
-        }
+        default:
+            if (is.active) model.end(*layer, end, fps);
+            return monitor.onQueueEnd(id, end, fps);
     }
-}
-
-std::vector<std::string> hintsSent() {
-    std::vector<std::string> hints;
-    for (const auto& request : BoostDevice::requests()) {
-        hints.push_back(formatted("%d %d %d at %ld", request.level, request.headroomNs,
-                                  request.freqMHz, request.timeNs));
-    }
-    return hints;
 }
 
 void followTheModel(RandomSteps& steps) {
@@ -478,18 +408,23 @@ void followTheModel(RandomSteps& steps) {
             act(steps, monitor, model);
             simulation.settle();
             model.runUntil(Simulation::now());
-            steps.expectEq(model.hints, hintsSent(), "the hints");
+            std::vector<std::string> hints;
+            for (const auto& sent : BoostDevice::requests()) {
+                hints.push_back(formatted("%d %d %d at %ld", sent.level, sent.headroomNs,
+                                          sent.freqMHz, sent.timeNs));
+            }
+            steps.expectEq(model.hints, hints, "the hints");
             steps.expectEq(model.nextCheck() == kNever ? -1 : model.nextCheck(),
                            Simulation::nextDeadline(), "the next check");
-            std::vector<std::string> lines;
-            for (const auto& line : log.lines()) {
-                if (line.tag == "Corvane.GFRMonitor") lines.push_back(line.text);
-            }
-            steps.expectEq(model.logs, lines, "the log");
         }
         monitor.forceStop();
     });
-    std::vector<std::string> traces;
+    model.stop();
+    std::vector<std::string> lines, traces;
+    for (const auto& line : log.lines()) {
+        if (line.tag == "Corvane.GFRMonitor") lines.push_back(line.text);
+    }
+    steps.expectEq(model.logs, lines, "the log");
     for (const std::string& event : events) {
         if (event.rfind("B|", 0) == 0) traces.push_back(event.substr(2));
     }
