@@ -4,6 +4,8 @@
 // Headroom control and pacing with their threads, against a plain account of what each call, vsync
 // and wake-up is to do. Periods and rates are such that single precision holds every product.
 
+#include <android-base/properties.h>
+
 #include <algorithm>
 #include <deque>
 #include <limits>
@@ -18,16 +20,25 @@
 
 #include "RandomSteps.h"
 #include "TracedEvents.h"
-#include "phr/MonitorFixture.h"
+#include "corvane/host/LogCapture.h"
+#include "corvane/host/PerfService.h"
+#include "corvane/host/Simulation.h"
+#include "features/FeatureManager.h"
+#include "perf/PerfProxy.h"
+#include "phr/PHRMonitor.h"
 
 namespace android {
 namespace {
 
+using corvane::host::Simulation;
+
+constexpr nsecs_t kMs = 1'000'000;
+constexpr nsecs_t kPeriod = 16 * kMs;
+constexpr nsecs_t kStart = 1'000'000 * kMs;
 constexpr nsecs_t kNever = std::numeric_limits<nsecs_t>::max();
 
 struct Config {
-    bool isAdaptive;
-    bool compensates;
+    bool isAdaptive, compensates;
     int rampFrames;
 };
 
@@ -47,191 +58,188 @@ struct Layer {
     float target = 0, rampFps = 0, rampStep = 0;
     nsecs_t count = 0, interval = -1, base = -1, due = -1;
     bool gone = false;
-
-    // The thread that queues, of which there is one at a time.
-    enum { IDLE, HELD, DELAYED, PACED, WOKEN } thread = IDLE;
-    bool wasHeld = false;  // of a woken one
-    int call = 0;
-    nsecs_t until = 0;
-    nsecs_t heldHeadroom = 0, heldLatch = 0;
-
-    bool waits() const { return thread == HELD || thread == DELAYED; }
+    int calls = 0;  // that have not returned
 };
 using LayerPtr = std::shared_ptr<Layer>;
 
+// Its operations have the monitor's names, so that a step can take both.
 class Model {
   public:
     explicit Model(const Config& config) : mConfig(config) {}
 
-    LayerPtr find(int id) const {
-        const auto it = layers.find(id);
-        return it == layers.end() ? nullptr : it->second;
-    }
+    LayerPtr find(int id) const { return layers.count(id) == 0 ? nullptr : layers.at(id); }
 
-    void registerLayer(int id, const std::string& name, int low, int high) {
-        layers[id] = std::make_shared<Layer>(Layer{id, name, {low, high}});
-        derive(*layers[id]);
+    void registerLayer(int id, const std::string& name, float low, float high) {
+        layers[id] = std::make_shared<Layer>(Layer{id, name, {}});
+        updateHeadRoom(id, low, high);
     }
 
     void unregisterLayer(int id) {
         if (focus == id) focus = -1;
-        if (!find(id)) return;
-        detach(find(id));
+        const LayerPtr layer = find(id);
+        if (!layer) return;
+        detach(layer);
         layers.erase(id);
-        logs.push_back(formatted("Layer %d destroyed", id));
+        log("Layer %d destroyed", id);
     }
 
-    void setVsync(nsecs_t newPeriod, int newFps) {
+    void setVsyncInfo(nsecs_t newPeriod, int newFps) {
         if (newPeriod == period) return;
         period = newPeriod;
         fps = newFps;
-        for (const auto& [id, layer] : layers) derive(*layer);
+        for (const auto& [id, layer] : layers) updateHeadRoom(id, -1, -1);
     }
 
-    void setRates(int id, int low, int high) {
+    void updateHeadRoom(int id, float low, float high) {
         const LayerPtr layer = find(id);
         if (!layer) return;
-        if (low >= 0) layer->rates[0] = low;
-        if (high >= 0) layer->rates[1] = high;
-        derive(*layer);
+        if (low >= 0) layer->rates[0] = static_cast<int>(low * 8);
+        if (high >= 0) layer->rates[1] = static_cast<int>(high * 8);
+        if (period < 1 || rate(*layer) == 0) return;
+        nsecs_t headroom = rate(*layer) * period / 8;
+        const nsecs_t past = headroom % period;
+        if (past < 1'500'000) {
+            headroom += 1'500'000 - past;
+        } else if (period - past < 1'500'000) {
+            headroom += period - past - 1'500'000;
+        }
+        layer->preset = layer->headroom = headroom;
+        layer->max = std::max(headroom, period * (isFast() ? 18 : 9) / 10);
+        log("Layer %d set headroom: %ld", id, headroom);
     }
 
-    void setQuick(int id, bool on) {
+    void setQuickTouchStatus(int id, bool on) {
         const LayerPtr layer = find(id);
         if ((focus != -1 && focus != id) || !layer || layer->quick == on) return;
         layer->quick = on;
         focus = on ? id : -1;
         if (on && mConfig.isAdaptive) reset(*layer);
         const char* what = on ? "enable PHR" : "disable PHR";
-        traces.push_back(std::string("B|") + what);
-        logs.push_back(formatted("Layer %d: %s", id, what));
+        trace("B|%s", what);
+        log("Layer %d: %s", id, what);
     }
 
-    void unblock(int id) {
+    void unblockBuffer(int id) {
         const LayerPtr layer = find(id);
         if (!layer) return;
         layer->unblocked = true;
         if (!layer->hasPending) layer->dropWait = 1;
-        if (!layer->waits()) return;
-        wake(layer);
-        traces.push_back("B|unblockBuffer");
+        if (wake(layer)) trace("B|unblockBuffer");
     }
 
-    void setTarget(int id, bool on, float current, float target) {
-        const LayerPtr found = find(id);
-        if (!found || (found->paced == on && found->target == target)) return;
-        Layer& layer = *found;
-        layer.target = target;
+    void setTargetFpsStatus(int id, bool on, float current, float target) {
+        const LayerPtr layer = find(id);
+        if (!layer || (layer->paced == on && layer->target == target)) return;
         if (!on) {
-            traces.push_back("B|disable target fps");
-            logs.push_back(formatted("Layer %d: disable target fps", id));
+            trace("B|disable target fps");
+            log("Layer %d: disable target fps", id);
         } else {
-            if (mConfig.rampFrames < 1) {
-                layer.interval = static_cast<nsecs_t>(1e9f / target);
-            } else {
-                layer.rampFps = current;
-                layer.ramp = true;
-                layer.due = std::max(layer.lastQueue, layer.lastPace);
-                layer.rampStep = (current - target) / static_cast<float>(mConfig.rampFrames);
-            }
-            traces.push_back(formatted("B|enable target fps: %f", static_cast<double>(target)));
-            logs.push_back(
-                    formatted("Layer %d: enable target fps: %f", id, static_cast<double>(target)));
+            layer->interval = static_cast<nsecs_t>(1e9f / target);
+            layer->rampFps = current;
+            layer->ramp |= mConfig.rampFrames >= 1;
+            layer->due = std::max(layer->lastQueue, layer->lastPace);
+            layer->rampStep = (current - target) / static_cast<float>(mConfig.rampFrames);
+            trace("B|enable target fps: %f", static_cast<double>(target));
+            log("Layer %d: enable target fps: %f", id, static_cast<double>(target));
         }
-        layer.base = -1;
-        layer.count = 0;
-        layer.paced = on;
+        layer->target = target;
+        layer->base = -1;
+        layer->count = 0;
+        layer->paced = on;
     }
 
-    void vsync() {
+    void onVsync(nsecs_t) {
         const LayerPtr layer = find(focus);
         if (!layer) return;
         layer->sinceVsync = 0;
-        traces.push_back("B|onVsync");
+        trace("B|onVsync");
         mSignalled = now;
         serve();
     }
 
-    void latch(int id, int pendingCount, nsecs_t time) {
-        const LayerPtr found = find(id);
-        if ((focus != -1 && focus != id) || !found || found->paced || period < 1) return;
-        Layer& layer = *found;
-        layer.busy = pendingCount < 1 ? 0 : layer.busy + 1;
-        if (!layer.quick && layer.busy >= 31 && rate(layer) != 0) setQuick(id, true);
-        if (layer.quick) {
-            layer.pending = pendingCount;
-            layer.hasPending = pendingCount > 0;
-            if (fps == 60 && layer.dropWait >= 1) {
-                const bool isOver = pendingCount < 1 || layer.dropWait > 29;
-                layer.dropWait = isOver ? -1 : layer.dropWait + 1;
+    void onBufferDecrement(int id, int pendingCount, nsecs_t time) {
+        const LayerPtr layer = find(id);
+        if ((focus != -1 && focus != id) || !layer || layer->paced || period < 1) return;
+        layer->busy = pendingCount < 1 ? 0 : layer->busy + 1;
+        if (!layer->quick && layer->busy >= 31 && rate(*layer) != 0) setQuickTouchStatus(id, true);
+        if (layer->quick) {
+            layer->pending = pendingCount;
+            layer->hasPending = pendingCount > 0;
+            if (fps == 60 && layer->dropWait >= 1) {
+                const bool isOver = pendingCount < 1 || layer->dropWait > 29;
+                layer->dropWait = isOver ? -1 : layer->dropWait + 1;
             }
         }
-        const nsecs_t gap = time - layer.lastLatch;
-        layer.lastLatch = time;
+        const nsecs_t gap = time - layer->lastLatch;
+        layer->lastLatch = time;
         if (2 * gap < 3 * period) return;
-        layer.lastJank = time;
-        if (layer.janks.size() > 4 && time - layer.janks.front() <= 14'999'999'999) {
-            layer.janks.clear();
-            setQuick(id, false);
-            logs.push_back("Disable QuickTouch due to jank");
-            return;
+        layer->lastJank = time;
+        auto& janks = layer->janks;
+        if (janks.size() > 4 && time - janks.front() <= 14'999'999'999) {
+            janks.clear();
+            setQuickTouchStatus(id, false);
+            return log("Disable QuickTouch due to jank");
         }
-        if (layer.janks.size() > 4) layer.janks.pop_front();
-        layer.janks.push_back(time);
+        if (janks.size() > 4) janks.pop_front();
+        janks.push_back(time);
     }
 
-    void queue(int id, nsecs_t frameTime, bool instant, int call) {
+    void onBufferIncrement(int id, nsecs_t frameTime, nsecs_t time, bool instant, int call) {
         const LayerPtr layer = find(id);
-        if (!layer) return done(call);
-        layer->call = call;
+        if (!layer) return returned.push_back(formatted("%d at %ld", call, now));
+        ++layer->calls;
         if (layer->quick && period >= 1) {
             mConfig.isAdaptive ? adapt(*layer, frameTime) : adjust(*layer, frameTime);
         }
-        traces.push_back(track('F', "CPU frame time", *layer));
-        traces.push_back(track('S', "CPU headroom", *layer));
-        layer->lastQueue = now;
-        if (layer->paced) return pace(layer);
-        if (!layer->quick || period < 1 || !isRunning) return leave(layer);
-        const nsecs_t current = layer->lastLatch - now + period * (layer->pending + 1);
-        traces.push_back("B|trackQueueBuffer");
-        traces.push_back(formatted("B|bufferCount:%d, curHeadroom: %ld, mHeadroom: %ld",
-                                   layer->pending, current, layer->headroom));
-        const bool passes = instant || layer->instant || current < layer->headroom;
+        track('F', "CPU frame time", *layer);
+        track('S', "CPU headroom", *layer);
+        layer->lastQueue = time;
+        if (layer->paced) return pace(layer, call);
+        if (!layer->quick || period < 1 || !isRunning) return leave(layer, call);
+        const nsecs_t headroom = layer->headroom;
+        const nsecs_t latch = layer->lastLatch;
+        const nsecs_t current = latch - time + period * (layer->pending + 1);
+        trace("B|trackQueueBuffer");
+        trace("B|bufferCount:%d, curHeadroom: %ld, mHeadroom: %ld", layer->pending, current,
+              headroom);
+        const bool passes = instant || layer->instant || current < headroom;
         layer->instant = instant;
         if (passes) {
-            traces.push_back("B|not pending for instant buffer or not reach target headroom");
-            return complete(layer);
+            trace("B|not pending for instant buffer or not reach target headroom");
+            return complete(layer, call);
         }
-        layer->heldHeadroom = layer->headroom;
-        layer->heldLatch = layer->lastLatch;
         if (layer->released) {
-            traces.push_back("B|timer expired");
-            return delay(layer);
+            trace("B|timer expired");
+            return delay(layer, call, headroom, latch);
         }
-        wait(layer, Layer::HELD, std::min(current - layer->headroom, period));
+        wait(layer, std::min(current - headroom, period), [=](bool isOver) {
+            layer->timedOut |= isOver;
+            trace("B|delay finish");
+            delay(layer, call, headroom, latch);
+        });
     }
 
-    void stop() {
+    void forceStop() {
         if (!isRunning) return;
         isRunning = false;
         mServed = nullptr;
         if (const LayerPtr layer = find(focus)) detach(layer);
-        logs.push_back("PHRMonitor thread exited");
+        log("PHRMonitor thread exited");
         runWoken();
         for (const auto& [id, layer] : layers) detach(layer);
         layers.clear();
         focus = -1;
-        logs.push_back("PHRMonitor stopped");
+        log("PHRMonitor stopped");
     }
 
     void init() {
+        if (!isRunning) mSignalled = -1;
         isRunning = true;
-        mSignalled = -1;
     }
 
     nsecs_t nextWakeup() const {
         nsecs_t when = mServed ? mServedUntil : kNever;
-        for (const LayerPtr& layer : mWaiting) when = std::min(when, layer->until);
+        for (const Waiter& waiter : mWaiters) when = std::min(when, waiter.until);
         return when;
     }
 
@@ -242,18 +250,21 @@ class Model {
             if (mServed && mServedUntil == now) {
                 release();
             } else {
-                const LayerPtr layer =
-                        *std::find_if(mWaiting.begin(), mWaiting.end(),
-                                      [this](const LayerPtr& l) { return l->until == now; });
-                layer->timedOut |= layer->thread == Layer::HELD;
-                resume(layer);
+                const auto at = std::find_if(mWaiters.begin(), mWaiters.end(),
+                                             [this](const Waiter& w) { return w.until == now; });
+                const Then then = at->then;
+                mWaiters.erase(at);
+                then(true);
             }
             runWoken();
         }
         now = time;
     }
 
-    bool isBusy(int id) const { return find(id) && find(id)->thread != Layer::IDLE; }
+    nsecs_t waiting(const LayerPtr& layer) const {
+        return std::count_if(mWaiters.begin(), mWaiters.end(),
+                             [&](const Waiter& waiter) { return waiter.layer == layer; });
+    }
 
     nsecs_t now = kStart;
     nsecs_t period = -1;
@@ -261,58 +272,51 @@ class Model {
     int focus = -1;
     bool isRunning = true;
     std::map<int, LayerPtr> layers;
-    std::vector<std::string> logs;
-    std::vector<std::string> traces;
-    std::vector<std::string> returned;
+    std::vector<std::string> logs, traces, returned;
 
   private:
+    // A queueing thread that waits, and what it does then.
+    using Then = std::function<void(bool isTimeOver)>;
+    struct Waiter {
+        LayerPtr layer;  // null: it sleeps, and nothing wakes it
+        nsecs_t until;
+        Then then;
+    };
+
     bool isFast() const { return fps > 60; }
     int rate(const Layer& layer) const { return layer.rates[isFast()]; }
 
-    static std::string track(char type, const char* what, const Layer& layer) {
-        return formatted("%c|%s - %s|%d", type, what, layer.name.c_str(), layer.id);
+    template <typename... Args>
+    void log(const char* format, Args... args) {
+        logs.push_back(formatted(format, args...));
     }
-
-    void derive(Layer& layer) {
-        if (period < 1 || rate(layer) == 0) return;
-        nsecs_t headroom = rate(layer) * period / 8;
-        const nsecs_t past = headroom % period;
-        if (past < 1'500'000) {
-            headroom += 1'500'000 - past;
-        } else if (period - past < 1'500'000) {
-            headroom += period - past - 1'500'000;
-        }
-        layer.preset = layer.headroom = headroom;
-        layer.max = std::max(headroom, period * (isFast() ? 18 : 9) / 10);
-        logs.push_back(formatted("Layer %d set headroom: %ld", layer.id, headroom));
+    template <typename... Args>
+    void trace(const char* format, Args... args) {
+        traces.push_back(formatted(format, args...));
+    }
+    void track(char type, const char* what, const Layer& layer) {
+        trace("%c|%s - %s|%d", type, what, layer.name.c_str(), layer.id);
     }
 
     void reset(Layer& layer) {
         layer.hold = layer.climb = 0;
         layer.weights.clear();
         layer.headroom = layer.preset;
-        const std::string line = formatted("reset adaptive PHR state for layer %d, headroom=%ld",
-                                           layer.id, layer.headroom);
-        logs.push_back(line);
-        traces.push_back("B|" + line);
+        log("reset adaptive PHR state for layer %d, headroom=%ld", layer.id, layer.headroom);
+        trace("B|%s", logs.back().c_str());
     }
 
     void step(Layer& layer, bool down, nsecs_t by) {
         if (layer.headroom == (down ? layer.preset : layer.max)) return;
         nsecs_t next = down ? layer.headroom - by : layer.headroom + by;
-        if (down && next <= layer.preset) {
-            next = layer.preset;
-        } else if (!down && next >= layer.max) {
-            next = layer.max;
-        } else {
-            const nsecs_t clear = period / 10;
-            for (const nsecs_t vsync : {next / period * period, next / period * period + period}) {
-                if (std::abs(next - vsync) < clear) next = down ? vsync - clear : vsync + clear;
-            }
-            next = std::max(std::min(next, layer.max), layer.preset);
+        const nsecs_t clear = period / 10;
+        const bool isInside = down ? next > layer.preset : next < layer.max;
+        for (const nsecs_t vsync : {next / period * period, next / period * period + period}) {
+            if (!isInside || std::abs(next - vsync) >= clear) continue;
+            next = down ? vsync - clear : vsync + clear;
         }
-        layer.headroom = next;
-        traces.push_back(formatted("B|updatePresetHeadroom = %ld", next));
+        layer.headroom = std::clamp(next, layer.preset, layer.max);
+        trace("B|updatePresetHeadroom = %ld", layer.headroom);
     }
 
     void adjust(Layer& layer, nsecs_t frameTime) {
@@ -338,134 +342,97 @@ class Model {
                 layer.max = std::max(layer.preset, period * 13 / 10);
             }
         }
-        if (layer.climb == 0) {
-            step(layer, true, kMs / 10);
-        } else {
-            step(layer, false, 2 * kMs);
-            ++layer.climb;
-        }
-        traces.push_back(
-                formatted("B|checkAndUpdatePHR: weightRatio: %.3f, mFrameWeightWindowSum:%d, "
-                          "heavyHeadroomFrameCount: %d, mHeadroom: %ld",
-                          static_cast<double>(frameTime) / static_cast<double>(period), sum,
-                          layer.climb, layer.headroom));
+        step(layer, layer.climb == 0, layer.climb == 0 ? kMs / 10 : 2 * kMs);
+        if (layer.climb > 0) ++layer.climb;
+        trace("B|checkAndUpdatePHR: weightRatio: %.3f, mFrameWeightWindowSum:%d, "
+              "heavyHeadroomFrameCount: %d, mHeadroom: %ld",
+              static_cast<double>(frameTime) / static_cast<double>(period), sum, layer.climb,
+              layer.headroom);
         if (layer.climb <= 50) return;
         layer.climb = 0;
         if (sum == 15 && !hasHeavy) reset(layer);
     }
 
-    void pace(const LayerPtr& found) {
-        Layer& layer = *found;
-        if (layer.ramp) {
-            layer.rampFps -= layer.rampStep;
-            layer.due += static_cast<nsecs_t>(1e9f / layer.rampFps);
-            if (std::abs(layer.rampFps - layer.target) < std::abs(layer.rampStep)) {
-                layer.base = layer.due;
-                layer.ramp = false;
-                layer.interval = static_cast<nsecs_t>(1e9f / layer.target);
-                traces.push_back("B|Target fps smooth switch finished.");
+    void pace(const LayerPtr& layer, int call) {
+        const auto goOn = [=](bool) {
+            layer->lastPace = now;
+            leave(layer, call);
+        };
+        if (layer->ramp) {
+            layer->rampFps -= layer->rampStep;
+            layer->due += static_cast<nsecs_t>(1e9f / layer->rampFps);
+            if (std::abs(layer->rampFps - layer->target) < std::abs(layer->rampStep)) {
+                layer->base = layer->due;
+                layer->ramp = false;
+                trace("B|Target fps smooth switch finished.");
             }
         } else {
-            if (!mConfig.compensates && now - layer.lastPace > layer.interval + 1'000'000) {
-                layer.base = -1;
-                layer.count = 0;
+            const nsecs_t gap = layer->lastQueue - layer->lastPace;
+            if (layer->base < 0 || (!mConfig.compensates && gap > layer->interval + kMs)) {
+                layer->base = now;
+                layer->count = 0;
+                trace("B|Switched to target fps now.");
+                return goOn(false);
             }
-            if (layer.base < 0) {
-                layer.base = layer.lastPace = now;
-                traces.push_back("B|Switched to target fps now.");
-                return leave(found);
-            }
-            layer.due = layer.base + ++layer.count * layer.interval;
+            layer->due = layer->base + ++layer->count * layer->interval;
         }
-        const nsecs_t sleep = layer.due - now;
-        if (sleep >= 1) {
-            traces.push_back("B|Pending for target fps");
-            const nsecs_t low = sleep % (nsecs_t{1} << 32);
-            if (low < 1'000'000'000) return wait(found, Layer::PACED, low);
-        }
-        layer.lastPace = now;
-        leave(found);
+        const nsecs_t sleep = layer->due - layer->lastQueue;
+        if (sleep < 1) return goOn(false);
+        trace("B|Pending for target fps");
+        const nsecs_t low = sleep % (nsecs_t{1} << 32);
+        if (low >= 1'000'000'000) return goOn(false);
+        wait(nullptr, low, goOn);
     }
 
     // The additional delay after the first wait.
-    void delay(const LayerPtr& layer) {
-        if (layer->unblocked) {
-            layer->unblocked = false;
-            return complete(layer);
-        }
-        if (period < 1) return complete(layer);
-        const nsecs_t extra =
-                layer->heldLatch - (now + layer->heldHeadroom) + period * (layer->pending + 1);
-        if (layer->lastQueue - layer->lastJank <= 999'999'999) {
-            traces.push_back("B|No additional delay due to recent jank.");
+    void delay(const LayerPtr& layer, int call, nsecs_t headroom, nsecs_t latch) {
+        const nsecs_t extra = latch - (now + headroom) + period * (layer->pending + 1);
+        if (std::exchange(layer->unblocked, false) || period < 1) {
+            // It may go.
+        } else if (layer->lastQueue - layer->lastJank <= 999'999'999) {
+            trace("B|No additional delay due to recent jank.");
         } else if (layer->dropWait >= 1 && fps == 60) {
-            traces.push_back("B|No additional delay due to wait for buffer drop");
+            trace("B|No additional delay due to wait for buffer drop");
         } else if (extra > 0 && layer->pending >= 1) {
-            traces.push_back("B|additional delay");
-            logs.push_back("additional delay");
-            return wait(layer, Layer::DELAYED, std::min(period, extra));
+            trace("B|additional delay");
+            log("additional delay");
+            return wait(layer, std::min(period, extra), [=](bool) { complete(layer, call); });
         }
-        complete(layer);
+        complete(layer, call);
     }
 
-    void complete(const LayerPtr& layer) {
+    void complete(const LayerPtr& layer, int call) {
         layer->released = false;
         ++layer->pending;
         ++layer->sinceVsync;
-        leave(layer);
+        leave(layer, call);
     }
 
-    void leave(const LayerPtr& layer) {
-        traces.push_back(track('F', "CPU headroom", *layer));
-        traces.push_back(track('S', "CPU frame time", *layer));
-        layer->thread = Layer::IDLE;
-        done(layer->call);
+    void leave(const LayerPtr& layer, int call) {
+        track('F', "CPU headroom", *layer);
+        track('S', "CPU frame time", *layer);
+        --layer->calls;
+        returned.push_back(formatted("%d at %ld", call, now));
     }
 
-    void done(int call) { returned.push_back(formatted("%d at %ld", call, now)); }
+    void wait(const LayerPtr& layer, nsecs_t ns, const Then& then) {
+        const bool isGone = layer && layer->gone;
+        if (isGone || ns == 0) return then(!isGone);
+        mWaiters.push_back({layer, now + ns, then});
+    }
 
-    template <typename Kind>
-    void wait(const LayerPtr& layer, Kind kind, nsecs_t ns) {
-        layer->thread = kind;
-        layer->until = now + ns;
-        if (kind != Layer::PACED && layer->gone) return resume(layer);
-        if (ns == 0) {
-            layer->timedOut |= kind == Layer::HELD;
-            return resume(layer);
+    // Woken threads go on once the one that woke them waits.
+    bool wake(const LayerPtr& layer) {
+        const size_t before = mWoken.size();
+        for (const Waiter& waiter : mWaiters) {
+            if (waiter.layer == layer) mWoken.push_back(waiter.then);
         }
-        mWaiting.push_back(layer);
-    }
-
-    void resume(const LayerPtr& layer) {
-        mWaiting.remove(layer);
-        const auto was = layer->thread;
-        layer->thread = Layer::IDLE;
-        if (was == Layer::PACED) {
-            layer->lastPace = now;
-            return leave(layer);
-        }
-        if (was == Layer::DELAYED || (was == Layer::WOKEN && !layer->wasHeld)) {
-            return complete(layer);
-        }
-        traces.push_back("B|delay finish");
-        delay(layer);
-    }
-
-    // A woken thread goes on once the one that woke it waits.
-    void wake(const LayerPtr& layer) {
-        if (!layer->waits()) return;
-        layer->wasHeld = layer->thread == Layer::HELD;
-        layer->thread = Layer::WOKEN;
-        mWaiting.remove(layer);
-        mWoken.push_back(layer);
+        mWaiters.remove_if([&](const Waiter& waiter) { return waiter.layer == layer; });
+        return mWoken.size() > before;
     }
 
     void runWoken() {
-        while (!mWoken.empty()) {
-            const LayerPtr layer = mWoken.front();
-            mWoken.pop_front();
-            resume(layer);
-        }
+        for (; !mWoken.empty(); mWoken.pop_front()) mWoken.front()(false);
     }
 
     void detach(const LayerPtr& layer) {
@@ -476,9 +443,8 @@ class Model {
     // The headroom thread, when it waits for a vsync and there is one.
     void serve() {
         while (isRunning && !mServed && mSignalled >= 0) {
-            const nsecs_t from = mSignalled;
-            mSignalled = -1;
-            traces.push_back("B|wait for preset headroom");
+            const nsecs_t from = std::exchange(mSignalled, -1);
+            trace("B|wait for preset headroom");
             const LayerPtr layer = find(focus);
             if (!layer || period < 1) continue;
             mServed = layer;
@@ -488,11 +454,9 @@ class Model {
     }
 
     void release() {
-        const LayerPtr layer = mServed;
-        mServed = nullptr;
+        const LayerPtr layer = std::exchange(mServed, nullptr);
         if (layer->sinceVsync == 0) {
-            layer->released |= !layer->timedOut;
-            layer->timedOut = false;
+            layer->released |= !std::exchange(layer->timedOut, false);
             wake(layer);
         }
         serve();
@@ -502,72 +466,82 @@ class Model {
     LayerPtr mServed;  // whose vsync the headroom thread serves
     nsecs_t mServedUntil = 0;
     nsecs_t mSignalled = -1;
-    std::list<LayerPtr> mWaiting;
-    std::list<LayerPtr> mWoken;
+    std::list<Waiter> mWaiters;
+    std::list<Then> mWoken;
 };
 
-// The monitor and the threads that queue, in simulated time.
-class Real {
-  public:
-    explicit Real(const Config& config) {
+// The model, and the monitor with the threads that queue.
+struct Both {
+    explicit Both(const Config& config) : model(config) {
         corvane::host::PerfService::install();
-        base::SetProperty("vendor.perf.phr.enable", config.isAdaptive ? "1" : "0");
-        base::SetProperty("vendor.rdxe.enable.target_fps", "true");
-        base::SetProperty("vendor.rdxe.target_fps.compensate",
-                          config.compensates ? "true" : "false");
-        base::SetProperty("vendor.rdxe.target_fps.switch_time", std::to_string(config.rampFrames));
+        const auto set = [](const char* name, int value) {
+            base::SetProperty(name, std::to_string(value));
+        };
+        set("vendor.perf.phr.enable", config.isAdaptive);
+        set("vendor.rdxe.enable.target_fps", 1);
+        set("vendor.rdxe.target_fps.compensate", config.compensates);
+        set("vendor.rdxe.target_fps.switch_time", config.rampFrames);
         FeatureManager::getInstance();  // sets debuggability from the properties
         PerfProxy::setDebuggable(true, false);
         monitor.init();
     }
 
-    void queue(int id, nsecs_t frameTime, bool instant, int call) {
-        mThreads.emplace_back([this, id, frameTime, instant, call] {
-            monitor.onBufferIncrement(id, frameTime, Simulation::now(), instant);
-            const std::lock_guard<std::mutex> lock(mMutex);
-            mReturned.push_back(formatted("%d at %ld", call, Simulation::now()));
+    template <typename Call>
+    void operator()(const Call& call) {
+        call(model);
+        call(monitor);
+    }
+
+    void queue(int id, nsecs_t frameTime, nsecs_t time, bool instant) {
+        model.onBufferIncrement(id, frameTime, time, instant, ++calls);
+        threads.emplace_back([this, id, frameTime, time, instant, call = calls] {
+            monitor.onBufferIncrement(id, frameTime, time, instant);
+            const std::lock_guard<std::mutex> lock(mutex);
+            returned.push_back(formatted("%d at %ld", call, Simulation::now()));
         });
+        Simulation::settle();
     }
 
-    void join() {
-        for (std::thread& thread : mThreads) thread.join();
-        mThreads.clear();
-    }
-
-    std::vector<std::string> returned() {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        return mReturned;
-    }
-
+    Model model;
     PHRMonitor monitor;
-
-  private:
-    std::mutex mMutex;
-    std::vector<std::string> mReturned;
-    std::list<std::thread> mThreads;
+    int calls = 0;
+    std::list<std::thread> threads;
+    std::mutex mutex;
+    std::vector<std::string> returned;
 };
 
-std::vector<nsecs_t> fieldsOf(const Layer& l) {
-    return {l.headroom,  l.max,       l.pending,    l.sinceVsync, l.quick,  l.instant,   l.released,
-            l.timedOut,  l.unblocked, l.hasPending, l.dropWait,   l.busy,   l.lastQueue, l.lastJank,
-            l.lastLatch, l.lastPace,  l.paced,      l.ramp,       l.waits()};
-}
-
-std::vector<nsecs_t> fieldsOf(LayerPHRState& s) {
+void compare(RandomSteps& steps, const Layer& l, nsecs_t waiting, LayerPHRState& s) {
     Mutex::Autolock fields(s.mFieldsLock);
     Mutex::Autolock lock(s.mLock);
-    return {s.mHeadroom,         s.mMaxHeadroom,      s.mPendingCount,
-            s.mQueuedSinceVsync, s.mQuickTouchActive, s.mInstant,
-            s.mReleased,         s.mTimedOut,         s.mUnblocked,
-            s.mHasPending,       s.mDropWaitCount,    s.mBusyLatchCount,
-            s.mLastQueueTime,    s.mLastJankTime,     s.mLastLatchTime,
-            s.mLastPaceTime,     s.mTargetFpsActive,  s.mPacer.isSwitching(),
-            s.mWaiting};
+    const std::pair<nsecs_t, nsecs_t> pairs[] = {{l.headroom, s.mHeadroom},
+                                                 {l.max, s.mMaxHeadroom},
+                                                 {l.pending, s.mPendingCount},
+                                                 {l.sinceVsync, s.mQueuedSinceVsync},
+                                                 {l.quick, s.mQuickTouchActive},
+                                                 {l.instant, s.mInstant},
+                                                 {l.released, s.mReleased},
+                                                 {l.timedOut, s.mTimedOut},
+                                                 {l.unblocked, s.mUnblocked},
+                                                 {l.hasPending, s.mHasPending},
+                                                 {l.dropWait, s.mDropWaitCount},
+                                                 {l.busy, s.mBusyLatchCount},
+                                                 {l.lastQueue, s.mLastQueueTime},
+                                                 {l.lastJank, s.mLastJankTime},
+                                                 {l.lastLatch, s.mLastLatchTime},
+                                                 {l.lastPace, s.mLastPaceTime},
+                                                 {l.paced, s.mTargetFpsActive},
+                                                 {l.ramp, s.mPacer.isSwitching()},
+                                                 {waiting, s.mWaiting}};
+    std::vector<nsecs_t> expected, actual;
+    for (const auto& [its, real] : pairs) {
+        expected.push_back(its);
+        actual.push_back(real);
+    }
+    steps.expectEq(expected, actual,
+                   "headroom, max, pending, since vsync, quick, instant, released, timed out, "
+                   "unblocked, has pending, drop wait, busy, last queue, jank, latch, pace, paced, "
+                   "ramp, waits");
 }
-
-constexpr const char kFields[] =
-        "headroom, max, pending, since vsync, quick, instant, released, timed out, unblocked, has "
-        "pending, drop wait, busy, last queue, jank, latch, pace, paced, ramp, waits";
 
 nsecs_t someFrameTime(RandomSteps& steps, nsecs_t period) {
     if (steps.oneIn(4)) return period + (steps.oneIn(2) ? 2 : -2) * kMs + steps.below(3) - 1;
@@ -576,126 +550,106 @@ nsecs_t someFrameTime(RandomSteps& steps, nsecs_t period) {
 }
 
 // Latches on time up to now, or one that is not.
-void latch(RandomSteps& steps, Real& real, Model& model, int id) {
+void latch(RandomSteps& steps, Both& both, int id) {
+    const Model& model = both.model;
     const LayerPtr layer = model.find(id);
     const int pending = static_cast<int>(steps.below(steps.oneIn(8) ? 1 : 4));
     std::vector<nsecs_t> times;
     const nsecs_t period = std::max(model.period, kMs);
     nsecs_t last = layer ? layer->lastLatch : 0;
-    const bool isDropWait = layer && layer->dropWait >= 1;
-    const int64_t kind = steps.below(isDropWait ? 5 : 16);
-    if (kind == 0) times = {last + period * 3 / 2 - (steps.oneIn(2) ? 16 : 0)};
+    const int64_t kind = steps.below(layer && layer->dropWait >= 1 ? 5 : 16);
+    if (kind == 0) times = {last + period * 3 / 2 - 16 * steps.below(2)};
     if (kind == 1) times = {model.now};
-    for (auto left = kind == 2 ? 29 + steps.below(4) : 0; left > 0; --left) {
-        times.push_back(last += period);
+    if (kind <= 1 && layer && layer->janks.size() == 5) {
+        times = {layer->janks.front() + 15'000 * kMs - steps.below(2)};
     }
-    for (; kind > 2 && last + period <= model.now && times.size() < 200; last += period) {
+    const int64_t count = kind == 2 ? 29 + steps.below(4) : kind > 2 ? 200 : 0;
+    for (; count > 0 && static_cast<int64_t>(times.size()) < count; last += period) {
+        if (kind > 2 && last + period > model.now) break;
         times.push_back(last + period);
     }
     if (kind > 10 && layer) {  // the next buffer is just at its headroom
         times.push_back(model.now + layer->headroom - period * (pending + 1) + steps.below(3) - 1);
     }
     steps.tell("latch", id, pending, times);
-    for (nsecs_t time : times) {
-        model.latch(id, pending, time);
-        real.monitor.onBufferDecrement(id, pending, time);
-    }
+    for (nsecs_t time : times) both([&](auto& m) { m.onBufferDecrement(id, pending, time); });
 }
 
-// Frames that pass at once, under a load that lasts.
-void queueFrames(RandomSteps& steps, Real& real, Model& model, int id, int& call) {
-    if (model.isBusy(id) || !model.find(id) || model.find(id)->paced) return;
-    const int64_t count = steps.oneIn(2) ? 60 : 15;
-    const nsecs_t usual = someFrameTime(steps, model.period);
-    const nsecs_t other = someFrameTime(steps, model.period);
+// Buffers that are queued now, or so that one of the rules about their time just holds.
+void queue(RandomSteps& steps, Both& both, int id) {
+    const LayerPtr layer = both.model.find(id);
+    const Layer is = layer ? *layer : Layer{id, "", {}};
+    if (is.calls > (is.paced || steps.oneIn(2) ? 0 : 1)) return;
+    const nsecs_t times[] = {both.model.now - steps.below(3),
+                             is.lastJank + 1'000 * kMs - steps.below(2),
+                             is.base + (is.count + 1) * is.interval - steps.below(3),
+                             is.lastPace + is.interval + kMs + steps.below(2)};
+    const bool isFirst = is.base < 0 || !is.paced;
+    const nsecs_t time = steps.oneIn(3) ? times[steps.below(isFirst ? 2 : 4)] : both.model.now;
+    // Or many that pass at once, under a load that lasts.
+    const bool areMany = is.calls == 0 && layer && !is.paced && steps.oneIn(14);
+    const bool instant = areMany || steps.oneIn(8);
+    const nsecs_t usual = someFrameTime(steps, both.model.period);
+    const nsecs_t other = someFrameTime(steps, both.model.period);
     const int64_t rarity = int64_t{1} << steps.below(7);
-    steps.tell("frames", id, count, usual, other, rarity);
-    for (int64_t i = 0; i < count; ++i) {
-        const nsecs_t frameTime = steps.oneIn(rarity) ? other : usual;
-        model.queue(id, frameTime, true, ++call);
-        real.queue(id, frameTime, true, call);
-        Simulation::settle();
+    steps.tell("queue", id, time, instant, areMany, usual, other, rarity);
+    for (int64_t left = areMany ? 15 + 45 * steps.below(2) : 1; left > 0; --left) {
+        both.queue(id, steps.oneIn(rarity) ? other : usual, time, instant);
     }
 }
 
-void act(RandomSteps& steps, Real& real, Model& model, int& call) {
-    PHRMonitor& monitor = real.monitor;
+void act(RandomSteps& steps, Both& both) {
+    const Model& model = both.model;
     const int id = static_cast<int>(7 + steps.below(steps.oneIn(3) ? 3 : 1));
-    const nsecs_t rates[] = {-1, 0, 1, 2, 2, 2, 4, 4, 8, 12, 23, 24, 25};
-    const int low = static_cast<int>(steps.pick(rates));
-    const int high = static_cast<int>(steps.pick(rates));
+    const LayerPtr layer = model.find(id);
     const bool isIdle = !model.isRunning || model.period < 1 || model.layers.empty();
     // Each as often as it stands here: the first five start what is stopped or gone.
-    constexpr std::string_view kActs = "pgurstttbbcfllllllllvvvvvqqqqqqqqqqqqqqq";
-    switch (kActs[static_cast<size_t>(steps.below(isIdle && steps.oneIn(2) ? 5 : 40))]) {
-        case 'p': {
-            const nsecs_t periods[] = {kPeriod, kPeriod, kPeriod / 2, kPeriod / 4, 0, -1};
-            const int fps[] = {60, 60, 61, 90, 30};
-            const nsecs_t period = steps.pick(periods);
-            const int hz = steps.pick(fps);
-            steps.tell("period", period, hz);
-            model.setVsync(period, hz);
-            return monitor.setVsyncInfo(period, hz);
-        }
+    constexpr std::string_view kActs = "pgurstttbbcllllllllvvvvvqqqqqqqqqqqqqqqq";
+    const char kind = kActs[static_cast<size_t>(steps.below(isIdle && steps.oneIn(2) ? 5 : 40))];
+    const nsecs_t period =
+            steps.pick(std::vector<nsecs_t>{kPeriod, kPeriod, kPeriod / 2, kPeriod / 4, 1, 0, -1});
+    const int hz = steps.pick(std::vector{60, 60, 61, 90, 30});
+    const std::vector<float> rates{-8, 0, 1, 2, 2, 2, 3, 4, 4, 5, 8, 12, 23, 24, 25};
+    const float low = steps.pick(rates) / 8;
+    const float high = steps.pick(rates) / 8;
+    const float target = steps.pick(std::vector{50.0f, 40.0f, 25.0f, 0.5f, 0.2f});
+    const bool isSeldom = steps.oneIn(4);
+    const bool is = steps.oneIn(2);
+    if (kind != 'l' && kind != 'q') steps.tell("act", kind, id, period, hz, low, high, target, is);
+    switch (kind) {
+        case 'p':
+            return both([&](auto& m) { m.setVsyncInfo(period, hz); });
         case 'g': {
-            if (model.find(id) && !steps.oneIn(4)) return;
-            const std::string name = "com.example/%s%n " + std::to_string(call);
-            steps.tell("register", id, low, high);
-            model.registerLayer(id, name, std::max(low, 0), std::max(high, 0));
-            return monitor.registerLayer(id, name, static_cast<float>(std::max(low, 0)) / 8,
-                                         static_cast<float>(std::max(high, 0)) / 8);
+            if (layer && !isSeldom) return;
+            const std::string name = "com.example/%s%n " + std::to_string(both.calls);
+            return both([&](auto& m) {
+                m.registerLayer(id, name, std::max(low, 0.0f), std::max(high, 0.0f));
+            });
         }
         case 'u':
-            if (!steps.oneIn(3)) return;
-            steps.tell("unregister", id);
-            model.unregisterLayer(id);
-            return monitor.unregisterLayer(id);
+            return isSeldom ? both([&](auto& m) { m.unregisterLayer(id); }) : void();
         case 'r':
-            steps.tell("rates", id, low, high);
-            model.setRates(id, low, high);
-            return monitor.updateHeadRoom(id, static_cast<float>(low) / 8,
-                                          static_cast<float>(high) / 8);
+            return both([&](auto& m) { m.updateHeadRoom(id, low, high); });
         case 's':
-            if (!steps.oneIn(12) && model.isRunning) return;
-            steps.tell(model.isRunning ? "stop" : "init");
-            for (int times = steps.oneIn(2) ? 1 : 2; times > 0; --times) {
-                model.isRunning ? monitor.forceStop() : void(monitor.init());
-            }
-            return model.isRunning ? model.stop() : model.init();
-        case 't': {
-            const bool on = !steps.oneIn(6);
-            steps.tell("quick touch", id, on);
-            model.setQuick(id, on);
-            return monitor.setQuickTouchStatus(id, on);
-        }
+            if (model.isRunning && !steps.oneIn(8)) return;
+            if (model.isRunning && is) both([](auto& m) { m.forceStop(); });
+            if (isSeldom) both([](auto& m) { m.forceStop(); });
+            if (!is) both([](auto& m) { m.init(); });
+            return isSeldom ? both([](auto& m) { m.init(); }) : void();
+        case 't':
+            return both([&](auto& m) { m.setQuickTouchStatus(id, is || !isSeldom); });
         case 'b':
-            steps.tell("unblock", id);
-            model.unblock(id);
-            return monitor.unblockBuffer(id);
+            return both([&](auto& m) { m.unblockBuffer(id); });
         case 'c': {
-            const bool on = steps.oneIn(model.find(id) && model.find(id)->paced ? 4 : 2);
-            constexpr float kTargets[] = {50, 40, 25, 0.5f, 0.2f};
-            const float target = steps.pick(kTargets);
-            steps.tell("target", id, on, target);
-            model.setTarget(id, on, 60, target);
-            return monitor.setTargetFpsStatus(id, on, 60, target);
+            const bool on = layer && layer->paced ? isSeldom : is;
+            return both([&](auto& m) { m.setTargetFpsStatus(id, on, 60, target); });
         }
-        case 'f':
-            return queueFrames(steps, real, model, id, call);
         case 'l':
-            return latch(steps, real, model, id);
+            return latch(steps, both, id);
         case 'v':
-            steps.tell("vsync");
-            model.vsync();
-            return monitor.onVsync(-1);
-        default: {
-            if (model.isBusy(id)) return;
-            const bool instant = steps.oneIn(8);
-            const nsecs_t frameTime = someFrameTime(steps, model.period);
-            steps.tell("queue", id, frameTime, instant);
-            model.queue(id, frameTime, instant, ++call);
-            return real.queue(id, frameTime, instant, call);
-        }
+            return both([&](auto& m) { m.onVsync(-1); });
+        default:
+            return queue(steps, both, id);
     }
 }
 
@@ -709,62 +663,50 @@ nsecs_t someTime(RandomSteps& steps, const Model& model) {
 void followTheModel(RandomSteps& steps, const Config& config) {
     Simulation simulation(kStart);
     const corvane::host::LogCapture log;
-    Real real(config);
-    Model model(config);
-
-    real.monitor.setVsyncInfo(kPeriod, 60);
-    model.setVsync(kPeriod, 60);
-    real.monitor.registerLayer(kLayer, "game", 0.25f, 0.5f);
-    model.registerLayer(kLayer, "game", 2, 4);
-    int call = 0;
+    Both both(config);
+    Model& model = both.model;
+    both([](auto& m) { m.setVsyncInfo(kPeriod, 60); });
+    both([](auto& m) { m.registerLayer(7, "game", 0.25f, 0.5f); });
     const auto events = tracedEvents([&] {
         while (steps.next()) {
             Simulation::advance(std::max<nsecs_t>(someTime(steps, model), 1));
             model.runUntil(Simulation::now());
-            act(steps, real, model, call);
+            act(steps, both);
             simulation.settle();
             model.runUntil(Simulation::now());
             for (const auto& [id, layer] : model.layers) {
-                const sp<LayerPHRState> state = real.monitor.getLayerState(id);
-                steps.expectEq(true, state != nullptr, "known");
-                if (state != nullptr) steps.expectEq(fieldsOf(*layer), fieldsOf(*state), kFields);
+                const sp<LayerPHRState> state = both.monitor.getLayerState(id);
+                const bool isSwitching = both.monitor.isTargetFpsSwitching(id);
+                steps.expectEq(layer->ramp, isSwitching, "whether its rate is switching");
+                compare(steps, *layer, model.waiting(layer), *state);
             }
-            steps.expectEq(model.returned, real.returned(), "the calls that returned");
+            steps.expectEq(model.returned, both.returned, "the calls that returned");
             steps.expectEq(model.nextWakeup() == kNever ? -1 : model.nextWakeup(),
                            Simulation::nextDeadline(), "the next wake-up");
-            std::vector<std::string> lines;
-            for (const auto& line : log.lines()) {
-                if (line.tag == "Corvane.PHRMonitor") lines.push_back(line.text);
-            }
-            steps.expectEq(model.logs, lines, "the log");
         }
-        real.monitor.forceStop();
-        real.join();
+        both.monitor.forceStop();
+        for (std::thread& thread : both.threads) thread.join();
     });
-    model.stop();
+    model.forceStop();
     model.runUntil(kNever - 1);
-    std::vector<std::string> traces;
+    std::vector<std::string> lines, traces;
+    for (const auto& line : log.lines()) {
+        if (line.tag == "Corvane.PHRMonitor") lines.push_back(line.text);
+    }
+    steps.expectEq(model.logs, lines, "the log");
     for (const std::string& event : events) {
         if (event != "E") traces.push_back(event);
     }
     steps.expectEq(model.traces, traces, "the trace");
 }
 
-void run(const Config& config) {
-    RandomStepsRunner::run(/*sequences=*/40, /*steps=*/300,
-                           [&config](RandomSteps& steps) { followTheModel(steps, config); });
-}
-
-TEST(MonitorModelTest, SteppedHeadroomAndPacingThatCatchesUp) {
-    run({/*isAdaptive=*/false, /*compensates=*/true, /*rampFrames=*/0});
-}
-
-TEST(MonitorModelTest, AdaptiveHeadroomAndPacingThatStartsAnew) {
-    run({/*isAdaptive=*/true, /*compensates=*/false, /*rampFrames=*/0});
-}
-
-TEST(MonitorModelTest, AdaptiveHeadroomAndPacingWithARamp) {
-    run({/*isAdaptive=*/true, /*compensates=*/true, /*rampFrames=*/4});
+TEST(MonitorModelTest, BuffersAreHeldAndPacedAsDescribed) {
+    for (const Config& config : {Config{/*isAdaptive=*/false, /*compensates=*/true, 0},
+                                 Config{/*isAdaptive=*/true, /*compensates=*/false, 0},
+                                 Config{/*isAdaptive=*/true, /*compensates=*/true, 4}}) {
+        RandomStepsRunner::run(/*sequences=*/40, /*steps=*/300,
+                               [&](RandomSteps& steps) { followTheModel(steps, config); });
+    }
 }
 
 }  // namespace
