@@ -1,7 +1,7 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Who is dropped, who is reported first, and the report itself.
+// Who is dropped, and the report of who is seen.
 
 #include <gtest/gtest.h>
 #include <json/json.h>
@@ -19,8 +19,8 @@ namespace {
 
 constexpr nsecs_t kNow = 9'000'000'000;
 
-// Layers as "ID:MODE" with any of b(ackground), g(ame), h(idden), s(ame user), x = expired,
-// + = silent and in grace.
+// Layers as "ID:MODE" with any of b(ackground), g(ame), h(idden), x = expired, + = silent and in
+// grace.
 LayerList layers(const std::string& text, LayerInfo::Identity identity = {}) {
     LayerList result;
     std::istringstream words(text);
@@ -31,7 +31,6 @@ LayerList layers(const std::string& text, LayerInfo::Identity identity = {}) {
         std::getline(words, flags, ' ');
         const auto has = [&](char flag) { return flags.find(flag) != std::string::npos; };
         identity.id = id;
-        identity.uid = has('s') ? 7 : 10'000 + id;
         sp<LayerInfo> layer = sp<LayerInfo>::make(identity);
         layer->mFocused = !has('b');
         layer->mIsGame = has('g');
@@ -40,12 +39,6 @@ LayerList layers(const std::string& text, LayerInfo::Identity identity = {}) {
         layer->mRemoveDeadline = has('+') ? kNow + 1 : kNow;
         result.push_back(std::move(layer));
     }
-    return result;
-}
-
-std::string ids(const LayerList& layers) {
-    std::string result;
-    for (const sp<LayerInfo>& layer : layers) result += std::to_string(layer->mId) + ' ';
     return result;
 }
 
@@ -67,52 +60,30 @@ TEST(LayerSelectionTest, RemovesTheLeastImportant) {
     };
     for (const auto& c : cases) {
         const LayerRemovals removals = selectLayersToRemove(layers(c.layers), kNow);
-        EXPECT_EQ(ids(removals.layers), c.removed) << c.what;
+        std::string ids;
+        for (const auto& layer : removals.layers) ids += std::to_string(layer->mId) + ' ';
+        EXPECT_EQ(ids, c.removed) << c.what;
         EXPECT_EQ(removals.crowded, c.crowded) << c.what;
         EXPECT_EQ(removals.rankedOut, c.rankedOut) << c.what;
     }
 }
 
-sp<LayerInfo> makeApp(const std::string& package, bool focused = true,
-                      const std::string& sceneTag = "") {
-    LayerInfo::Identity identity;
-    identity.packageName = package;
-    identity.sceneTag = sceneTag;
-    sp<LayerInfo> layer = layers(focused ? "1:60" : "1:60b", identity).front();
-    layer->mFps = 59.996f;
-    layer->mBounds = Rect(0, 10, 1080, 2400);
-    return layer;
-}
-
-TEST(SceneReportTest, DescribesWholeApplicationsUpToTheLimit) {
-    const sp<LayerInfo> game = makeApp("com.example.game", /*focused=*/true, "minigame");
-    EXPECT_EQ(buildSceneReport({game, makeApp("com.example.video", /*focused=*/false)}),
-              R"({"apps":[{"F":1,"M":60,"b":2400,"fps":6000,"l":0,"pkg":"com.example.game",)"
-              R"("r":1080,"scene":"minigame","t":10},{"F":0,"M":60,"b":2400,"fps":6000,"l":0,)"
-              R"("pkg":"com.example.video","r":1080,"t":10}]})"
-              "\n");
-
-    // Two applications whose report is 256 characters long, and then 257.
-    const size_t twoShort = buildSceneReport({makeApp("a"), makeApp("b")}).size();
-    const std::string fits(256 - twoShort + 1, 'b');
-    EXPECT_EQ(buildSceneReport({makeApp("a"), makeApp(fits)}).size(), 256u);
-    EXPECT_EQ(buildSceneReport({makeApp("a"), makeApp(fits + 'b'), makeApp("c")}),
-              buildSceneReport({makeApp("a")}))
-            << "nothing is added after a drop";
-    EXPECT_EQ(buildSceneReport({makeApp(std::string(4096, 'x'))}), "{\"apps\":[]}\n");
-}
-
+// The registry's model has the reports of ordinary names and sizes.
 TEST(SceneReportTest, HostileNamesStayValidJson) {
     const std::string names[] = {"quote\"back\\slash",    "control\x01\x1f\n\t\x7f",
                                  "bad\xff\xfe utf8",      "cut\xe2\x82",
                                  "sur\xed\xa0\x80rogate", "\xc3\xa9\xf0\x9f\x8e\xae",
                                  "over\xc0\x80long",      "%s%n</script>"};
-    for (const std::string& name : names) {
-        const sp<LayerInfo> app = makeApp(name);
+    const auto makeApp = [](const std::string& package) {
+        LayerInfo::Identity identity;
+        identity.packageName = package;
+        const sp<LayerInfo> app = layers("1:60", identity).front();
         app->mFps = std::numeric_limits<float>::max();
         app->mBounds = Rect(INT32_MIN, INT32_MIN, INT32_MAX, INT32_MAX);
-        const std::string report = buildSceneReport({app});
-
+        return app;
+    };
+    for (const std::string& name : names) {
+        const std::string report = buildSceneReport({makeApp(name)});
         Json::Value document;
         std::string errors;
         const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
@@ -126,6 +97,11 @@ TEST(SceneReportTest, HostileNamesStayValidJson) {
         EXPECT_EQ(report, Json::FastWriter().write(document));
 #pragma GCC diagnostic pop
     }
+    // 256 characters are what a report may have.
+    const std::string fits(256 - buildSceneReport({makeApp("")}).size(), 'b');
+    EXPECT_EQ(buildSceneReport({makeApp(fits)}).size(), 256u);
+    EXPECT_EQ(buildSceneReport({makeApp(fits + 'b'), makeApp("c")}), "{\"apps\":[]}\n")
+            << "nothing is added after a drop";
 }
 
 }  // namespace

@@ -1,15 +1,17 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The registry against a plain model of it: random frames, latches, vsyncs, pauses, settings and
-// property writes. After each step the layers' records, the lines of the registry and of what it
-// asked of the monitors, and the calls to the service must be the model's.
+// The registry against a plain model of it: random frames, latches, vsyncs, pauses, settings,
+// fences, stops and starts, with any of the switches on or off. After each step the layers'
+// records, the lines of the registry and of what it asked of the monitors, the calls to the service
+// and the deadlines of fences must be the model's.
 
-#include <android/log.h>
+#include <android-base/properties.h>
+#include <errno.h>
+#include <ui/Rect.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <map>
 #include <regex>
 #include <set>
@@ -18,8 +20,15 @@
 #include <vector>
 
 #include "RandomSteps.h"
-#include "RegistryTest.h"
+#include "corvane/host/Devices.h"
+#include "corvane/host/LogCapture.h"
+#include "corvane/host/PerfService.h"
+#include "corvane/host/Simulation.h"
+#include "corvane/host/Threads.h"
 #include "features/FeatureManager.h"
+#include "layers/LayerInfo.h"
+#include "layers/LayerManager.h"
+#include "perf/PerfProxy.h"
 
 namespace android {
 namespace {
@@ -27,77 +36,68 @@ namespace {
 using corvane::host::LogCapture;
 using corvane::host::PerfCall;
 using corvane::host::PerfService;
+using corvane::host::Simulation;
+using corvane::host::SyncFiles;
 using Strings = std::vector<std::string>;
 
+constexpr nsecs_t kMs = 1'000'000;
 constexpr nsecs_t kSecond = 1'000'000'000;
 
-std::string str(int64_t value) {
-    return std::to_string(value);
-}
-
-// Who draws. Even applications are games; two layers without a package belong to applications 1, 2.
+// Who draws. The first applications have no pid or uid of their own.
 struct Producer {
     int app;
-    std::string name, package, scene;
-    int uid() const { return 10'000 + app; }
-    int pid() const { return 1'000 + app; }
+    std::string name, package;
+    int uid() const { return app; }
+    int pid() const { return app - 1; }
 };
 
 std::string packageOf(int app) {
-    return app == 3 ? "com.tencent.mm" : "com.example.app" + str(app);
+    return app == 3 ? "com.tencent.mm" : "com.example.app" + std::to_string(app);
+}
+bool isGame(int app) {
+    return app % 2 == 0;
 }
 
-Producer producerOf(int id) {
-    if (id > 30) return {id - 30, "Splash#" + str(id), "", ""};
-    const int app = id > 20 ? id - 20 : id;
+// Layer ids go to other applications once they are `swapped`.
+Producer producerOf(int id, bool swapped) {
+    const std::string number = "#" + std::to_string(id);
+    if (id >= 30) return {id - 30, "Splash" + number, ""};
+    const int app = id > 20 ? id - 20 : swapped ? (id + 1) % 13 : id;
     const std::string package = packageOf(app);
-    if (id > 20) {
-        return {app, "SurfaceView[" + package + "/AppBrandUI]#" + str(id), package,
-                app == 3 ? "minigame" : ""};
-    }
-    return {app, "VRI-" + package + "/Main#" + str(id), package, ""};
+    if (id > 20) return {app, "SurfaceView[" + package + "/AppBrandUI]" + number, package};
+    return {app, "VRI-" + package + "/Main" + number, package};
 }
 
 int modeOf(double fps) {
     if (!(fps > 0) || fps > 260) return -1;
     if (fps <= 18) return static_cast<int>(std::lround(fps));
-    for (const auto& [limit, mode] : std::map<int, int>{{33, 30},
-                                                        {48, 45},
-                                                        {63, 60},
-                                                        {78, 75},
-                                                        {95, 90},
-                                                        {123, 120},
-                                                        {147, 144},
-                                                        {168, 165},
-                                                        {210, 185}}) {
-        if (fps <= limit) return mode;
-    }
-    return 240;
+    constexpr int kLimits[] = {33, 48, 63, 78, 95, 123, 147, 168, 210, 260};
+    constexpr int kModes[] = {30, 45, 60, 75, 90, 120, 144, 165, 185, 240};
+    return kModes[std::lower_bound(kLimits, kLimits + 10, fps) - kLimits];
 }
 
-// The settings of one kind. The empty name is everyone's.
+// The settings of one kind, by package. The empty name is everyone's.
 class Settings {
   public:
-    void set(const std::string& package, const std::vector<int>& values, nsecs_t now) {
+    void set(const std::string& package, const std::vector<int>& values) {
         if (package.empty()) mEntries.clear();
         mEntries.erase("");
         mEntries.erase(package);
-        if (mEntries.size() >= 4) {
-            mEntries.erase(std::min_element(mEntries.begin(), mEntries.end(),
-                                            [](const auto& a, const auto& b) {
-                                                return a.second.second < b.second.second;
-                                            }));
-        }
-        if (!values.empty()) mEntries[package] = {values, now};
+        if (!values.empty()) mEntries[package] = values;
     }
     // Empty when there are none.
     std::vector<int> get(const std::string& package, bool orEveryones) const {
-        if (mEntries.count(package) > 0) return mEntries.at(package).first;
-        return orEveryones && mEntries.count("") > 0 ? mEntries.at("").first : std::vector<int>();
+        const auto found = mEntries.find(package);
+        if (found != mEntries.end()) return found->second;
+        return orEveryones && !package.empty() ? get("", false) : std::vector<int>();
     }
 
   private:
-    std::map<std::string, std::pair<std::vector<int>, nsecs_t>> mEntries;
+    std::map<std::string, std::vector<int>> mEntries;
+};
+
+struct Switches {
+    bool touch, pacing, compensation, ramps, bigJank, fences, profile, worker;
 };
 
 struct ModelLayer {
@@ -105,7 +105,8 @@ struct ModelLayer {
     Producer producer;
     std::string package, scene;
     bool focused = true, visible = true, game = false, active = true;
-    int weight = -1, mode = -1, width = 0, height = 0, left = 0, top = 0, right = -1, bottom = -1;
+    int weight = -1, mode = -1;
+    Rect bounds = Rect::INVALID_RECT;
     bool rescueAllowed = false, rescued = false, atRescue = false;
     bool headroomAllowed = false, atHeadroom = false, paced = false;
     int target = 0, pacerTarget = 0, rate = 0, highRate = 0, matches = 0, depth = 0;
@@ -113,28 +114,57 @@ struct ModelLayer {
     nsecs_t queued = 0, ended = 0, gap = 0, toPresent = 0, first = 0, anchor = 0, removeAt = 0;
     std::vector<nsecs_t> intervals;  // all there were
     nsecs_t windowStart = -1;
-    int frames = 0;
+    int frames = 0, fence = -1;
+    std::string origin;  // of its fences, once known
     double fps = 0;
+
+    const char* name() const { return producer.name.c_str(); }
 };
 
 class Model {
   public:
+    explicit Model(const Switches& switches) : on(switches) {}
+
+    const Switches on;
     Strings log;
     std::vector<std::pair<nsecs_t, std::string>> calls;
+    std::vector<int> deadlines;
     std::map<int, ModelLayer> layers;
     Settings headroom, rescue, pace;
-    nsecs_t now = 0;
+    nsecs_t now = 0, period = 0;
+    int threadFailures = 0, fenceQuestions = 0;
+    bool infoFails = false, deadlineFails = false;
 
-    void setPeriod(nsecs_t ns, int mode) {
-        if (ns == mPeriod) return;
-        mPeriod = ns;
-        mDisplayMode = mode;
-        log.push_back((mode == 0 ? "Unexpected vsync received: " : "vsync: ") + str(ns));
+    void init() {
+        if (std::exchange(mRunning, true)) return;
+        if (on.bigJank) mThreshold = mThresholdProperty;
+        log.push_back("LayerManager initialized");
+    }
+    void stop() {
+        if (!std::exchange(mRunning, false)) return;
+        if (std::exchange(mRescueStarted, false)) log.push_back("GFRMonitor stopped");
+        if (std::exchange(mHeadroomStarted, false)) log.push_back("PHRMonitor stopped");
+        layers.clear();
+        mCandidates.clear();
+        mApps.clear();
+        mCandidatesFull = false;
     }
 
-    void queue(int id) {
+    void setPeriod(nsecs_t ns, int mode) {
+        if (ns == period) return;
+        period = ns;
+        mDisplayMode = mode;
+        if (mode == 0) return say("Unexpected vsync received: %ld", ns);
+        if (mRescueStarted) mRescuePeriod = ns;
+        if (mHeadroomStarted && std::exchange(mHeadroomPeriod, ns) != ns) {
+            mHeadroomMode = mode;
+            for (const auto& [id, layer] : layers) setHeadroom(layer);
+        }
+        say("vsync: %ld", ns);
+    }
+
+    void queue(int id, const Producer& producer) {
         if (id < 1) return;
-        const Producer producer = producerOf(id);
         if (layers.count(id) == 0 && !promote(id, producer)) return;
         if (layers.count(id) == 0) return;  // dropped at once
         ModelLayer& layer = layers[id];
@@ -142,11 +172,18 @@ class Model {
         layer.active = true;
         const nsecs_t previous = std::exchange(layer.queued, now);
         layer.gap = now - layer.ended;
-        const nsecs_t phase = layer.anchor > 0 && mPeriod > 0 ? (now - layer.anchor) % mPeriod : 0;
-        layer.toPresent = mPeriod - phase + mPeriod * layer.depth;
+        const nsecs_t phase = layer.anchor > 0 && period > 0 ? (now - layer.anchor) % period : 0;
+        layer.toPresent = period - phase + period * layer.depth;
         if (layer.depth++ == 0) layer.first = now;
-        if (previous != 0 && measure(layer, now - previous)) return frameDone(layer);
-        frameDone(layer);
+        if (previous != 0) measure(layer, now - previous);
+        if (mThreshold >= 1 && layer.mode >= 30 && layer.gap >= mThreshold * kMs) {
+            if (on.worker) event(4186, layer.package, "5 0 ");
+            say("Send CPU big jank [%s].", layer.name());
+        }
+        if (layer.rescued && on.profile) {
+            say("frameTime = %ld, frameHeadroom = %ld, jankHeadroom = %ld, [%s]", layer.gap,
+                mRescuePeriod - layer.gap, layer.toPresent, layer.name());
+        }
     }
     void queueEnded(int id) {
         if (layers.count(id) > 0) layers[id].ended = now;
@@ -155,133 +192,197 @@ class Model {
     void latch(int id, int pending, const Rect& bounds, bool focused, bool visible) {
         if (layers.count(id) == 0) return;
         ModelLayer& layer = layers[id];
+        if (layer.rescued && on.profile) {
+            const bool known = period > 0 && layer.anchor > 0;
+            const nsecs_t periods = known ? (now + period / 2 - layer.anchor) / period : 0;
+            say("%ld dropped", std::max<nsecs_t>(periods, 1) - 1);
+        }
         layer.anchor = now;
         --layer.depth;
         if (layer.depth < 0 || (layer.depth != pending && now - layer.queued > 2'000'000)) {
             layer.depth = pending;
         }
-        std::tie(layer.left, layer.top, layer.right, layer.bottom) =
-                std::tie(bounds.left, bounds.top, bounds.right, bounds.bottom);
+        layer.bounds = bounds;
         layer.focused = focused;
         layer.visible = visible;
-        if (focused && layer.producer.uid() != mFocusedUid) {
-            mFocusedUid = layer.producer.uid();
+        const int uid = layer.producer.uid();
+        if (focused && std::exchange(mFocusedUid, uid) != uid) {
             checkSceneSoon();
-            log.push_back("Focused app changed: uid " + str(mFocusedUid) + ", [latched]");
+            say("Focused app changed: uid %d, [latched]", uid);
         }
-        if (mApps.count(layer.producer.uid()) > 0) mApps[layer.producer.uid()].second = now;
+        if (mApps.count(uid) > 0) mApps[uid].second = now;
     }
 
     void vsync() {
         if (mLastCleanup > 0 && now - mLastCleanup <= 3 * kSecond) return;
         if (std::exchange(mLastCleanup, now) <= 0) return;
-        cleanLayers();
-        cleanCandidates();
+        cleanUp();
         if (!mForceScene && mScheduled == 0) checkScenes();
     }
 
+    void fence(bool notify, int fd, const std::string& name, int id) {
+        if ((!notify && !on.fences) || layers.count(id) == 0) return;
+        ModelLayer& layer = layers[id];
+        if (notify) layer.fence = -1;
+        if (!isGpus(layer, fd, name)) return;
+        if (!notify) {
+            layer.fence = fd;
+        } else if (layer.first != 0 && period > 0 && !isYoung(layer)) {
+            hurry(fd);
+        }
+    }
+    void flush() {
+        for (auto& [id, layer] : layers) {
+            const int fd = std::exchange(layer.fence, -1);
+            if (fd >= 0 && period > 0 && layer.first != 0 && !isYoung(layer)) hurry(fd);
+        }
+    }
+
     void threshold(int ms) {
+        if (!on.bigJank) return;
+        mThresholdProperty = ms;
+        if (!isRunning()) return;
         mThreshold = ms;
-        log.push_back("OnFeatureConfigChanged - CPU_BIG_JANK: mCpuBigJankThreshold=" + str(ms) +
-                      "ms");
+        say("OnFeatureConfigChanged - CPU_BIG_JANK: mCpuBigJankThreshold=%dms", ms);
     }
     void reportLater() {
+        if (!isRunning()) return;
+        log.push_back("OnFeatureConfigChanged - ACTV_IF_CONCURRENCY");
+        if (!on.worker) return;
         ++mScheduled;
         mTasks.insert({now + 3 * kSecond, [this] {
-                           cleanLayers();
-                           cleanCandidates();
+                           cleanUp();
                            mForceScene = true;
                            --mScheduled;
                            checkScenes();
                        }});
-        log.push_back("OnFeatureConfigChanged - ACTV_IF_CONCURRENCY");
     }
     void awaitApp(const std::string& package) {
-        mChecked = mAwaited = package;
+        mAwaited = package;
+        if (!isRunning()) return;
+        mChecked = package;
         mMisses = 0;
-        log.push_back("OnFeatureConfigChanged - ACTV_NON_GAME_RESUME: checkingAliveApp=" + package);
+        say("OnFeatureConfigChanged - ACTV_NON_GAME_RESUME: checkingAliveApp=%s", package.c_str());
+    }
+    void switching(bool over) {
+        if (!isRunning()) return;
+        say("OnFeatureConfigChanged - ACTV_SWITCHING: mActvStable=%s", over ? "true" : "false");
     }
 
     void headroomChanged(const std::string& package) {
+        if (!isRunning()) return;
         for (ModelLayer* layer : layersOf(package)) {
             if (!layer->game) continue;
             const auto rates = headroom.get(layer->package, true);
             layer->headroomAllowed = !rates.empty();
             if (!rates.empty() && (mDisplayMode > 60 ? std::abs(rates[1] - layer->highRate) > 1
                                                      : std::abs(rates[0] - layer->rate) > 1)) {
-                layer->rate = rates[0];
-                layer->highRate = rates[1];
+                applyHeadroom(*layer, rates);
             }
-            char text[100];
-            snprintf(text, sizeof(text), "set enabled=%d, phrMinRate=%.2f, highFpsPhrMinRate=%.2f",
-                     layer->headroomAllowed, layer->rate / 100.0, layer->highRate / 100.0);
-            log.push_back(std::string("OnFeatureConfigChanged - QUICK_TOUCH: ") + text +
-                          ", pkgName=" + layer->package);
+            say("OnFeatureConfigChanged - QUICK_TOUCH: set enabled=%d, phrMinRate=%.2f, "
+                "highFpsPhrMinRate=%.2f, pkgName=%s",
+                layer->headroomAllowed, layer->rate / 100.0, layer->highRate / 100.0,
+                layer->package.c_str());
         }
     }
     void rescueChanged(const std::string& package) {
-        bool told = false;
+        bool told = !isRunning();
+        if (told) return;
         for (ModelLayer* layer : layersOf(package)) {
             if (!mayBeRescued(*layer)) continue;
             applyRescue(*layer);
             if (std::exchange(told, true)) continue;
-            log.push_back("OnFeatureConfigChanged - FRAME_RESCUE: gfrEnabled=" +
-                          str(layer->rescueAllowed) + ", pkgName=" + layer->package);
+            say("OnFeatureConfigChanged - FRAME_RESCUE: gfrEnabled=%d, pkgName=%s",
+                layer->rescueAllowed, layer->package.c_str());
         }
     }
     void paceChanged(const std::string& package) {
-        bool told = false;
+        bool told = !isRunning();
+        if (told || !on.pacing) return;
         for (ModelLayer* layer : layersOf(package)) {
             if (!layer->game) continue;
             applyPace(*layer);
             if (std::exchange(told, true)) continue;
-            log.push_back("OnFeatureConfigChanged - TARGET_FPS: targetFps=" + str(layer->target) +
-                          ".00, pkgName=" + layer->package);
+            say("OnFeatureConfigChanged - TARGET_FPS: targetFps=%d.00, pkgName=%s", layer->target,
+                layer->package.c_str());
         }
     }
 
+    void cleanUp() {
+        cleanLayers();
+        cleanCandidates();
+    }
+
+    // The boost worker, until this time.
+    void runTasks(nsecs_t until) {
+        while (!mTasks.empty()) {
+            const nsecs_t at = std::max(mTasks.begin()->first, mBusyUntil);
+            if (at > until) break;
+            const auto task = mTasks.begin()->second;
+            now = std::max(now, at);
+            mTasks.erase(mTasks.begin());
+            task();
+        }
+        now = until;
+    }
+    void holdWorker(nsecs_t duration) {
+        post([this, duration] { mBusyUntil = now + duration; });
+    }
+
+  private:
+    struct Candidate {
+        nsecs_t start, last;
+        int count;
+        std::string package;
+    };
+
+    template <typename... Args>
+    void say(const char* format, Args... args) {
+        log.push_back(formatted(format, args...));
+    }
+    bool isRunning() {
+        if (!mRunning) log.push_back("LayerManager not initialized");
+        return mRunning;
+    }
+    void post(std::function<void()> task) {
+        if (on.worker) mTasks.insert({now, std::move(task)});
+    }
+    void event(int number, const std::string& package, const std::string& args) {
+        const std::string text = formatted("perf_event %d ", number) + package + " " + args;
+        if (!on.worker) return call(text);
+        post([this, text] { call(text); });
+    }
+    void call(const std::string& text) { calls.emplace_back(now, text); }
+    void checkSceneSoon() {
+        mForceScene = on.worker;
+        post([this] { checkScenes(); });
+    }
+
     void cleanLayers() {
-        std::vector<int> preferred, other, remove;
+        std::vector<int> other, remove;
         for (auto& [id, layer] : layers) {
             if (layer.active && layer.queued > 0 && now - layer.queued > kSecond) {
                 layer.active = false;
                 layer.removeAt = now + kSecond;
-                log.push_back("Layer " + str(id) + " [" + layer.producer.name +
-                              "] marked for removal (no frame update within 1s)");
+                say("Layer %d [%s] marked for removal (no frame update within 1s)", id,
+                    layer.name());
                 if (layer.rescued) setRescued(layer, false);
             }
-            if (!layer.active) {
-                if (now >= layer.removeAt) remove.push_back(id);
-            } else {
-                (layer.visible && layer.mode > 29 ? preferred : other).push_back(id);
+            if (layer.active ? !layer.visible || layer.mode <= 29 : now >= layer.removeAt) {
+                (layer.active ? other : remove).push_back(id);
             }
         }
-        const size_t remaining = layers.size() - remove.size();
-        if (remaining < 5) {
-            if (mLayersFull && remaining + mCandidates.size() < 5) {
-                mLayersFull = false;
-                log.push_back("Active layer count dropped back within the tracking limit.");
-            }
-        } else {
+        // What is just promoted has no mode: by these calls, dropping such layers always suffices.
+        if (layers.size() - remove.size() >= 5) {
             remove.insert(remove.end(), other.begin(), other.end());
-            if (layers.size() - remove.size() >= 5) {
-                std::stable_sort(preferred.begin(), preferred.end(), [&](int a, int b) {
-                    return importance(layers[a]) < importance(layers[b]);
-                });
-                preferred.resize(std::min(preferred.size(), layers.size() - remove.size() - 4));
-                remove.insert(remove.end(), preferred.begin(), preferred.end());
-                if (!std::exchange(mLayersFull, true)) {
-                    log.push_back("Active layer count reached maximum tracking limit.");
-                }
-            }
         }
         for (const int id : remove) {
             const ModelLayer layer = layers[id];
-            if (layer.atRescue) log.push_back("GFR: Unregistered layer " + str(id));
-            if (layer.atHeadroom) log.push_back("Layer " + str(id) + " destroyed");
+            if (layer.atRescue) say("GFR: Unregistered layer %d", id);
+            if (layer.atHeadroom) say("Layer %d destroyed", id);
             layers.erase(id);
             if (mFastest == id) pickFastest();
-            log.push_back("Unregistered layer " + str(id) + ": [" + layer.producer.name + "]");
+            say("Unregistered layer %d: [%s]", id, layer.name());
         }
     }
 
@@ -292,7 +393,7 @@ class Model {
         for (const auto& [last, id] : byAge) {
             if (now - last <= 2 * kSecond) continue;
             mCandidates.erase(id);
-            log.push_back("Remove candidate layer [" + str(id) + "]");
+            say("Remove candidate layer [%d]", id);
         }
         if (mCandidates.size() <= 10) {
             if (mCandidatesFull && mCandidates.size() <= 5) {
@@ -303,56 +404,28 @@ class Model {
         }
         for (const auto& [last, id] : byAge) {
             if (mCandidates.size() == 10) break;
-            if (mCandidates.erase(id) == 0) continue;
-            log.push_back("Force remove candidate layer [" + str(id) + "]");
+            if (mCandidates.erase(id) > 0) say("Force remove candidate layer [%d]", id);
         }
         if (!std::exchange(mCandidatesFull, true)) {
             log.push_back("Candidate layer count reached maximum tracking limit.");
         }
     }
 
-    // The boost worker, until this time.
-    void runTasks(nsecs_t until) {
-        while (!mTasks.empty() && mTasks.begin()->first <= until) {
-            const auto task = mTasks.begin()->second;
-            now = std::max(now, mTasks.begin()->first);
-            mTasks.erase(mTasks.begin());
-            task();
-        }
-        now = until;
-    }
-
-  private:
-    struct Candidate {
-        nsecs_t start, last;
-        int count;
-        std::string package;
-    };
-
-    void post(std::function<void()> task) { mTasks.insert({now, std::move(task)}); }
-    void event(int number, const std::string& package, const std::string& args) {
-        post([=] { call("perf_event " + str(number) + " " + package + " " + args); });
-    }
-    void call(const std::string& text) { calls.emplace_back(now, text); }
-    void checkSceneSoon() {
-        mForceScene = true;
-        post([this] { checkScenes(); });
-    }
-
     bool promote(int id, const Producer& producer) {
+        const int uid = producer.uid();
         const auto found = mCandidates.find(id);
         if (found == mCandidates.end()) {
             if (mCandidatesFull) return false;
             std::string package = producer.package;
-            if (package.empty() && mApps.count(producer.uid()) > 0) {
-                package = mApps[producer.uid()].first;
-                mApps[producer.uid()].second = now;
-                log.push_back("Layer [" + producer.name + "] get pkg from AppInfo cache (uid=" +
-                              str(producer.uid()) + "): " + package);
+            if (package.empty() && mApps.count(uid) > 0) {
+                package = mApps[uid].first;
+                mApps[uid].second = now;
+                say("Layer [%s] get pkg from AppInfo cache (uid=%d): %s", producer.name.c_str(),
+                    uid, package.c_str());
             }
             if (package.empty()) return false;
             mCandidates[id] = {now, now, 1, package};
-            log.push_back("Add new candidate layer: " + str(id) + " [" + producer.name + "]");
+            say("Add new candidate layer: %d [%s]", id, producer.name.c_str());
             if (mCandidates.size() > 11) cleanCandidates();
             return false;
         }
@@ -366,27 +439,27 @@ class Model {
             candidate.start = now;
             return false;
         }
-        if (mLayersFull) return false;
         ModelLayer& layer = layers[id];
         layer.id = id;
         layer.producer = producer;
         layer.package = candidate.package;
-        layer.scene = producer.scene;
+        const bool mini = producer.name.find("AppBrandUI") != std::string::npos;
+        if (mini && layer.package == "com.tencent.mm") layer.scene = "minigame";
         mCandidates.erase(found);
         layer.rescueAllowed = !rescue.get(layer.package, false).empty() && mayBeRescued(layer);
-        const auto target = pace.get(layer.package, false);
-        layer.target = target.empty() ? 0 : target[0];
-        log.push_back("Add new layer to full tracking: [" + producer.name + "] layer " + str(id));
-        const int uid = producer.uid();
-        if (mApps.count(uid) == 0 && mApps.size() >= 10) {
-            const auto oldest =
-                    std::min_element(mApps.begin(), mApps.end(), [](const auto& a, const auto& b) {
-                        return a.second.second < b.second.second;
-                    });
-            log.push_back("Remove oldest app from mAppInfoMap: [" + oldest->second.first + "]");
-            mApps.erase(oldest);
+        layer.target = targetOf(layer, false);
+        say("Add new layer to full tracking: [%s] layer %d", layer.name(), id);
+        if (uid > 0) {
+            if (mApps.count(uid) == 0 && mApps.size() >= 10) {
+                auto oldest = mApps.begin();
+                for (auto app = oldest; app != mApps.end(); ++app) {
+                    if (app->second.second < oldest->second.second) oldest = app;
+                }
+                say("Remove oldest app from mAppInfoMap: [%s]", oldest->second.first.c_str());
+                mApps.erase(oldest);
+            }
+            mApps[uid] = {layer.package, now};
         }
-        mApps[uid] = {layer.package, now};
         post([this, id, package = layer.package] { classify(id, package); });
         if (layers.size() > 4) cleanLayers();
         return true;
@@ -397,26 +470,23 @@ class Model {
         call("perf_get_feedback_extn 5633 " + package + " 1 0 ");
         if (layers.count(id) == 0 || layers[id].package != package) return;
         ModelLayer& layer = layers[id];
-        layer.game = layer.producer.app % 2 == 0;
-        layer.weight = layer.game ? layer.producer.app : 0;
+        const int app = package == packageOf(3) ? 3 : std::stoi(package.substr(15));
+        layer.game = isGame(app);
+        layer.weight = layer.game ? app + 1 : 0;
         if (!layer.game) return;
         const auto rates = headroom.get(package, true);
         layer.headroomAllowed = !rates.empty();
-        if (!rates.empty()) {
-            layer.rate = rates[0];
-            layer.highRate = rates[1];
-        }
+        if (!rates.empty()) applyHeadroom(layer, rates);
         if (mayBeRescued(layer)) applyRescue(layer);
         applyPace(layer);
     }
 
-    // One more interval; true when a window closed.
-    bool measure(ModelLayer& layer, nsecs_t interval) {
+    void measure(ModelLayer& layer, nsecs_t interval) {
         if (layer.windowStart < 0) layer.windowStart = now - interval;
         ++layer.frames;
         layer.intervals.push_back(interval);
         const nsecs_t elapsed = now - layer.windowStart;
-        if (elapsed <= kSecond) return false;
+        if (elapsed <= kSecond) return;
         layer.fps = static_cast<double>(layer.frames) * kSecond / static_cast<double>(elapsed);
         layer.windowStart = -1;
         layer.frames = 0;
@@ -424,38 +494,27 @@ class Model {
         const int mode = modeOf(layer.fps);
         if (mode != layer.mode && isSteadyAt(layer, mode)) {
             layer.mode = mode;
-            log.push_back("Stable FPS shift detected for layer " + str(layer.id) + ": (mode -> " +
-                          str(mode) + ")");
+            say("Stable FPS shift detected for layer %d: (mode -> %d)", layer.id, mode);
         }
-        log.push_back("FPS:[" + layer.producer.name + "] layer " + str(layer.id) + ", (" +
-                      str(layer.right - layer.left) + ", " + str(layer.bottom - layer.top) +
-                      ") mode:" + str(layer.mode) + " focused:" + str(layer.focused) +
-                      " visible: " + str(layer.visible));
+        say("FPS:[%s] layer %d, (%d, %d) mode:%d focused:%d visible: %d", layer.name(), layer.id,
+            layer.bounds.right - layer.bounds.left, layer.bounds.bottom - layer.bounds.top,
+            layer.mode, layer.focused, layer.visible);
         switchFeatures(layer);
-        if (layer.mode != oldMode) {
-            pickFastest();
-            checkSceneSoon();
-        }
-        return true;
+        if (layer.mode == oldMode) return;
+        pickFastest();
+        checkSceneSoon();
     }
 
     static bool isSteadyAt(const ModelLayer& layer, int mode) {
         if (layer.intervals.size() < 30) return false;
+        const std::vector<nsecs_t> latest(layer.intervals.end() - 30, layer.intervals.end());
         double sum = 0, squares = 0;
-        for (size_t i = layer.intervals.size() - 30; i < layer.intervals.size(); ++i) {
-            sum += static_cast<double>(layer.intervals[i]);
-        }
+        for (const nsecs_t interval : latest) sum += static_cast<double>(interval);
         const double mean = sum / 30;
-        for (size_t i = layer.intervals.size() - 30; i < layer.intervals.size(); ++i) {
-            squares += std::pow(static_cast<double>(layer.intervals[i]) - mean, 2);
+        for (const nsecs_t interval : latest) {
+            squares += std::pow(static_cast<double>(interval) - mean, 2);
         }
         return std::sqrt(squares / 30) < std::max(2e6, mean / 5) && modeOf(1e9 / mean) == mode;
-    }
-
-    void frameDone(ModelLayer& layer) {
-        if (mThreshold < 1 || layer.mode < 30 || layer.gap < mThreshold * kMs) return;
-        event(4186, layer.package, "5 0 ");
-        log.push_back("Send CPU big jank [" + layer.producer.name + "].");
     }
 
     void pickFastest() {
@@ -467,72 +526,119 @@ class Model {
         }
         if (fastest != nullptr) {
             mFastest = fastest->id;
-            event(4196, fastest->package, "0 " + str(fastest->mode) + " ");
-            log.push_back("Update MaxInfo: pkgName " + fastest->package +
-                          " mode: " + str(fastest->mode) + " layerId: " + str(mFastest));
-        } else if (mFastest != -1) {
-            mFastest = -1;
+            event(4196, fastest->package, formatted("0 %d ", fastest->mode));
+            say("Update MaxInfo: pkgName %s mode: %d layerId: %d", fastest->package.c_str(),
+                fastest->mode, mFastest);
+        } else if (std::exchange(mFastest, -1) != -1) {
             event(4196, "null", "0 -1 ");
             log.push_back("Update MaxInfo: Reset to default");
         }
     }
 
+    bool isGpus(ModelLayer& layer, int fd, const std::string& name) {
+        if (!layer.origin.empty()) return layer.origin == "mdrt";
+        ++fenceQuestions;
+        if (infoFails) {
+            say("[GPU JANK DETECTION] SYNC_IOC_FILE_INFO failed, ret=-1, fd=%d, errno=%d", fd,
+                ENOTTY);
+            return true;
+        }
+        const bool detached = name.find("detached") == 0;
+        if (!detached) layer.origin = name.find("mdrt-timeline") == 0 ? "mdrt" : "non-mdrt";
+        say("[GPU JANK DETECTION] fence origin: %scached), layerId=%d [%s] fence_name=%s",
+            (detached ? "detached (not " : layer.origin + " (").c_str(), layer.id, layer.name(),
+            name.c_str());
+        return layer.origin != "non-mdrt";
+    }
+    bool isYoung(const ModelLayer& layer) {
+        return now - layer.first < (on.fences ? 2 : 1) * period;
+    }
+    void hurry(int fd) {
+        deadlines.push_back(fd);
+        if (!deadlineFails) return;
+        say("[GPU JANK DETECTION] IOCTL failed, ret=-1, fd=%d, errno=%d", fd, EINVAL);
+    }
+
     static bool mayBeRescued(const ModelLayer& layer) {
         return layer.package != "com.tencent.mm" || layer.scene == "minigame";
     }
-    void setRescued(ModelLayer& layer, bool on) {
-        layer.rescued = on;
-        if (layer.atRescue) {
-            log.push_back("Layer " + str(layer.id) + (on ? " enable GFR" : " disable GFR"));
-        }
+    int targetOf(const ModelLayer& layer, bool orEveryones) const {
+        const auto config = pace.get(layer.package, orEveryones);
+        return config.empty() || !on.pacing ? 0 : config[0];
     }
-    void setPaced(ModelLayer& layer, bool on) {
-        layer.paced = on;
-        if (on == layer.pacing && layer.target == layer.pacerTarget) return;
-        layer.pacing = on;
+    void setRescued(ModelLayer& layer, bool enable) {
+        layer.rescued = enable;
+        if (layer.atRescue) say("Layer %d %s GFR", layer.id, enable ? "enable" : "disable");
+    }
+    void setPaced(ModelLayer& layer, bool enable) {
+        layer.paced = enable;
+        if (enable == layer.pacing && layer.target == layer.pacerTarget) return;
+        layer.pacing = enable;
         layer.pacerTarget = layer.target;
-        log.push_back("Layer " + str(layer.id) +
-                      (on ? ": enable target fps: " + str(layer.target) + ".000000"
-                          : ": disable target fps"));
+        if (!enable) return say("Layer %d: disable target fps", layer.id);
+        say("Layer %d: enable target fps: %d.000000", layer.id, layer.target);
+    }
+    void setHeadroom(const ModelLayer& layer) {
+        const int rate = mHeadroomMode > 60 ? layer.highRate : layer.rate;
+        if (layer.atHeadroom && rate > 0) say("Layer %d set headroom", layer.id);
     }
 
+    void applyHeadroom(ModelLayer& layer, const std::vector<int>& rates) {
+        layer.rate = rates[0];
+        layer.highRate = rates[1];
+        setHeadroom(layer);
+    }
     void applyRescue(ModelLayer& layer) {
         const bool allowed = !rescue.get(layer.package, true).empty();
         if (std::exchange(layer.rescueAllowed, allowed) != allowed) setRescued(layer, false);
-        if (allowed && layer.atRescue) log.push_back("updateLayerTunables layer " + str(layer.id));
+        if (allowed && layer.atRescue) say("updateLayerTunables layer %d", layer.id);
     }
     void applyPace(ModelLayer& layer) {
-        const auto config = pace.get(layer.package, true);
-        const int target = config.empty() ? 0 : config[0];
+        const int target = targetOf(layer, true);
         if (std::exchange(layer.target, target) == target) return;
-        const bool on = target > 0 && layer.fps > target;
-        if (layer.atHeadroom && (layer.paced || on)) setPaced(layer, on);
+        const bool pacing = target > 0 && layer.fps > target;
+        if (layer.atHeadroom && (layer.paced || pacing)) setPaced(layer, pacing);
     }
 
+    // Whether the monitor runs, once it has been tried to start it.
+    bool start(bool& started, const char* monitor) {
+        if (started || !mRunning) return started;
+        started = threadFailures == 0;
+        if (!started) --threadFailures;
+        say(started ? "%s initialized" : "Failed to initialize %s", monitor);
+        return started;
+    }
+    void switchOn(ModelLayer& layer) {
+        const bool waits = !mRescueStarted;
+        if (layer.rescueAllowed && start(mRescueStarted, "GFRMonitor")) {
+            if (waits) mRescuePeriod = period;
+            if (!std::exchange(layer.atRescue, true)) {
+                say("GFR: Registered layer %d [%s]", layer.id, layer.name());
+            }
+            if (!layer.rescued) setRescued(layer, true);
+        }
+        if ((!layer.headroomAllowed && layer.target <= 0) || (!on.touch && !on.pacing)) return;
+        if (!mHeadroomStarted) {
+            mHeadroomPeriod = period;
+            mHeadroomMode = mDisplayMode;
+        }
+        if (!start(mHeadroomStarted, "PHRMonitor")) return;
+        if (!std::exchange(layer.atHeadroom, true)) {
+            setHeadroom(layer);
+            say("PHR: Registered layer %d [%s]", layer.id, layer.name());
+        }
+        if (!layer.paced && layer.target > 0 && layer.fps > layer.target) setPaced(layer, true);
+    }
     void switchFeatures(ModelLayer& layer) {
-        const std::string id = str(layer.id);
         if (layer.mode == mDisplayMode && layer.mode != -1 && layer.visible) {
-            if (layer.rescueAllowed) {
-                if (!std::exchange(mRescueStarted, true)) log.push_back("GFRMonitor initialized");
-                if (!std::exchange(layer.atRescue, true)) {
-                    log.push_back("GFR: Registered layer " + id + " [" + layer.producer.name + "]");
-                }
-                if (!layer.rescued) setRescued(layer, true);
-            }
-            if (layer.headroomAllowed || layer.target > 0) {
-                if (!std::exchange(mHeadroomStarted, true)) log.push_back("PHRMonitor initialized");
-                if (!std::exchange(layer.atHeadroom, true)) {
-                    log.push_back("PHR: Registered layer " + id + " [" + layer.producer.name + "]");
-                }
-                if (!layer.paced && layer.target > 0 && layer.fps > layer.target) {
-                    setPaced(layer, true);
-                }
-            }
+            switchOn(layer);
         } else if (layer.rescued) {
             setRescued(layer, false);
         }
-        if (layer.atHeadroom && layer.paced && layer.fps < layer.target - 2) setPaced(layer, false);
-
+        if (layer.atHeadroom && layer.paced && layer.fps < layer.target - 2 && on.compensation &&
+            !on.ramps) {
+            setPaced(layer, false);
+        }
         if (mMisses < 0 && layer.matches == 0) return;
         if (layer.package == mChecked) {
             ++layer.matches;
@@ -559,10 +665,6 @@ class Model {
         return result;
     }
 
-    static int importance(const ModelLayer& layer) {
-        return layer.focused * 10'000 + layer.game * 1'000 + layer.mode;
-    }
-
     void checkScenes() {
         std::map<int, const ModelLayer*> byUid;
         for (const auto& [id, layer] : layers) {
@@ -570,28 +672,28 @@ class Model {
             const ModelLayer*& best = byUid[layer.producer.uid()];
             if (best == nullptr || layer.mode > best->mode) best = &layer;
         }
-        std::vector<const ModelLayer*> ranked;
-        for (const auto& [uid, layer] : byUid) ranked.push_back(layer);
-        std::sort(ranked.begin(), ranked.end(), [](const ModelLayer* a, const ModelLayer* b) {
-            return std::pair(-importance(*a), a->id) < std::pair(-importance(*b), b->id);
-        });
-        ranked.resize(std::min<size_t>(ranked.size(), 3));
-        chooseLowLatency(ranked.empty() ? nullptr : ranked[0]);
+        std::map<std::pair<int, int>, const ModelLayer*> ranked;
+        for (const auto& [uid, layer] : byUid) {
+            const int rank = layer->focused * 10'000 + layer->game * 1'000 + layer->mode;
+            ranked[{-rank, layer->id}] = layer;
+        }
+        while (ranked.size() > 3) ranked.erase(std::prev(ranked.end()));
+        chooseLowLatency(ranked.empty() ? nullptr : ranked.begin()->second);
         std::set<int> uids;
-        for (const ModelLayer* layer : ranked) uids.insert(layer->producer.uid());
+        for (const auto& [rank, layer] : ranked) uids.insert(layer->producer.uid());
         if (!std::exchange(mForceScene, false) && uids == mReported) return;
         mReported = uids;
         std::string apps;
         size_t length = std::string("{\"apps\":[]}\n").size();
-        for (const ModelLayer* layer : ranked) {
-            std::string app = std::string(apps.empty() ? "" : ",") +
-                              "{\"F\":" + str(layer->focused) + ",\"M\":" + str(layer->mode) +
-                              ",\"b\":" + str(layer->bottom) +
-                              ",\"fps\":,\"l\":" + str(layer->left) + ",\"pkg\":\"" +
-                              layer->package + "\",\"r\":" + str(layer->right);
-            if (!layer->scene.empty()) app += ",\"scene\":\"" + layer->scene + "\"";
-            app += ",\"t\":" + str(layer->top) + "}";
-            length += app.size() + str(std::lround(layer->fps * 100)).size();
+        for (const auto& [rank, layer] : ranked) {
+            const std::string scene =
+                    layer->scene.empty() ? "" : ",\"scene\":\"" + layer->scene + "\"";
+            const Rect& b = layer->bounds;
+            const std::string app = formatted(
+                    R"(%s{"F":%d,"M":%d,"b":%d,"fps":,"l":%d,"pkg":"%s","r":%d%s,"t":%d})",
+                    apps.empty() ? "" : ",", layer->focused, layer->mode, b.bottom, b.left,
+                    layer->package.c_str(), b.right, scene.c_str(), b.top);
+            length += app.size() + std::to_string(std::lround(layer->fps * 100)).size();
             if (length > 256) {
                 log.push_back("JSON length limit reached, drop the last added group");
                 break;
@@ -599,23 +701,22 @@ class Model {
             apps += app;
         }
         const std::string text = "{\"apps\":[" + apps + "]}\n";
-        event(4194, text, "101 " + str(static_cast<int>(ranked.size())) + " ");
-        log.push_back("CheckMultiLayer: " + str(static_cast<int>(ranked.size())) + ", " + text);
+        event(4194, text, formatted("101 %zu ", ranked.size()));
+        say("CheckMultiLayer: %zu, %s", ranked.size(), text.c_str());
     }
 
     void chooseLowLatency(const ModelLayer* layer) {
-        const int pid = layer == nullptr ? -1 : layer->producer.pid();
-        if (layer != nullptr && pid == mLowLatency) return;
-        const bool on = layer != nullptr && layer->game;
-        if (!on && mLowLatency < 1) return;
-        log.push_back("SetLowLatency " + std::string(on ? "true" : "false") +
-                      " for pid=" + str(on ? pid : mLowLatency));
-        mLowLatency = on ? pid : -1;
-        post([this, on, pid] {
-            if (mHeld > 0) call("perf_lock_rel " + str(mHeld) + "  ");
+        const int pid = layer == nullptr ? -2 : layer->producer.pid();
+        if (pid == mLowLatency) return;
+        const bool enable = layer != nullptr && layer->game && pid > 0;
+        if (!enable && mLowLatency < 1) return;
+        say("SetLowLatency %s for pid=%d", enable ? "true" : "false", enable ? pid : mLowLatency);
+        mLowLatency = enable ? pid : -1;
+        post([this, enable, pid] {
+            if (mHeld > 0) call(formatted("perf_lock_rel %d  ", mHeld));
             mHeld = -1;
-            if (!on) return;
-            call("perf_lock_acq 0  0 " + str(0x40CD0000) + " " + str(pid) + " ");
+            if (!enable) return;
+            call(formatted("perf_lock_acq 0  0 %d %d ", 0x40CD0000, pid));
             mHeld = ++mLocks;
         });
     }
@@ -625,82 +726,90 @@ class Model {
     std::multimap<nsecs_t, std::function<void()>> mTasks;
     std::set<int> mReported;
     std::string mChecked, mAwaited;
-    nsecs_t mPeriod = 0, mLastCleanup = 0;
-    int mDisplayMode = -1, mThreshold = 0, mFocusedUid = -1, mFastest = -1, mMisses = -1;
+    nsecs_t mLastCleanup = 0, mBusyUntil = 0, mRescuePeriod = 0, mHeadroomPeriod = 0;
+    int mDisplayMode = -1, mHeadroomMode = -1, mThreshold = 0, mThresholdProperty = 0;
+    int mFocusedUid = -1, mFastest = -1, mMisses = -1;
     int mScheduled = 0, mLowLatency = -1, mHeld = -1, mLocks = 0;
-    bool mForceScene = false, mLayersFull = false, mCandidatesFull = false;
+    bool mRunning = false, mForceScene = false, mCandidatesFull = false;
     bool mRescueStarted = false, mHeadroomStarted = false;
 };
 
 // The registry beside its model.
 class Registry {
   public:
-    explicit Registry(RandomSteps& steps) : mSteps(steps) {
-        for (const char* name :
-             {"vendor.perf.corvane.debug", "vendor.perf.phr.enable",
-              "vendor.rdxe.enable.target_fps", "debug.perf.enable_big_jank_detect"}) {
-            base::SetProperty(name, "1");
+    explicit Registry(RandomSteps& steps) : mSteps(steps), mModel(draw(steps)) {
+        const Switches& on = mModel.on;
+        for (const auto& [name, value] :
+             std::map<const char*, bool>{{"vendor.perf.corvane.debug", true},
+                                         {"vendor.perf.corvane.profile", on.profile},
+                                         {"vendor.perf.phr.enable", true},
+                                         {"vendor.rdxe.enable.target_fps", on.pacing},
+                                         {"vendor.rdxe.target_fps.compensate", on.compensation},
+                                         {"debug.perf.enable_big_jank_detect", on.bigJank},
+                                         {"vendor.perf.gpu_jank_detect.enable", on.fences}}) {
+            base::SetProperty(name, value ? "1" : "0");
         }
+        base::SetProperty("vendor.perf.gpu_jank_filter.min_exec_time_mult", "2");
+        // A ramp so long that none ends here.
+        base::SetProperty("vendor.rdxe.target_fps.switch_time", on.ramps ? "100000" : "0");
         PerfService::install();
-        for (int app = 2; app <= 12; app += 2) PerfService::addGame(packageOf(app), app);
-        manager().init(/*smartTouchEnable=*/true, 0, 0);
-        mLog.clear();
-        manager().setVsyncPeriod(16'666'667);
-        mModel.setPeriod(16'666'667, 60);
+        for (int app = 0; app <= 12; app += 2) PerfService::addGame(packageOf(app), app + 1);
+        if (!on.worker) PerfProxy::getInstance()->stopBoostThread();
+        for (const char* name : {"mdrt-timeline", "mdrt-timeline-7", "detached", "detached-mdrt",
+                                 "camera-mdrt-timeline", "a-detached"}) {
+            mFences.emplace_back(SyncFiles::create(name), name);
+        }
+        init();
+        setPeriod(16'666'667, 60);
     }
 
     void step() {
         pass(1);
         if (mSteps.oneIn(4)) castAnew();
-        const int id = mSteps.pick(mCast);
-        const std::string package = mSteps.oneIn(5) ? "" : packageOf(producerOf(id).app);
-        switch (mSteps.below(16)) {
-            case 0:
-                vsync();
-                break;
-            case 1:
-                idle();
-                break;
-            case 2:
-                mFocus = id;
-                mHidden = mSteps.oneIn(3) ? id : -1;
-                latch(id, static_cast<int>(mSteps.below(3)));
-                break;
-            case 3: {
-                const std::vector<std::pair<nsecs_t, int>> periods = {{16'666'667, 60},
-                                                                      {16'666'667, 60},
-                                                                      {15'000'000, 0},
-                                                                      {8'333'333, 120}};
-                const auto [period, mode] = mSteps.pick(periods);
-                mSteps.tell("period", period);
-                manager().setVsyncPeriod(period);
-                mModel.setPeriod(period, mode);
-                break;
-            }
-            case 4:
-            case 5:
-            case 6:
-            case 7:
-                configure(id, package);
-                break;
-            case 8:
-                activity(package);
-                break;
-            case 9:
-                mSteps.tell("crowd");
-                for (const int any : kIds) queue(any);
-                break;
-            default:
-                draw();
-        }
+        mId = mSteps.pick(mCast);
+        mPackage = mSteps.oneIn(5) ? "" : packageOf(producer(mId).app % 4);
+        using R = Registry;
+        static constexpr void (
+                R::*kSteps[])() = {&R::vsync,        &R::idle,        &R::show,
+                                   &R::changePeriod, &R::setHeadroom, &R::setRescue,
+                                   &R::setPace,      &R::setHeadroom, &R::setRescue,
+                                   &R::setPace,      &R::setJank,     &R::activity,
+                                   &R::crowd,        &R::fences,      &R::disturb,
+                                   &R::drawFrames,   &R::drawFrames,  &R::drawFrames,
+                                   &R::drawFrames,   &R::drawFrames,  &R::drawFrames};
+        (this->*mSteps.pick(kSteps))();
+        settle();
         compare();
     }
 
   private:
-    static constexpr int kIds[] = {1,  2,  3,  4,  5,  6,  7,  8,  9, 10,
-                                   11, 12, 21, 22, 23, 24, 31, 32, 0};
+    static constexpr int kIds[] = {1,  2,  3,  4,  5,  6,  7,  8,  9,  10,
+                                   11, 12, 21, 22, 23, 24, 30, 31, 32, 0};
     static LayerManager& manager() { return *LayerManager::getInstance(); }
+    static Switches draw(RandomSteps& steps) {
+        const auto mostly = [&steps] { return !steps.oneIn(4); };
+        return {mostly(), mostly(), mostly(),  !mostly(),
+                mostly(), mostly(), !mostly(), !steps.oneIn(12)};
+    }
+    Producer producer(int id) const { return producerOf(id, mSwapped); }
 
+    void init() {
+        manager().init(mModel.on.touch, 0, 0);
+        mModel.init();
+    }
+    void setPeriod(nsecs_t ns, int mode) {
+        manager().setVsyncPeriod(ns);
+        mModel.setPeriod(ns, mode);
+    }
+    void changePeriod() {
+        static constexpr std::pair<nsecs_t, int> kPeriods[] = {{16'666'667, 60}, {16'666'667, 60},
+                                                               {16'666'667, 60}, {15'000'000, 0},
+                                                               {8'333'333, 120}, {0, 0},
+                                                               {-1, 0}};
+        const auto [ns, mode] = mSteps.pick(kPeriods);
+        mSteps.tell("period", ns);
+        setPeriod(ns, mode);
+    }
     void pass(nsecs_t duration) {
         Simulation::advance(duration);
         mModel.runTasks(Simulation::now());
@@ -715,7 +824,16 @@ class Registry {
         mSteps.tell("vsync");
         manager().onVsync(Simulation::now());
         mModel.vsync();
-        settle();
+    }
+    void crowd() {
+        mSteps.tell("crowd");
+        for (const int any : kIds) queue(any);
+    }
+    void show() {
+        mFocus = mId;
+        mHidden = mSteps.oneIn(3) ? mId : -1;
+        mSteps.tell("latch", mId, mHidden != mId);
+        latch(mId, static_cast<int>(mSteps.below(4)) - 1);
     }
     // For any time, or until something is just due or not quite.
     void idle() {
@@ -728,15 +846,16 @@ class Registry {
         mLastClean = Simulation::now();
         manager().cleanupInactiveLayers(mLastClean);
         manager().cleanupCandidates(mLastClean);
-        mModel.cleanLayers();
-        mModel.cleanCandidates();
-        settle();
+        mModel.cleanUp();
     }
-    // Who draws from now on, and how fast.
+    // Who draws from now on, and how fast and evenly.
     void castAnew() {
-        const nsecs_t intervals[] = {8'450'000,  11'200'000, 16'700'000, 16'700'000, 17'600'000,
-                                     20'300'000, 23'100'000, 34'000'000, 43'300'000, 45'000'000};
+        const nsecs_t intervals[] = {5'000'000,  8'450'000,  11'200'000, 16'700'000,
+                                     16'700'000, 17'600'000, 20'000'000, 23'100'000,
+                                     34'000'000, 43'478'000, 43'479'000, 45'000'000};
+        const nsecs_t jitters[] = {0, 0, 0, 1'900'000, 2'100'000, 3'300'000, 3'400'000};
         mInterval = mSteps.pick(intervals);
+        mJitter = mSteps.pick(jitters);
         if (mSteps.oneIn(2)) return;
         mCast.resize(static_cast<size_t>(1 + mSteps.below(mSteps.oneIn(3) ? 7 : 3)));
         for (int& id : mCast) id = mSteps.pick(kIds);
@@ -744,191 +863,224 @@ class Registry {
         mCast.erase(std::unique(mCast.begin(), mCast.end()), mCast.end());
     }
     void latch(int id, int pending) {
-        mSteps.tell("latch", id, pending, mFocus == id, mHidden != id);
-        latchQuietly(id, pending);
-    }
-    void latchQuietly(int id, int pending) {
+        pass(1'000);
         const Rect bounds(0, 10, 1080, 1'000 + id);
-        manager().onBufferDecrement("latched", id, pending, bounds, mFocus == id, mHidden != id);
         mModel.latch(id, pending, bounds, mFocus == id, mHidden != id);
+        manager().onBufferDecrement("latched", id, pending, bounds, mFocus == id, mHidden != id);
         settle();
     }
     void queue(int id) {
-        const Producer producer = producerOf(id);
+        const Producer by = producer(id);
         pass(1'000);
         mLastQueue = Simulation::now();
-        mModel.queue(id);
-        manager().onBufferIncrement(producer.name, id, producer.pid(), producer.uid(), 0, false, 0);
+        mModel.queue(id, by);
+        manager().onBufferIncrement(by.name, id, by.pid(), by.uid(), 0, false, 0);
         mModel.runTasks(Simulation::now());
         mModel.queueEnded(id);
         settle();
     }
-    void draw() {
+    void drawFrames() {
         const nsecs_t duration = mSteps.below(3 * kSecond);
         const nsecs_t until = Simulation::now() + duration;
         const bool latched = !mSteps.oneIn(8);
-        mSteps.tell("draw", mCast, mInterval, duration, latched);
+        mSteps.tell("draw", mCast, mInterval, mJitter, duration, latched);
         while (Simulation::now() < until) {
-            const nsecs_t next = Simulation::now() + mInterval;
+            mJitter = -mJitter;
+            const nsecs_t next = Simulation::now() + mInterval + mJitter;
             for (const int id : mCast) {
                 queue(id);
-                if (latched) latchQuietly(id, 0);
+                if (latched) latch(id, 0);
             }
             if (next > Simulation::now()) pass(next - Simulation::now());
         }
     }
 
-    void configure(int id, const std::string& package) {
-        FeatureManager& features = *FeatureManager::getInstance();
-        const nsecs_t now = Simulation::now();
-        mSteps.tell("configure", package);
-        switch (mSteps.below(7)) {
-            case 0:
-            case 1: {
-                const int rates[] = {0, 80, 81, 83, 120};
-                const int rate = mSteps.pick(rates), high = mSteps.pick(rates);
-                mModel.headroom.set(package,
-                                    rate + high > 0 ? std::vector<int>{rate, high}
-                                                    : std::vector<int>(),
-                                    now);
-                mModel.headroomChanged(package);
-                features.setCallbackHintValue(4187, package, 0, 0, {0, rate, 0, high});
-                break;
-            }
-            case 2:
-            case 3: {
-                const bool on = !mSteps.oneIn(3);
-                mModel.rescue.set(package, on ? std::vector<int>{1} : std::vector<int>(), now);
-                mModel.rescueChanged(package);
-                const std::string text = package.empty() ? "1.2;1.5" : package + ":golden=0.8";
-                features.setCallbackHintValue(4189, text, 0, 0, {on});
-                break;
-            }
-            case 4:
-            case 5: {
-                const int targets[] = {0, 30, 45, 50, 58, 58};
-                const int target = mSteps.pick(targets);
-                mModel.pace.set(package, target > 0 ? std::vector<int>{target} : std::vector<int>(),
-                                now);
-                mModel.paceChanged(package);
-                if (package.empty()) {
-                    features.setCallbackHintValue(4171, str(target), 0, 0, {});
-                } else {
-                    features.setCallbackHintValue(4171, package, target * 100, 0, {});
-                }
-                break;
-            }
-            default: {
-                const int ms = 20 + id;
-                mModel.threshold(ms);
-                base::SetProperty("debug.perf.cpu_big_jank_threshold_ms", str(ms));
-            }
+    void fences() {
+        const auto layer = mModel.layers.find(mId);
+        if (layer != mModel.layers.end() && mSteps.oneIn(2)) {
+            const nsecs_t old = layer->second.first + 2 * mModel.period + mSteps.below(3) - 1;
+            if (old > Simulation::now()) pass(old - Simulation::now());
         }
-        settle();
+        for (int64_t left = mSteps.below(6); left >= 0; --left) {
+            const auto [fd, name] = mSteps.pick(mFences);
+            const int of = mSteps.pick(mCast);
+            const bool notify = mSteps.oneIn(2);
+            mModel.infoFails = mSteps.oneIn(4);
+            mModel.deadlineFails = mSteps.oneIn(4);
+            SyncFiles::failInfo(mModel.infoFails ? ENOTTY : 0);
+            SyncFiles::failDeadline(mModel.deadlineFails ? EINVAL : 0);
+            mSteps.tell(notify ? "notify" : "track", of, name);
+            mModel.fence(notify, fd, name, of);
+            if (notify) {
+                manager().notifyGpuFenceUnsignaled(fd, of);
+            } else {
+                manager().trackLatchUnsignaledGpuFence(fd, of);
+            }
+            if (!mSteps.oneIn(3)) continue;
+            mModel.flush();
+            manager().flushLatchUnsignaledGpuFences();
+        }
     }
-    void activity(const std::string& package) {
-        const bool resume = !mSteps.oneIn(3) && !package.empty();
-        mSteps.tell(resume ? "await" : "report later", package);
-        if (resume) {
-            mModel.awaitApp(package);
-        } else {
-            mModel.reportLater();
+
+    // What seldom happens.
+    void disturb() {
+        const int64_t what = mSteps.below(5);
+        const nsecs_t duration = mSteps.below(9 * kSecond);
+        mSteps.tell("disturb", what, duration);
+        switch (what) {
+            case 0:
+                manager().stop();
+                mModel.stop();
+                break;
+            case 1:
+                PerfProxy::getInstance()->postTask([duration] { Simulation::sleepFor(duration); });
+                mModel.holdWorker(duration);
+                settle();
+                break;
+            case 2:
+                mModel.threadFailures = static_cast<int>(duration % 3);
+                corvane::host::failThreadCreation(mModel.threadFailures);
+                break;
+            case 3:
+                mSwapped = !mSwapped;
+                break;
+            default:
+                init();
         }
-        FeatureManager::getInstance()->setCallbackHintValue(4192, package, resume ? 0 : 1, 0, {});
-        settle();
+    }
+
+    void configure(int hint, const std::string& text, int argument,
+                   const std::vector<int>& values) {
+        mSteps.tell("configure", hint, text, argument, values);
+        FeatureManager::getInstance()->setCallbackHintValue(hint, text, argument, 0, values);
+    }
+    void setHeadroom() {
+        const int rates[] = {0, 80, 81, 83, 120};
+        const int rate = mSteps.pick(rates), high = mSteps.pick(rates);
+        mModel.headroom.set(mPackage,
+                            rate + high > 0 ? std::vector{rate, high} : std::vector<int>());
+        mModel.headroomChanged(mPackage);
+        configure(4187, mPackage, 0, {0, rate, 0, high});
+    }
+    void setRescue() {
+        const bool on = !mSteps.oneIn(3);
+        mModel.rescue.set(mPackage, on ? std::vector{1} : std::vector<int>());
+        mModel.rescueChanged(mPackage);
+        configure(4189, mPackage.empty() ? "1.2;1.5" : mPackage + ":golden=0.8", 0, {on});
+    }
+    void setPace() {
+        const int targets[] = {0, 30, 45, 50, 58, 58};
+        const int target = mSteps.pick(targets);
+        mModel.pace.set(mPackage, target > 0 ? std::vector{target} : std::vector<int>());
+        mModel.paceChanged(mPackage);
+        const bool all = mPackage.empty();
+        configure(4171, all ? std::to_string(target) : mPackage, all ? 0 : target * 100, {});
+    }
+    void setJank() {
+        mSteps.tell("threshold", mId - 1);
+        mModel.threshold(mId - 1);
+        base::SetProperty("debug.perf.cpu_big_jank_threshold_ms", std::to_string(mId - 1));
+    }
+    void activity() {
+        const int kind = static_cast<int>(mSteps.below(mPackage.empty() ? 2 : 4)) + 1;
+        const bool over = mSteps.oneIn(2);
+        mSteps.tell("activity", kind, mPackage, over);
+        if (kind > 2) mModel.awaitApp(mPackage);
+        if (kind == 2) mModel.switching(over);
+        if (kind == 1) mModel.reportLater();
+        FeatureManager::getInstance()->setCallbackHintValue(4192, mPackage, kind > 2 ? 0 : kind,
+                                                            over ? 0 : 1, {});
     }
 
     // What the registry and what it asks for has logged, without measured rates.
     Strings takeLog() {
         static const std::regex monitors(
                 "Layer \\d+ (enable|disable) GFR|Layer \\d+: .*target fps.*|Layer \\d+ destroyed|"
-                "GFR: Unregistered.*|updateLayerTunables layer \\d+: .*");
+                "Layer \\d+ set headroom.*|GFR: Unregistered.*|updateLayerTunables layer \\d+: .*|"
+                "[GP][FH]RMonitor stopped|frameTime = .*|.*, current=\\d+ frames|"
+                ".*Extreme drop detected .*");
         static const std::regex rates(
-                "^FPS:[0-9.]+|: [0-9.]+ (?=\\(mode)|(\"fps\":)\\d+|(Tunables layer \\d+):.*");
+                "^FPS:[0-9.]+|: [0-9.]+ (?=\\(mode)|(\"fps\":)\\d+|(Tunables layer \\d+):.*|"
+                "(set headroom):.*");
+        static const std::regex drops(".*FrameDrop.*[(=](\\d+) frames.*");
         Strings lines;
         for (const auto& line : mLog.lines()) {
             const bool own = line.tag == "Corvane.LayerManager";
             if (!own && !std::regex_match(line.text, monitors)) continue;
             if (own && line.text.find("Window: ") == 0) continue;
-            std::string text = std::regex_replace(line.text, rates, "$1$2");
+            std::string text = std::regex_replace(line.text, rates, "$1$2$3");
             if (line.text.find("FPS:") == 0) text = "FPS:" + text;
             if (line.text.find("Stable") == 0) text.insert(text.find("(mode"), ": ");
-            lines.push_back(text);
+            lines.push_back(std::regex_replace(text, drops, "$1 dropped"));
         }
         mLog.clear();
+        std::sort(lines.begin(), lines.end());  // several walks have no order
         return lines;
     }
     static std::vector<std::pair<nsecs_t, std::string>> takeCalls() {
         std::vector<std::pair<nsecs_t, std::string>> calls;
-        static const std::regex rate("(\"fps\":)\\d+");
+        static const std::regex rate("(\"fps\":)\\d+"), known("perf_(event|get_f.*|lock_.*)");
         for (const PerfCall& call : PerfService::calls()) {
-            if (call.entry.find("perf_event") != 0 && call.entry.find("perf_get_feedback") != 0 &&
-                call.entry.find("perf_lock") != 0) {
-                continue;
-            }
+            if (!std::regex_match(call.entry, known)) continue;
             if (call.number == 4186 && call.args[0] != 5) continue;  // of frame rescue
-            std::string text = call.entry + " " + str(call.number) + " " +
+            std::string text = call.entry + " " + std::to_string(call.number) + " " +
                                std::regex_replace(call.package, rate, "$1") + " ";
-            for (const int arg : call.args) text += str(arg) + " ";
+            for (const int arg : call.args) text += std::to_string(arg) + " ";
             calls.emplace_back(call.timeNs, text);
         }
         PerfService::clearCalls();
+        // Tasks of one instant have no order.
+        std::sort(calls.begin(), calls.end());
         return calls;
     }
 
     void compare() {
-        expectSame(ordered(std::exchange(mModel.log, {})), ordered(takeLog()), "the log");
-        // Tasks of one instant have no order.
-        auto expected = std::exchange(mModel.calls, {});
-        auto actual = takeCalls();
-        std::sort(expected.begin(), expected.end());
-        std::sort(actual.begin(), actual.end());
-        expectSame(expected, actual, "the service's calls");
+        std::sort(mModel.log.begin(), mModel.log.end());
+        expectSame(std::exchange(mModel.log, {}), takeLog(), "the log");
+        std::sort(mModel.calls.begin(), mModel.calls.end());
+        expectSame(std::exchange(mModel.calls, {}), takeCalls(), "the service's calls");
+        std::vector<int> deadlines;
+        for (const auto& deadline : SyncFiles::deadlines()) {
+            deadlines.push_back(deadline.deadlineNs == 0 ? deadline.fd : -1);
+        }
+        mSteps.expectEq(mModel.deadlines, deadlines, "the deadlines");
+        mSteps.expectEq(mModel.fenceQuestions, SyncFiles::infoCount(), "the fences' origins");
         for (const int id : kIds) {
             const sp<LayerInfo> layer = manager().getLayer(id);
             const auto found = mModel.layers.find(id);
             mSteps.expectEq(found != mModel.layers.end(), layer != nullptr, "whether tracked");
             if (layer == nullptr || found == mModel.layers.end()) continue;
             const ModelLayer& m = found->second;
-            mSteps.expectEq(std::tuple(m.producer.name, m.package, m.scene, m.producer.pid(),
-                                       m.producer.uid(), m.focused, m.visible, m.game, m.weight,
-                                       m.active, m.removeAt, m.mode),
-                            std::tuple(layer->mName, layer->mPackageName, layer->mSceneTag,
-                                       layer->mPid, layer->mUid, layer->mFocused, layer->mVisible,
-                                       layer->mIsGame, layer->mGameWeight, layer->mActive,
-                                       layer->mRemoveDeadline, layer->mFpsMode),
+            const LayerInfo& l = *layer;
+            constexpr char kWho[] =
+                    "%s %s %s %d %d, focused %d visible %d game %d %d active %d %ld";
+            mSteps.expectEq(formatted(kWho, m.name(), m.package.c_str(), m.scene.c_str(),
+                                      m.producer.pid(), m.producer.uid(), m.focused, m.visible,
+                                      m.game, m.weight, m.active, m.removeAt),
+                            formatted(kWho, l.mName.c_str(), l.mPackageName.c_str(),
+                                      l.mSceneTag.c_str(), l.mPid, l.mUid, l.mFocused, l.mVisible,
+                                      l.mIsGame, l.mGameWeight, l.mActive, l.mRemoveDeadline),
                             "the layer");
-            mSteps.expectEq(std::tuple(m.rescueAllowed, m.rescued, m.atRescue, m.headroomAllowed,
-                                       m.atHeadroom, m.paced, m.target, m.rate, m.highRate,
-                                       m.matches),
-                            std::tuple(layer->mGfrAllowed, layer->mGfrActive, layer->mGfrRegistered,
-                                       layer->mQuickTouchActive, layer->mPhrRegistered,
-                                       layer->isPaced(), static_cast<int>(layer->targetFps()),
-                                       percent(layer->phrMinRate),
-                                       percent(layer->highFpsPhrMinRate),
-                                       layer->mAliveCheckMatches),
+            constexpr char kFeatures[] =
+                    "mode %d rescue %d %d %d headroom %d %d %d %d pace %d %d matches %d";
+            mSteps.expectEq(formatted(kFeatures, m.mode, m.rescueAllowed, m.rescued, m.atRescue,
+                                      m.headroomAllowed, m.atHeadroom, m.rate, m.highRate, m.paced,
+                                      m.target, m.matches),
+                            formatted(kFeatures, l.mFpsMode, l.mGfrAllowed, l.mGfrActive,
+                                      l.mGfrRegistered, l.mQuickTouchActive, l.mPhrRegistered,
+                                      percent(l.phrMinRate), percent(l.highFpsPhrMinRate),
+                                      l.isPaced(), static_cast<int>(l.targetFps()),
+                                      l.mAliveCheckMatches),
                             "its features");
             mSteps.expectEq(std::tuple(m.depth, m.queued, m.ended, m.gap, m.toPresent, m.first,
-                                       m.anchor),
-                            std::tuple(layer->queueDepth(), layer->mLastQueueTime,
-                                       nsecs_t{layer->mLastQueueEndTime}, layer->mFrameGap,
-                                       layer->timeToPresent(), layer->mFirstFrameTime,
-                                       layer->mVsyncAnchorTime),
+                                       m.anchor, m.fence),
+                            std::tuple(l.queueDepth(), l.mLastQueueTime,
+                                       nsecs_t{l.mLastQueueEndTime}, l.mFrameGap, l.timeToPresent(),
+                                       l.mFirstFrameTime, l.mVsyncAnchorTime, l.mPendingGpuFenceFd),
                             "its frames");
+            const double measured = static_cast<double>(layer->mFps);
+            if (std::abs(measured - m.fps) > 0.001) mSteps.expectEq(m.fps, measured, "its rate");
         }
-    }
-    // Silent candidates go in any order.
-    static Strings ordered(Strings lines) {
-        const auto isRemoval = [](const std::string& line) {
-            return line.find("Remove cand") == 0;
-        };
-        for (auto begin = lines.begin(); begin != lines.end();) {
-            begin = std::find_if(begin, lines.end(), isRemoval);
-            const auto end = std::find_if_not(begin, lines.end(), isRemoval);
-            std::sort(begin, end);
-            begin = end;
-        }
-        return lines;
     }
     template <typename List>
     void expectSame(List expected, List actual, const char* what) {
@@ -942,15 +1094,20 @@ class Registry {
     RandomSteps& mSteps;
     Model mModel;
     LogCapture mLog;
+    std::vector<std::pair<int, std::string>> mFences;
     std::vector<int> mCast = {1, 2};
-    nsecs_t mInterval = 16'700'000;
+    nsecs_t mInterval = 16'700'000, mJitter = 0;
     nsecs_t mLastQueue = 0, mLastClean = 0;
     int mFocus = -1, mHidden = -1;
+    bool mSwapped = false;
+    int mId = 0;  // of this step
+    std::string mPackage;
 };
 
 TEST(RegistryModelTest, AgreesWithTheModel) {
     RandomStepsRunner::run(120, 60, [](RandomSteps& steps) {
         const Simulation simulation(1'000 * kSecond);
+        if (!steps.next()) return;
         Registry registry(steps);
         while (steps.next()) registry.step();
     });
