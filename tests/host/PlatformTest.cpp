@@ -1,35 +1,25 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The emulated devices, thread failures, trace capture, binder callers, and strong pointers. Log
-// capture and the devices' bookkeeping are under test wherever the library's tests read them.
+// The emulated devices, properties and strong pointers. What else the host stands in for is under
+// test wherever the library's tests and the replay's rely on it.
 
-#include <binder/IPCThreadState.h>
-#include <cutils/trace.h>
+#include <android-base/properties.h>
+#include <cutils/properties.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/sync_file.h>
-#include <pthread.h>
 #include <sys/ioctl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <utils/RefBase.h>
 
-#include <atomic>
 #include <cerrno>
-#include <fstream>
-#include <iterator>
-#include <regex>
+#include <cstring>
 #include <string>
-#include <system_error>
 #include <thread>
 #include <vector>
 
-#include "corvane/host/Binder.h"
 #include "corvane/host/Devices.h"
-#include "corvane/host/Simulation.h"
-#include "corvane/host/Threads.h"
-#include "corvane/host/TraceCapture.h"
 
 namespace corvane::host {
 namespace {
@@ -74,119 +64,64 @@ TEST(Devices, AnswerTheirOwnRequestsOnly) {
     }
     EXPECT_EQ(1u, BoostDevice::requests().size());
     EXPECT_EQ(0u, SyncFiles::deadlines().size());
-}
 
-TEST(Devices, EverythingElseGoesToTheKernel) {
-    BoostDevice::enable();
-    const std::string path = ::testing::TempDir() + "corvane_open_test_" + std::to_string(getpid());
-    const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL, 0600);
-    ASSERT_GE(fd, 0);
-    struct stat status {};
-    ASSERT_EQ(0, fstat(fd, &status));
-    EXPECT_EQ(0600u, status.st_mode & 0777);
-    ASSERT_EQ(3, write(fd, "abc", 3));
-    lseek(fd, 0, SEEK_SET);
+    // Everything else is the kernel's.
+    int pipes[2];
+    ASSERT_EQ(0, pipe(pipes));
+    ASSERT_EQ(3, write(pipes[1], "abc", 3));
     int available = 0;
-    EXPECT_EQ(0, ioctl(fd, FIONREAD, &available));
+    EXPECT_EQ(0, ioctl(pipes[0], FIONREAD, &available));
     EXPECT_EQ(3, available);
-    close(fd);
-    unlink(path.c_str());
 }
 
-TEST(Threads, FailAsManyTimesAsTold) {
-    failThreadCreation(2);
-    for (const int error : {EAGAIN, EAGAIN, 0}) {
-        int caught = 0;
-        try {
-            std::thread([] {}).join();
-        } catch (const std::system_error& e) {
-            caught = e.code().value();
+TEST(Properties, ReadThroughEveryInterfaceWithinTheirLimits) {
+    const struct {
+        const char* value;
+        int8_t asBool;    // with the default 9
+        int32_t asInt32;  // with the default -5
+        int64_t asInt64;
+    } cases[] = {{"", 9, -5, -5},     {"1", 1, 1, 1},
+                 {"0", 0, 0, 0},      {"yes", 1, -5, -5},
+                 {"off", 0, -5, -5},  {"0x10", 9, 16, 16},
+                 {"12ms", 9, 12, 12}, {"3000000000", 9, -5, 3'000'000'000},
+                 {"010", 9, 8, 8},    {"99999999999999999999", 9, -5, -5}};
+    char value[PROPERTY_VALUE_MAX];
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.value);
+        ASSERT_TRUE(android::base::SetProperty("a.b", c.value));
+        EXPECT_EQ(*c.value == '\0' ? "none" : c.value, android::base::GetProperty("a.b", "none"));
+        EXPECT_EQ(c.asBool, property_get_bool("a.b", 9));
+        for (const bool byDefault : {false, true}) {
+            EXPECT_EQ(c.asBool == 9 ? byDefault : c.asBool == 1,
+                      android::base::GetBoolProperty("a.b", byDefault));
         }
-        EXPECT_EQ(error, caught);
+        EXPECT_EQ(c.asInt32, property_get_int32("a.b", -5));
+        EXPECT_EQ(c.asInt64, property_get_int64("a.b", -5));
+        EXPECT_EQ(static_cast<int>(strlen(c.value)), property_get("a.b", value, nullptr));
+        EXPECT_STREQ(c.value, value);
     }
+    EXPECT_EQ(91, property_get("not.there", value, std::string(200, 'd').c_str()));
+    EXPECT_EQ(3, property_get_int32(nullptr, 3));
+    EXPECT_TRUE(android::base::SetProperty("a", std::string(91, 'x')));
+    EXPECT_EQ(-1, property_set("a", std::string(92, 'y').c_str()));
+    EXPECT_EQ(std::string(91, 'x'), android::base::GetProperty("a", ""));
+    for (const char* bad : {"", ".a", "a.", "a..b", "a b", "a/b"}) {
+        EXPECT_FALSE(android::base::SetProperty(bad, "1")) << bad;
+    }
+    EXPECT_TRUE(android::base::SetProperty("ro.once", "1"));
+    EXPECT_FALSE(android::base::SetProperty("ro.once", "2"));
+    EXPECT_EQ("1", android::base::GetProperty("ro.once", ""));
 }
 
-TEST(Binder, CallerBelongsToTheThreadAndTheScope) {
-    const auto* self = android::IPCThreadState::self();
-    {
-        const ScopedBinderCaller outer(100, 10'001);
-        {
-            const ScopedBinderCaller inner(200, 10'002);
-            EXPECT_EQ(200, self->getCallingPid());
-            EXPECT_EQ(10'002u, self->getCallingUid());
-        }
-        EXPECT_EQ(100, self->getCallingPid());
-        std::thread([] {
-            EXPECT_EQ(getpid(), android::IPCThreadState::self()->getCallingPid());
-        }).join();
-    }
-    EXPECT_EQ(getpid(), self->getCallingPid());
-    EXPECT_EQ(getuid(), self->getCallingUid());
-}
-
-TEST(TraceCapture, WritesFtraceText) {
-    const std::string path = ::testing::TempDir() + "corvane_trace_" + std::to_string(getpid());
-    EXPECT_FALSE(startTrace("/no/such/folder/trace", ATRACE_TAG_GRAPHICS));
-    EXPECT_EQ(0u, atrace_get_enabled_tags());
-    atrace_begin(ATRACE_TAG_GRAPHICS, "before");
-
-    Simulation simulation(1'000'000'000'007'000);
-    ASSERT_TRUE(startTrace(path, ATRACE_TAG_GRAPHICS));
-    EXPECT_EQ(static_cast<uint64_t>(ATRACE_TAG_GRAPHICS), atrace_get_enabled_tags());
-    std::thread([] {
-        pthread_setname_np(pthread_self(), "a thread");
-        atrace_begin(ATRACE_TAG_GRAPHICS, "slice\nC|1|forged|1");
-        atrace_end(ATRACE_TAG_GRAPHICS);
-        atrace_async_begin(ATRACE_TAG_GRAPHICS, "async", -3);
-        atrace_async_end(ATRACE_TAG_GRAPHICS, "async", -3);
-        atrace_int64(ATRACE_TAG_GRAPHICS, "counter", INT64_MIN);
-    }).join();
-    stopTrace();
-    EXPECT_EQ(0u, atrace_get_enabled_tags());
-    atrace_begin(ATRACE_TAG_GRAPHICS, "after");
-
-    std::ifstream file(path);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(file, line);) lines.push_back(line);
-    unlink(path.c_str());
-    ASSERT_EQ(8u, lines.size());
-    EXPECT_EQ("# tracer: nop", lines[0]);
-    const std::string pid = std::to_string(Simulation::processId());
-    const std::string events[] = {"B|" + pid + "|slice C|1|forged|1", "E|" + pid,
-                                  "S|" + pid + "|async|-3", "F|" + pid + "|async|-3",
-                                  "C|" + pid + "|counter|-9223372036854775808"};
-    const std::regex line(" *a thread-\\d+ +\\( *" + pid +
-                          "\\) \\[\\d{3}\\] \\.{4} 1000000\\.000007: tracing_mark_write: (.*)");
-    for (size_t i = 0; i < std::size(events); ++i) {
-        std::smatch match;
-        ASSERT_TRUE(std::regex_match(lines[i + 3], match, line)) << lines[i + 3];
-        EXPECT_EQ(events[i], match[1]);
-    }
-}
-
-// What the last owner destroys, the others have used: no race, and the sanitizer must see that.
-template <typename Base>
-struct Shared : public Base {
-    explicit Shared(std::atomic<int>* alive) : mAlive(alive) { ++*mAlive; }
-    ~Shared() {
-        mUsed = -1;
-        --*mAlive;
-    }
-    std::atomic<int>* const mAlive;
+// What the last owner destroys, the others have used: no race, and ThreadSanitizer must see that.
+struct Shared : public android::LightRefBase<Shared> {
+    ~Shared() { mUsed = -1; }
     int mUsed = 0;
 };
-struct Counted : public Shared<android::RefBase> {
-    using Shared::Shared;
-};
-struct LightCounted : public Shared<android::LightRefBase<LightCounted>> {
-    using Shared::Shared;
-};
 
-template <typename T>
-void useAndDropFromThreads() {
-    std::atomic<int> alive{0};
+TEST(StrongPointer, LastOwnerMayDestroyWhatOthersUsed) {
     for (int round = 0; round < 100; ++round) {
-        android::sp<T> object = android::sp<T>::make(&alive);
+        android::sp<Shared> object = android::sp<Shared>::make();
         std::vector<std::thread> owners;
         for (int i = 0; i < 3; ++i) {
             owners.emplace_back([owned = object]() mutable {
@@ -196,13 +131,7 @@ void useAndDropFromThreads() {
         }
         object.clear();
         for (std::thread& owner : owners) owner.join();
-        EXPECT_EQ(0, alive);
     }
-}
-
-TEST(StrongPointer, LastOwnerMayDestroyWhatOthersUsed) {
-    useAndDropFromThreads<Counted>();
-    useAndDropFromThreads<LightCounted>();
 }
 
 }  // namespace
