@@ -24,7 +24,7 @@ const char* const kConversionUsage =
         "ending names its format: .txt, .html, .pftrace or .perfetto-trace, and .gz behind any of\n"
         "them. Slices, counters and (in Perfetto's format) frame timelines are kept.\n"
         "\n"
-        "  --from SECONDS    from here on, counted from its first event\n"
+        "  --from SECONDS    from here on, counted from the first event in the file\n"
         "  --to SECONDS      and to here\n"
         "  --rename OLD=NEW  replace this text in every name, as often as given\n"
         "  --mask            replace all names, one always by the same; layers keep their form\n"
@@ -117,7 +117,9 @@ class Converter {
     bool isWithin(int64_t timeNs) {
         if (!mStartNs) mStartNs = timeNs;
         const int64_t sinceNs = timeNs - *mStartNs;
-        return sinceNs >= mOptions.fromNs && (!mOptions.toNs || sinceNs <= *mOptions.toNs);
+        // The first line need not be the earliest: without --from nothing is too early.
+        const bool isEarly = mOptions.fromNs > 0 && sinceNs < mOptions.fromNs;
+        return !isEarly && (!mOptions.toNs || sinceNs <= *mOptions.toNs);
     }
 
     ConversionOptions& mOptions;

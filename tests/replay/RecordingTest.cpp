@@ -3,16 +3,12 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <cmath>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
+#include <iterator>
 #include <random>
-#include <set>
 #include <sstream>
 #include <string>
-#include <tuple>
-#include <utility>
 #include <vector>
 
 #include "TraceText.h"
@@ -24,255 +20,148 @@
 namespace corvane::replay {
 namespace {
 
-std::string bundled(const std::string& name) {
-    const auto path = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "recordings" /
-                      (name + ".systrace.txt");
-    std::ifstream file(path);
-    EXPECT_TRUE(file) << path;
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
 Recording parse(const std::string& text) {
     const auto result = parseRecording(text);
     EXPECT_TRUE(result.recording) << result.error;
     return result.recording.value_or(Recording{});
 }
 
-// The steps of one layer as text: "q1.500" for a queue at 1.5 ms, "l2.000x3" for a latch of three.
-std::string stepsOf(const Recording& recording, size_t layer) {
-    std::stringstream text;
-    text.precision(3);
-    text << std::fixed;
-    for (const auto& step : recording.steps) {
-        if (step.kind == Step::Kind::kVsync || step.layer != layer) continue;
-        const bool queue = step.kind == Step::Kind::kQueue;
-        text << (queue ? "q" : "l") << static_cast<double>(step.timeNs) / 1e6;
-        if (step.count != 1) text << "x" << step.count;
-        text << " ";
-    }
-    return text.str();
+std::vector<std::string> split(const std::string& text) {
+    std::vector<std::string> items;
+    std::istringstream stream(text);
+    for (std::string item; std::getline(stream, item, ';');) items.push_back(item);
+    return items;
 }
 
-TEST(Recording, TheBundledOnesHoldWhatWasRecorded) {
-    // A process that the recording does not name has a made-up pid.
+// What a counter's samples, a millisecond apart, come to: "NAME id ID, DEPTH [qMS] [lMSxCOUNT]
+// DEPTH". A rise is a queue, a fall a latch.
+TEST(Recording, LayersAreWhatTheCompositorsBufferCountersCount) {
     const struct {
-        const char* name;
-        const char* holds;
+        const char* counter;
+        std::vector<int> samples;
+        const char* layer;
     } kCases[] = {
-            {"reader-60fps-stuffed",
-             "4.17 s, 16.7 ms, 250 vsyncs, 0 skipped\n"
-             "SurfaceView[com.example.reader/com.example.reader.MainActivity](BLAST)#102: id 102, "
-             "248 frames of 2100\n"
-             "StatusBar#0: id 1, 3 frames of 30001\n"},
-            {"arena-30fps-on-60hz",
-             "2.56 s, 16.7 ms, 154 vsyncs, 0 skipped\n"
-             "SurfaceView[com.example.arena/com.example.arena.GameActivity](BLAST)#101: id 101, "
-             "77 frames of 1900\n"
-             "StatusBar#0: id 1, 3 frames of 30001\n"},
-            {"launcher-scroll-two-layers",
-             "2.19 s, 11.1 ms, 139 vsyncs, 0 skipped\n"
-             "com.example.launcher/com.example.launcher.Launcher#103: id 103, 107 frames of 2300\n"
-             "com.example.wallpaper.LiveWallpaper#104: id 104, 64 frames of 30001\n"
-             "StatusBar#0: id 1, 1 frames of 30002\n"},
+            {"BufferTX - a/b#7", {1, 3, 3, 1, 0}, "a/b#7 id 7, 0 q1 q2 q2 l4x2 l5x1 0"},
+            {"a/b#7", {1}, ""},  // the queue's own counter goes first
+            {"c/d#8", {0, 1}, "c/d#8 id 8, 1 l1x1 q2 1"},
+            {"e/f#9", {2, 0}, "e/f#9 id 9, 1 q1 l2x2 0"},
+            {"g/h#3", {0, 0}, ""},
+            {"i/j#4", {1, 65, -1}, "i/j#4 id 4, 0 q1 1"},  // more than a queue can hold: damaged
+            {"TX - k/l#5", {1}, ""},
+            {"QueuedBuffer - k/l#5", {1}, ""},
+            {"k/l#5 fps", {1}, ""},
+            {"k/l#", {1}, ""},
+            {"plain", {1}, ""},
+            {"#7", {1}, ""},
+            {"m#0", {1}, "m#0 id 2, 0 q1 1"},  // an id of its own
+            {"n#0", {1}, "n#0 id 3, 0 q1 1"},
+            {"o#1", {1}, "o#1 id 1, 0 q1 1"},
+            {"p#1", {1}, "p#1 id 5, 0 q1 1"},
+            {"q#99999999999", {1}, "q#99999999999 id 6, 0 q1 1"},
+    };
+    TraceText text;
+    text.vsyncs(0, 16.0, 4).counterOf(777, 1.0, "other/process#5", 1);
+    std::vector<std::string> expected, layers;
+    for (const auto& test : kCases) {
+        double ms = static_cast<double>(test.samples.size());  // the last one first
+        for (auto sample = test.samples.rbegin(); sample != test.samples.rend(); ++sample) {
+            text.counter(ms--, test.counter, *sample);
+        }
+        if (*test.layer != '\0') expected.emplace_back(test.layer);
+    }
+    text.counter(500'000'000.0, "c/d#8", 1);  // far from all others
+    const Recording recording = parse(text.str());
+    for (const Layer& layer : recording.layers) {
+        layers.push_back(format("%s id %d, %d", layer.name.c_str(), layer.id, layer.initialDepth));
+    }
+    for (const Step& step : recording.steps) {
+        const int ms = static_cast<int>(step.timeNs / 1'000'000);
+        if (step.kind == Step::Kind::kQueue) layers[step.layer] += format(" q%d", ms);
+        if (step.kind == Step::Kind::kLatch)
+            layers[step.layer] += format(" l%dx%d", ms, step.count);
+    }
+    for (size_t i = 0; i < layers.size(); ++i) {
+        layers[i] += format(" %d", recording.layers[i].finalDepth);
+    }
+    EXPECT_EQ(layers, expected);
+    EXPECT_EQ(recording.skippedLines, 3U);
+    EXPECT_EQ(recording.durationNs, 48'000'000);
+    EXPECT_EQ(recording.notes.size(), 1U) << "of the layer without a name";
+}
+
+// Signals as "SIGNAL FROM UNTIL PERIOD STEPS...": in milliseconds, one after that many periods of
+// the display, in turn. Counters as "MS VALUE NAME".
+TEST(Recording, TheRateIsToldByWhatKnowsItBest) {
+    const struct {
+        const char* what;
+        const char* signals;
+        const char* counters;
+        const char* rates;
+        const char* source;
+        const char* note = nullptr;
+    } kCases[] = {
+            {"every vsync", "VSYNC-sf 0 2000 11.1 1", "", "90", "intervals of VSYNC-sf"},
+            {"on demand", "VSYNC-sf 0 3000 11.11 2 2 1 4 2 3", "", "90", "intervals"},
+            {"60 fps on 120 Hz, which something else needs now and then",
+             "VSYNC-sf 0 4000 8.333 2 2 2 2 2 2 2 2 2 2 2 1 2 2 2 2 1", "", "120", "intervals"},
+            {"the applications' signal knows more",
+             "VSYNC-sf 0 3000 8.333 2;VSYNC-app 3 3000 8.333 1", "", "120",
+             "VSYNC-sf and VSYNC-app"},
+            {"no compositor's signal", "VSYNC-app 0 1000 16.667 1", "", "60", "VSYNC-app"},
+            {"content alone", "VSYNC-sf 0 2000 16.667 2", "", "30", "intervals",
+             "slower than displays refresh"},
+            {"a switch and back",
+             "VSYNC-sf 0 2000 16.667 1;VSYNC-sf 2000 4000 8.333 1;VSYNC-sf 4000 6000 16.667 1", "",
+             "60; 120 at 2.0 s; 60 at 4.0 s", "intervals", "looks like content"},
+            {"rates without a common base",
+             "VSYNC-sf 0 1700 11.111 1 2;VSYNC-sf 1700 3000 16.667 1", "", "90; 60 at 1.7 s",
+             "intervals"},
+            {"a video at 30 fps between scrolls is no switch",
+             "VSYNC-sf 0 1000 16.667 1;VSYNC-sf 1000 4000 16.667 2;VSYNC-sf 4000 5000 16.667 1", "",
+             "60", "intervals"},
+            {"a counter of the period goes first", "VSYNC-sf 0 3000 16.667 1",
+             "5 8333333 VsyncPeriod;1000 8340000 VsyncPeriod;2000 16666667 VsyncPeriod;"
+             "2500 0 VsyncPeriod",
+             "120; 60 at 2.0 s", "counter VsyncPeriod"},
+            {"in microseconds, of the period rather than of the rate", "VSYNC-sf 0 1000 16.667 1",
+             "5 60 ActiveModeFPS_HWC;5 11111 VSP-period 4630", "90", "VSP-period 4630"},
+            {"a counter that is written at a switch only", "VSYNC-sf 0 3000 16.667 1",
+             "2000 120 ActiveModeFPS_HWC", "60; 120 at 2.0 s", "ActiveModeFPS_HWC"},
+            {"counters that no display has", "VSYNC-sf 0 3000 16.667 1",
+             "1 2000000000 ActiveModeFPS_HWC;2 -5 ActiveModeFPS_HWC", "60", "intervals"},
+            {"nothing in common", "VSYNC-sf 0 10 8 1", "", "125", "the median", "no common period"},
+            {"the times at which frames were expected", "", "", "60", "expected"},
     };
     for (const auto& test : kCases) {
-        const Recording recording = parse(bundled(test.name));
-        std::string holds = format("%.2f s, %.1f ms, %zu vsyncs, %zu skipped\n",
-                                   static_cast<double>(recording.durationNs) / 1e9,
-                                   static_cast<double>(recording.vsyncPeriodNs) / 1e6,
-                                   recording.vsyncs, recording.skippedLines);
-        std::set<uid_t> uids;
-        for (const Layer& layer : recording.layers) {
-            const Process& process = recording.processes[layer.process];
-            holds += layer.name + format(": id %d, %zu frames of %d\n", layer.id, layer.frames,
-                                         static_cast<int>(process.pid));
-            EXPECT_GE(process.uid, 10000U);
-            EXPECT_TRUE(uids.insert(process.uid).second) << "every process has its own uid";
-        }
-        EXPECT_EQ(holds, test.holds) << test.name;
-    }
-}
-
-TEST(Recording, RisesAreQueuesAndFallsAreLatches) {
-    TraceText text;
-    text.vsyncs(0, 16.0, 4);
-    text.counter(1.0, "a/b#7", 1).counter(2.0, "a/b#7", 3).counter(3.0, "a/b#7", 3);
-    text.counter(4.0, "a/b#7", 1).counter(5.0, "a/b#7", 0);
-    text.counter(6.0, "c/d#8", 0).counter(7.0, "c/d#8", 1);   // begins with a latch
-    text.counter(8.0, "e/f#9", 2).counter(9.0, "e/f#9", 0);   // begins with the second of two
-    text.counter(9.5, "g/h#3", 0).counter(9.6, "g/h#3", 0);   // no frame at all
-    text.counter(9.7, "i/j#4", 1).counter(9.8, "i/j#4", 65);  // more than a queue can hold
-    const Recording recording = parse(text.str());
-    ASSERT_EQ(recording.layers.size(), 4U);
-    EXPECT_EQ(stepsOf(recording, 0), "q1.000 q2.000 q2.000 l4.000x2 l5.000 ");
-    EXPECT_EQ(stepsOf(recording, 1), "l6.000 q7.000 ");
-    EXPECT_EQ(stepsOf(recording, 2), "q8.000 l9.000x2 ");
-    EXPECT_EQ(stepsOf(recording, 3), "q9.700 ");
-    EXPECT_EQ(recording.layers[0].initialDepth, 0);
-    EXPECT_EQ(recording.layers[1].initialDepth, 1);
-    EXPECT_EQ(recording.layers[1].finalDepth, 1);
-    EXPECT_EQ(recording.layers[2].initialDepth, 1);
-    EXPECT_EQ(recording.skippedLines, 1U);
-    EXPECT_EQ(recording.frames, 6U);
-    EXPECT_EQ(recording.vsyncPeriodNs, 16'000'000);
-}
-
-TEST(Recording, TheCompositorsBufferCountersAreLayersWithIdsOfTheirOwn) {
-    TraceText text;
-    text.vsyncs(0, 10.0, 3);
-    for (const char* name :
-         {"BufferTX - a/b#7", "a/b#7", "TX - a/b#7", "QueuedBuffer - a/b#7", "a/b#7 fps", "a/b#",
-          "#7", "plain", "a#0", "b#0", "c#1", "d#1", "e#99999999999"}) {
-        text.counter(1.0, name, 1);
-    }
-    text.counterOf(777, 1.0, "other/process#5", 1);
-    std::string layers;
-    for (const auto& layer : parse(text.str()).layers) {
-        layers += format("%s=%d:%zu ", layer.name.c_str(), layer.id, layer.frames);
-    }
-    EXPECT_EQ(layers, "a/b#7=7:1 a#0=2:1 b#0=3:1 c#1=1:1 d#1=4:1 e#99999999999=5:1 ");
-}
-
-TEST(Recording, ProducersComeFromTheQueueCallsOrAreMadeUp) {
-    TraceText text;
-    text.vsyncs(0, 10.0, 3);
-    for (int frame = 0; frame < 4; ++frame) {
-        const double ms = 5.0 * frame;
-        text.bufferCall(1000, "queueBuffer", ms, ms + 0.5)
-                .counter(ms + 0.2, "inside/x#1", frame % 2);
-        text.counter(ms + 1.5, "chance/x#5", frame % 2);  // that call was the layer's above
-        text.bufferCall(1000, "queueBuffer", ms + 2.0, ms + 2.2)
-                .counter(ms + 2.9, "after/x#2", frame % 2);
-        text.bufferCall(600, "queueBuffer", ms + 4.0, ms + 4.5)
-                .counter(ms + 4.2, "compositor/x#3", frame % 2);
-        text.counter(ms + 3.8, "nobody/x#4", frame % 2);
-    }
-    const Recording recording = parse(text.str());
-    std::string producers;
-    for (const auto& layer : recording.layers) {
-        producers += format("%s %d; ", layer.name.c_str(), recording.processes[layer.process].pid);
-    }
-    EXPECT_EQ(producers,
-              "inside/x#1 1000; chance/x#5 30001; after/x#2 1000; compositor/x#3 30002; "
-              "nobody/x#4 30003; ");
-}
-
-TEST(Recording, OrderAndDamagedTimesDoNotMatter) {
-    TraceText text;
-    text.counter(20.0, "a/b#7", 0).counter(10.0, "a/b#7", 1);
-    text.vsyncs(0, 10.0, 4);
-    text.counter(500'000'000.0, "a/b#7", 1);
-    const Recording recording = parse(text.str());
-    ASSERT_EQ(recording.layers.size(), 1U);
-    EXPECT_EQ(stepsOf(recording, 0), "q10.000 l20.000 ");
-    EXPECT_EQ(recording.durationNs, 30'000'000);
-    EXPECT_EQ(recording.skippedLines, 1U);
-}
-
-// A stretch of one signal: it comes after `steps` periods of the display, in turn.
-struct Vsyncs {
-    const char* signal;
-    double fromMs;
-    double periodMs;
-    std::vector<int> steps;
-    double untilMs;
-};
-
-struct RateCase {
-    const char* what;
-    std::vector<Vsyncs> vsyncs;
-    std::vector<std::tuple<double, const char*, int>> counters;
-    const char* rates;
-    const char* source;
-    const char* note = nullptr;
-};
-
-const RateCase kRateCases[] = {
-        {"a display that shows every vsync",
-         {{"VSYNC-sf", 0, 11.1, {1}, 2'000}},
-         {},
-         "90",
-         "intervals of VSYNC-sf"},
-        {"a launcher on demand",
-         {{"VSYNC-sf", 0, 11.11, {2, 2, 1, 4, 2, 3}, 3'000}},
-         {},
-         "90",
-         "intervals"},
-        {"60 fps on 120 Hz, which something else needs now and then",
-         {{"VSYNC-sf", 0, 8.333, {2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 1, 2, 2, 2, 2, 1}, 4'000}},
-         {},
-         "120",
-         "intervals"},
-        {"the applications' signal knows more",
-         {{"VSYNC-sf", 0, 8.333, {2}, 3'000}, {"VSYNC-app", 3, 8.333, {1}, 3'000}},
-         {},
-         "120",
-         "VSYNC-sf and VSYNC-app"},
-        {"no compositor's signal", {{"VSYNC-app", 0, 16.667, {1}, 1'000}}, {}, "60", "VSYNC-app"},
-        {"content alone",
-         {{"VSYNC-sf", 0, 16.667, {2}, 2'000}},
-         {},
-         "30",
-         "intervals",
-         "slower than displays refresh"},
-        {"a switch and back",
-         {{"VSYNC-sf", 0, 16.667, {1}, 2'000},
-          {"VSYNC-sf", 2'000, 8.333, {1}, 4'000},
-          {"VSYNC-sf", 4'000, 16.667, {1}, 6'000}},
-         {},
-         "60; 120 at 2.0 s; 60 at 4.0 s",
-         "intervals",
-         "looks like content"},
-        {"a switch between rates without a common base",
-         {{"VSYNC-sf", 0, 11.111, {1, 2}, 1'700}, {"VSYNC-sf", 1'700, 16.667, {1}, 3'000}},
-         {},
-         "90; 60 at 1.7 s",
-         "intervals"},
-        {"a video at 30 fps between scrolls is no switch",
-         {{"VSYNC-sf", 0, 16.667, {1}, 1'000},
-          {"VSYNC-sf", 1'000, 16.667, {2}, 4'000},
-          {"VSYNC-sf", 4'000, 16.667, {1}, 5'000}},
-         {},
-         "60",
-         "intervals"},
-        {"a counter of the period goes first",
-         {{"VSYNC-sf", 0, 16.667, {1}, 3'000}},
-         {{5, "VsyncPeriod", 8'333'333},
-          {1'000, "VsyncPeriod", 8'340'000},
-          {2'000, "VsyncPeriod", 16'666'667},
-          {2'500, "VsyncPeriod", 0}},
-         "120; 60 at 2.0 s",
-         "counter VsyncPeriod"},
-        {"one in microseconds, of the period rather than of the rate",
-         {{"VSYNC-sf", 0, 16.667, {1}, 1'000}},
-         {{5, "ActiveModeFPS_HWC", 60}, {5, "VSP-period 4630", 11'111}},
-         "90",
-         "VSP-period 4630"},
-        {"a counter that is written at a switch only",
-         {{"VSYNC-sf", 0, 16.667, {1}, 3'000}},
-         {{2'000, "ActiveModeFPS_HWC", 120}},
-         "60; 120 at 2.0 s",
-         "ActiveModeFPS_HWC"},
-};
-
-TEST(Recording, TheRateIsToldByWhatKnowsItBest) {
-    for (const auto& test : kRateCases) {
         SCOPED_TRACE(test.what);
         std::mt19937 random(7);
         std::uniform_real_distribution<double> late(0.0, 0.4);
         TraceText text;
         text.counter(1.0, "a/b#7", 1);
         int value = 0;
-        for (const auto& row : test.vsyncs) {
-            double ms = row.fromMs;
-            for (size_t i = 0; ms < row.untilMs - 1.0; ++i) {
-                text.counter(ms + late(random), row.signal, value ^= 1);
-                ms += row.periodMs * row.steps[i % row.steps.size()];
+        for (const auto& row : split(test.signals)) {
+            std::istringstream stream(row);
+            std::string signal;
+            double ms = 0, untilMs = 0, periodMs = 0;
+            stream >> signal >> ms >> untilMs >> periodMs;
+            const std::vector<int> steps{std::istream_iterator<int>(stream), {}};
+            for (size_t i = 0; ms < untilMs - 1.0; ++i) {
+                text.counter(ms + (untilMs > 10 ? late(random) : 0), signal, value ^= 1);
+                ms += periodMs * steps[i % steps.size()];
             }
         }
-        for (const auto& [ms, name, counted] : test.counters) text.counter(ms, name, counted);
+        for (int i = 0; *test.signals == '\0' && i < 60; ++i) {
+            text.slice(600, 16.667 * i + i % 3,
+                       format("commit %d vsyncIn %.2fms", i, 20.0 - i % 3));
+        }
+        for (const auto& row : split(test.counters)) {
+            std::istringstream stream(row);
+            double ms = 0;
+            stream >> ms >> value >> std::ws;
+            std::string name;
+            std::getline(stream, name);
+            text.counter(ms, name, value);
+        }
         const Recording recording = parse(text.str());
         const auto hertz = [](int64_t periodNs) {
             return format("%.0f", 1e9 / static_cast<double>(periodNs));
@@ -332,67 +221,6 @@ TEST(Recording, RatesAreFoundInRandomRecordings) {
             EXPECT_LE(std::abs(found.rates[i].atNs - atWanted), kFewVsyncsNs);
         }
     }
-}
-
-TEST(Recording, WhereNothingIsCommonTheMedianInterval) {
-    TraceText text;
-    text.counter(0.0, "VSYNC-app", 1).counter(8.0, "VSYNC-app", 0).counter(9.0, "VSYNC-app", 0);
-    text.counter(5.0, "a/b#7", 1);
-    EXPECT_EQ(parse(text.str()).vsyncs, 2U);
-    text.counter(1.0, "VSYNC-sf", 1);
-    EXPECT_EQ(parse(text.str()).vsyncPeriodNs, 8'000'000) << "one is no signal";
-    text.counter(2.0, "VSYNC-sf", 0);
-    EXPECT_EQ(parse(text.str()).vsyncPeriodNs, 1'000'000);
-    EXPECT_EQ(parse(text.str()).rateSource, "the median vsync interval");
-
-    TraceText wakes;  // no signal, but the compositor's frames with their expected times
-    wakes.counter(5.0, "a/b#7", 1);
-    for (int i = 0; i < 60; ++i) {
-        const double lateMs = i % 3;
-        wakes.slice(600, 16.667 * i + lateMs, format("commit %d vsyncIn %.2fms", i, 20.0 - lateMs));
-    }
-    const Recording recording = parse(wakes.str());
-    EXPECT_EQ(recording.vsyncs, 60U);
-    EXPECT_NEAR(static_cast<double>(recording.vsyncPeriodNs), 16.667e6, 2e4);
-    EXPECT_NE(recording.rateSource.find("expected"), std::string::npos) << recording.rateSource;
-}
-
-// Two parts hold the whole's steps, and the second begins where the first ends.
-TEST(Recording, PartsJoinToTheWhole) {
-    std::mt19937 random(5);
-    TraceText text;
-    text.vsyncs(0, 10.0, 200);
-    int depth[3] = {};
-    for (int ms = 1; ms < 1'990; ++ms) {
-        const size_t layer = random() % 3;
-        const bool latch = depth[layer] > 0 && (depth[layer] == 3 || random() % 2 == 0);
-        depth[layer] += latch ? -1 : 1;
-        text.counter(ms + 0.5, "a.b/c#" + std::to_string(layer + 1), depth[layer]);
-    }
-    const Recording whole = parse(text.str());
-    for (const double ms : {25.0, 555.0, 1'000.0, 1'960.0}) {
-        const auto atNs = static_cast<int64_t>(ms * 1e6);
-        Recording first = whole, second = whole;
-        EXPECT_EQ(select(first, {{}, atNs, ""}), "");
-        EXPECT_EQ(select(second, {atNs + 1, {}, "#"}), "");
-        EXPECT_EQ(first.steps.size() + second.steps.size(), whole.steps.size());
-        EXPECT_EQ(first.frames + second.frames, whole.frames);
-        EXPECT_EQ(first.vsyncs + second.vsyncs, whole.vsyncs);
-        EXPECT_EQ(second.steps.front().timeNs, 0);
-        EXPECT_EQ(second.steps.back().timeNs, second.durationNs);
-        for (const Layer& layer : second.layers) {
-            const Layer& before = first.layers[*first.findLayer(layer.name)];
-            EXPECT_EQ(layer.initialDepth, before.finalDepth) << layer.name;
-        }
-    }
-    Recording one = whole;
-    EXPECT_EQ(select(one, {{}, {}, "c#2"}), "");
-    ASSERT_EQ(one.layers.size(), 1U);
-    EXPECT_EQ(one.processes.size(), 1U);
-    EXPECT_EQ(one.frames, whole.layers[*whole.findLayer("c#2")].frames);
-    EXPECT_EQ(one.vsyncs, whole.vsyncs);
-    EXPECT_NE(select(one, {{}, {}, "c#1"}).find("'c#1'; there are: a.b/c#2"), std::string::npos);
-    EXPECT_NE(select(one, {5'000'000'000, {}, ""}).find("1.99 s long"), std::string::npos);
 }
 
 TEST(Recording, SaysWhatAScenarioCannotShow) {

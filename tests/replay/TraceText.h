@@ -3,8 +3,11 @@
 
 #pragma once
 
+#include <algorithm>
 #include <cstdio>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace corvane::replay {
 
@@ -36,7 +39,19 @@ class TraceText {
     TraceText& async(int tid, double ms, char type, const std::string& name, int cookie) {
         return line(tid, ms, std::string(1, type) + "|1|" + name + "|" + std::to_string(cookie));
     }
-    const std::string& str() const { return mText; }
+    std::string str() const {
+        std::string text;
+        for (const auto& [isCounter, line] : mLines) text += line;
+        return text;
+    }
+    // Counters in any order, after all else: each processor writes its own lines.
+    template <typename Random>
+    std::string shuffled(Random& random) {
+        const auto counters = std::stable_partition(mLines.begin(), mLines.end(),
+                                                    [](auto& line) { return !line.first; });
+        std::shuffle(counters, mLines.end(), random);
+        return str();
+    }
 
   private:
     static constexpr int kCompositor = 600;
@@ -45,11 +60,11 @@ class TraceText {
         char head[96];
         std::snprintf(head, sizeof(head), "  thread-%d  [001] .... %.6f: tracing_mark_write: ", tid,
                       1000.0 + ms / 1000.0);
-        mText += head + marker + "\n";
+        mLines.emplace_back(marker[0] == 'C', head + marker + "\n");
         return *this;
     }
 
-    std::string mText;
+    std::vector<std::pair<bool, std::string>> mLines;  // whether it is a counter's
 };
 
 }  // namespace corvane::replay
