@@ -64,10 +64,6 @@ PolicyRun policyRun(const Comparison& comparison, std::string name, model::Model
 // The table at the end of the text report.
 std::string comparisonText(const Comparison& comparison, const Terminal& terminal);
 
-// How figures are named, rounded and judged, for whoever shows them: the page, and the programs
-// that read the JSON report.
-Json::Value figureKinds();
-
 // The report's "comparison": fits, assumptions, figures and frames of every policy.
 Json::Value comparisonJson(const Comparison& comparison);
 

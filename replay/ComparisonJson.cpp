@@ -122,8 +122,8 @@ Json::Value runOf(const Comparison& comparison, const PolicyRun& run) {
     return value;
 }
 
-}  // namespace
-
+// How figures are named, rounded and judged, for whoever shows them: the page, and the programs
+// that read the JSON report.
 Json::Value figureKinds() {
     Json::Value kinds = list();
     for (const Figure& figure : figures()) {
@@ -138,6 +138,8 @@ Json::Value figureKinds() {
     }
     return kinds;
 }
+
+}  // namespace
 
 Json::Value comparisonJson(const Comparison& comparison) {
     Json::Value value;

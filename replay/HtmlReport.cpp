@@ -5,7 +5,6 @@
 
 #include <string_view>
 
-#include "replay/Comparison.h"
 #include "replay/PageSources.h"
 
 namespace corvane::replay {
@@ -42,7 +41,6 @@ std::string htmlReport(const Json::Value& document) {
     };
     put("%STYLE%", kPageStyle);
     put("%DATA%", embedded(document));
-    put("%FIGURES%", embedded(figureKinds()));
     put("%SCRIPT%", kPageScript);
     return page.append(rest);
 }

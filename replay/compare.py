@@ -5,7 +5,9 @@
 import argparse
 import json
 import sys
-from typing import Any, Dict, List
+from typing import Any, Dict
+
+import figure_text  # beside this file
 
 EXIT_USAGE = 2
 
@@ -38,26 +40,6 @@ def figures_of(report: Dict[str, Any], policy: str) -> Dict[str, Dict[str, float
     raise CompareError(f"a report has no policy {policy} (--against adds it)")
 
 
-def shown(kind: Dict[str, str], value: float, sign: str = "") -> str:
-    scale, unit, digits = {"ns": (1e6, " ms", 2), "count": (1, "", 0), "per second": (1, "/s", 2)}.get(
-        kind["unit"], (1, "", 2))
-    return f"{value / scale:{sign}.{digits}f}{unit}"
-
-
-def change(kind: Dict[str, str], before: float, after: float) -> str:
-    text = shown(kind, after - before, "+")
-    if float(text.split(" ")[0].split("/")[0]) == 0:
-        return "="
-    worse = {"lower": after > before, "higher": after < before}.get(kind["better"], False)
-    return text + (" worse" if worse else "")
-
-
-def table(lines: List[List[str]]) -> str:
-    widths = [max(len(line[i]) for line in lines) for i in range(len(lines[0]))]
-    return "\n".join("  " + line[0].ljust(widths[0]) + "".join(
-        "  " + cell.rjust(width) for cell, width in zip(line[1:], widths[1:])) for line in lines)
-
-
 def main() -> int:
     parser = argparse.ArgumentParser(prog="./corvane compare", description=__doc__)
     parser.add_argument("a", metavar="A.json")
@@ -75,8 +57,9 @@ def main() -> int:
         for kind in first["comparison"]["figureKinds"]:
             a, b = before[name][kind["jsonKey"]], after[name].get(kind["jsonKey"])
             if b is not None and (a or b):
-                lines.append([kind["label"], shown(kind, a), shown(kind, b), change(kind, a, b)])
-        print(table(lines))
+                lines.append(["  " + kind["label"], figure_text.text(kind, a), figure_text.text(kind, b),
+                              figure_text.change(kind, a, b)])
+        print(figure_text.table(lines, left=1))
     return 0
 
 

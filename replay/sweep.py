@@ -20,6 +20,9 @@ import sys
 import tempfile
 from typing import Any, Dict, Iterator, List, Tuple
 
+import figure_text  # beside this file
+import sweep_page
+
 KEYS = """settings (--set):
   headroom        headroom rate in vsync periods, for all display rates
   headroom.low    the same up to 60 Hz only; headroom.high above it
@@ -277,12 +280,6 @@ def ranking(results: List[Dict[str, Any]], keys: List[str]) -> List[Dict[str, An
     return sorted(results, key=order)
 
 
-def shown(kind: Dict[str, str], value: float) -> str:
-    if kind["unit"] == "ns":
-        return f"{value / 1e6:.2f} ms"
-    return f"{value:.0f}" if kind["unit"] == "count" else f"{value:.2f}"
-
-
 def table(results: List[Dict[str, Any]], keys: List[str], rows: int) -> str:
     kinds = {kind["key"]: kind for kind in results[0]["kinds"]}
     columns = list(dict.fromkeys(keys + ["late-frames", "latency-p50", "latency-p95", "fps", "boost-mhz-s"]))
@@ -290,11 +287,10 @@ def table(results: List[Dict[str, Any]], keys: List[str], rows: int) -> str:
     lines = [[""] + names + [kinds[key]["label"] for key in columns]]
     for place, result in enumerate(results[:rows], 1):
         lines.append([str(place)] + list(result["setting"].values()) +
-                     [shown(kinds[key], result["library"][kinds[key]["jsonKey"]]) for key in columns])
+                     [figure_text.text(kinds[key], result["library"][kinds[key]["jsonKey"]]) for key in columns])
     lines.append(["without"] + ["" for _ in names] +
-                 [shown(kinds[key], results[0]["none"][kinds[key]["jsonKey"]]) for key in columns])
-    widths = [max(len(line[i]) for line in lines) for i in range(len(lines[0]))]
-    return "\n".join("  ".join(cell.rjust(width) for cell, width in zip(line, widths)) for line in lines)
+                 [figure_text.text(kinds[key], results[0]["none"][kinds[key]["jsonKey"]]) for key in columns])
+    return figure_text.table(lines)
 
 
 def callback_text(result: Dict[str, Any]) -> str:
@@ -372,7 +368,6 @@ def main() -> int:
     if options.csv:
         write_csv(options.csv, ranked)
     if options.report:
-        import sweep_page  # beside this file
         sweep_page.write(options.report, ranked, keys, callback_text(ranked[0]))
     if not options.results:
         shutil.rmtree(sweep.results)

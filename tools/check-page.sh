@@ -3,7 +3,7 @@
 # SPDX-License-Identifier: Apache-2.0
 #
 # Opens a page that the built corvane-replay writes in a headless browser, and fails on a script error,
-# a request to anywhere, or a number that is not the JSON report's. Keeps screenshots in build/page/, at
+# a request to anywhere, or a number that is not the JSON report's; and the page of a sweep. Keeps screenshots in build/page/, at
 # desktop's and phone's width, light and dark. Needs python3 and tools/packages/page.txt.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -51,6 +51,18 @@ for view in desktop:1400,2900 phone:390,5200; do
     size=${view#*:}
     browse 'reader.html' --window-size="$size" --screenshot="$OUT/${view%:*}-light.png"
     browse 'launcher.html#from=1&to=1.6' --window-size="$size" --screenshot="$OUT/${view%:*}-dark.png" \
+        --blink-settings=preferredColorScheme=0
+done
+
+# A sweep's page against its table.
+python3 replay/sweep.py --program build/bin/corvane-replay --game com.example.reader --set headroom=0.2:1.2:0.2 \
+    --set target=0,30,45 --by latency-p50,late-frames --results "$work/sweep" --csv "$OUT/sweep.csv" \
+    --report "$OUT/sweep.html" replay/recordings/reader-60fps-stuffed.systrace.txt >/dev/null
+browse sweep.html --dump-dom --log-net-log="$work/net.json" >"$OUT/sweep.dom.html"
+python3 tools/check_page.py sweep "$OUT/sweep.csv" "$OUT/sweep.dom.html" "$work/net.json"
+for view in desktop:1280,1300 phone:390,1400; do
+    browse sweep.html --window-size="${view#*:}" --screenshot="$OUT/sweep-${view%:*}-light.png"
+    browse sweep.html --window-size="${view#*:}" --screenshot="$OUT/sweep-${view%:*}-dark.png" \
         --blink-settings=preferredColorScheme=0
 done
 echo "The pages show what the reports say; screenshots are in $OUT/."

@@ -99,5 +99,30 @@ done
     grep -q 'notifyCallback(hint 4187, "com.example.reader", 0, 0, \[0, 40, 1, 40\])' "$results/ranking" ||
     { cat "$results/ranking" >&2; exit 1; }
 echo "  a sweep runs in parts, keeps what it has, and ranks"
+
+# A sweep that is killed midway, and goes on: what comes out is that of one that nothing disturbed.
+sweep=(./corvane sweep replay/recordings/reader-60fps-stuffed.systrace.txt --game com.example.reader
+    --set headroom=0.2:1.2:0.05 --jobs 1)
+"${sweep[@]}" --results "$results/whole" --csv "$results/whole.csv" >/dev/null
+"${sweep[@]}" --results "$results/killed" --csv "$results/killed.csv" >/dev/null &
+killed=$!
+count() { find "$results/killed" -name '*.json' 2>/dev/null | wc -l; }
+until [ "$(count)" -ge 3 ] || ! kill -0 "$killed" 2>/dev/null; do sleep 0.02; done
+kill -KILL "$killed"
+wait "$killed" 2>/dev/null || [ $? -eq 137 ]
+done_before=$(count)
+if [ "$done_before" -lt 3 ] || [ "$done_before" -ge 21 ] || [ -e "$results/killed.csv" ]; then
+    echo "the sweep was not killed midway: $done_before of 21 were done" >&2
+    exit 1
+fi
+touch "$results/since"
+"${sweep[@]}" --results "$results/killed" --csv "$results/killed.csv" >/dev/null
+done_after=$(find "$results/killed" -name '*.json' -newer "$results/since" | wc -l)
+if [ "$((done_before + done_after))" -ne 21 ]; then
+    echo "$done_after of 21 were made after the kill, and $done_before before it" >&2
+    exit 1
+fi
+cmp "$results/whole.csv" "$results/killed.csv" || exit 1
+echo "  a sweep that was killed after $done_before of 21 goes on, with the same table"
 rm -rf "$results"
 echo "The replays show what they should."

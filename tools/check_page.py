@@ -6,8 +6,10 @@
 check_page.py shown REPORT.json DUMP.html NETLOG.json   what the page shows when it is opened
 check_page.py use PAGE.html                             prints the page with a script that uses it
 check_page.py used REPORT.json DUMP.html                what the page showed when that had run
+check_page.py sweep TABLE.csv DUMP.html NETLOG.json     a sweep's page against the table of its results
 """
 
+import csv
 import html.parser
 import json
 import re
@@ -205,11 +207,36 @@ def used(report, dump):
     print("  keys and the wheel lead through it")
 
 
+def sweep(table, dump, netlog):
+    check_requests(netlog)
+    with open(table, encoding="utf-8", newline="") as file:
+        results = list(csv.DictReader(file))
+    cells = [e["text"] for e in dump.elements if e["tag"] == "td"]
+    headings = [e["text"] for e in dump.elements if e["tag"] == "th"]
+    width = len(headings)
+    expect(len(cells) == (len(results) + 1) * width, f"{len(cells)} cells for {len(results)} combinations")
+    for place, result in enumerate(results, 1):
+        row = cells[place * width:(place + 1) * width]
+        values = dict(zip(headings, row))
+        expect(row[0] == str(place), f"place {row[0]}, not {place}")
+        for heading, column, scale in (("headroom", "headroom", 1), ("target", "target", 1),
+                                       ("latency p50 (ms)", "latencyP50Ns", NS_PER_MS),
+                                       ("frames late", "lateFrames", 1), ("frame rate (/s)", "fps", 1)):
+            expect(abs(float(values[heading]) - float(result[column]) / scale) <= 0.00501,
+                   f"{heading} of place {place}: {values[heading]} for {result[column]}")
+    marks = [e for e in dump.elements if e["tag"] == "title"][1:]
+    expect(marks and any("without the library" in mark["text"] for mark in marks), "the plot lacks marks")
+    print(f"  a sweep's page ranks {len(results)} combinations as its table does")
+
+
 def main():
     action, *paths = sys.argv[1:]
     if action == "use":
         with open(paths[0], encoding="utf-8") as file:
             print(file.read().replace("</body>", USE + "</body>"))
+        return
+    if action == "sweep":
+        sweep(paths[0], Dump(paths[1]), paths[2])
         return
     with open(paths[0], encoding="utf-8") as file:
         report = json.load(file)

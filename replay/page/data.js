@@ -158,10 +158,10 @@ class Track {
 Track.MAX_LANES = 3;
 
 class Report {
-  constructor(document, figures) {
+  constructor(document) {
     this.document = document;
-    this.figures = figures;
     const comparison = document.comparison;
+    this.figures = comparison ? comparison.figureKinds : [];
     this.comparison = comparison;
     this.policies = comparison ? comparison.policies.map((policy) => policy.name) : [];
     this.hasLibrary = this.policies.includes('library');

@@ -77,8 +77,8 @@ class Histogram {
     const width = this.drawing.clientWidth || 600;
     const narrow = width < 480;
     const left = narrow ? 2 : 100;
-    const rowHeight = narrow ? 66 : 54;
-    const top = narrow ? 18 : 8;
+    const rowHeight = narrow ? 74 : 54;
+    const top = narrow ? 10 : 8;
     const axis = 22;
     const right = 6;
     const height = top + this.series.length * rowHeight + axis;
@@ -91,7 +91,7 @@ class Histogram {
     root.append(this.band);
     this.series.forEach((one, row) => {
       const base = top + (row + 1) * rowHeight - 4;
-      const full = rowHeight - (narrow ? 28 : 20);
+      const full = rowHeight - (narrow ? 36 : 20);
       const bars = [];
       one.counts.forEach((value, bin) => {
         if (value === 0) return;
@@ -111,12 +111,12 @@ class Histogram {
         svg('line', { class: 'base', x1: left, x2: width - right, y1: base, y2: base }),
         svg('text', {
           class: one.policy === 'library' ? 'label own' : 'label',
-          x: narrow ? left : left - 8, y: narrow ? base - full - 12 : base - 2,
+          x: narrow ? left : left - 8, y: narrow ? base - full - 19 : base - 2,
           'text-anchor': narrow ? 'start' : 'end',
         }, one.policy));
       if (this.percentiles && one.values.length > 0) {
         root.append(svg('text', {
-          class: 'tiny', x: narrow ? width - right : left - 8, y: narrow ? base - full - 12 : base - 20,
+          class: 'tiny', x: narrow ? width - right : left - 8, y: narrow ? base - full - 19 : base - 20,
           'text-anchor': 'end',
         }, `p95 ${millis(percentile(one.values, 95), 1)}`));
       }

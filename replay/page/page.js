@@ -403,6 +403,6 @@ const read = (id) => {
   return value;
 };
 
-const page = new Page(new Report(read('report-data'), read('report-figures')));
+const page = new Page(new Report(read('report-data')));
 page.fill();
 if (document.documentElement.dataset.state !== 'failed') document.documentElement.dataset.state = 'ready';
