@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <map>
 #include <random>
 #include <string>
 #include <vector>
@@ -22,13 +21,9 @@ struct Parsed {
 Parsed parse(const std::string& text) {
     Parsed parsed;
     parsed.stats = parseFtrace(text, [&](const TraceEvent& e) {
-        const std::map<TraceEvent::Kind, std::string> letters = {{TraceEvent::Kind::kBegin, "B"},
-                                                                 {TraceEvent::Kind::kEnd, "E"},
-                                                                 {TraceEvent::Kind::kAsyncBegin,
-                                                                  "S"},
-                                                                 {TraceEvent::Kind::kAsyncEnd, "F"},
-                                                                 {TraceEvent::Kind::kCounter, "C"}};
-        parsed.events.push_back(letters.at(e.kind) + " " + std::to_string(e.timeNs) + " " +
+        // Counter, begin, end, asynchronous begin and end.
+        const std::string letter(1, "CBESF"[static_cast<int>(e.kind)]);
+        parsed.events.push_back(letter + " " + std::to_string(e.timeNs) + " " +
                                 std::to_string(e.tid) + " " + std::to_string(e.pid) + " '" +
                                 std::string(e.name) + "' " + std::to_string(e.value));
     });
@@ -48,16 +43,13 @@ TEST(FtraceParser, ReadsEveryFormOfLine) {
              "B 1 17 1900 'queueBuffer' 0"},
             {"a [3] b-c-5\t[001] .... 1.0: tracing_mark_write: E|9\r", "E 1000000000 5 9 '' 0"},
             {"x-5 [001] .... 1.0: tracing_mark_write: E", "E 1000000000 5 0 '' 0"},
-            {"x-5 [001] .... 1.0: tracing_mark_write: S|9|CPU headroom - a#1|4",
+            {"x-5 [001] .... 1.0: 0: S|9|CPU headroom - a#1|4",
              "S 1000000000 5 9 'CPU headroom - a#1' 4"},
-            {"x-5 [001] .... 1.0: tracing_mark_write: F|9|n|-4", "F 1000000000 5 9 'n' -4"},
-            {"x-5 [001] .... 1.0: tracing_mark_write: E|9|name|1", "E 1000000000 5 9 '' 0"},
+            {"x-5 [001] .... 1.0: 0: F|9|n|-4", "F 1000000000 5 9 'n' -4"},
+            {"x-5 [001] .... 1.0: 0: E|9|name|1", "E 1000000000 5 9 '' 0"},
             {"x-5 [001] .... 1.0: print: C|9|n|4", "C 1000000000 5 9 'n' 4"},
-            {"x-5 [001] .... 1.0: print: tracing_mark_write: C|9|n|4", "C 1000000000 5 9 'n' 4"},
-            {"x-5 [001] .... 1.0: 0: C|9|n|4", "C 1000000000 5 9 'n' 4"},
-            {"x-5 [001] .... 1.0: tracing_mark_write: C|9|n|4|7", "C 1000000000 5 9 'n' 4"},
-            {"x-5 [001] .... 1.0: tracing_mark_write: C|9|a|b#3|4|gfx",
-             "C 1000000000 5 9 'a|b#3' 4"},
+            {"x-5 [001] .... 1.0: print: tracing_mark_write: C|9|n|4|7", "C 1000000000 5 9 'n' 4"},
+            {"x-5 [001] .... 1.0: 0: C|9|a|b#3|4|gfx", "C 1000000000 5 9 'a|b#3' 4"},
     };
     for (const auto& test : kCases) {
         const auto parsed = parse(test.line);
@@ -126,30 +118,12 @@ TEST(FtraceParser, ReadsTheTraceInsideThePageOfTheViewer) {
     EXPECT_EQ(old.stats.damaged, 0U);
 }
 
-// Blocks of a file end anywhere.
-TEST(FtraceParser, ReadsAnyPiecesAlike) {
-    const std::string text =
-            "CPU:1 [LOST 12 EVENTS]\r\nx-5 [001] .... 1.0: 0: C|9|n|4\r\n\nrubbish\n" +
-            std::string(70'000, 'x') + "\n<...>-17 [000] 2.5: 0: E|9";
-    const Parsed whole = parse(text);
-    EXPECT_EQ(whole.events.size(), 2U);
-    EXPECT_EQ(whole.stats.damaged, 2U);
-    EXPECT_EQ(whole.stats.lostEvents, 12U);
-    for (const size_t size : {1U, 7U, 4'096U, 69'000U}) {
-        size_t events = 0;
-        FtraceParser parser([&](const TraceEvent&) { ++events; });
-        for (size_t at = 0; at < text.size(); at += size) parser.feed(text.substr(at, size));
-        parser.finish();
-        EXPECT_EQ(events, 2U) << size;
-        EXPECT_EQ(parser.stats().damaged, 2U) << size;
-    }
-}
-
-// Whatever the bytes, parsing ends, and the good lines between the rubbish are all found.
-TEST(FtraceParser, SurvivesRubbishAndHugeLines) {
-    const std::string good = "\nx-5 [001] .... 1.0: tracing_mark_write: C|600|VSYNC-sf|1\n";
+// Whatever the bytes, and wherever a block of the file ends: parsing ends, and the good lines
+// between the rubbish are all found.
+TEST(FtraceParser, SurvivesRubbishAndHugeLinesInAnyPieces) {
+    const std::string good = "\nx-5 [001] .... 1.0: tracing_mark_write: C|600|VSYNC-sf|1\r\n";
     std::mt19937 random(7);
-    std::string text = good;
+    std::string text = "CPU:1 [LOST 12 EVENTS]" + good;
     for (int i = 0; i < 200; ++i) {
         std::string rubbish(random() % 2'000, '\0');
         for (auto& c : rubbish) {
@@ -158,11 +132,21 @@ TEST(FtraceParser, SurvivesRubbishAndHugeLines) {
         }
         text += rubbish + good;
     }
-    text += std::string(8'000'000, '[') + good + std::string(8'000'000, '|') + good;
     std::string brackets;
     while (brackets.size() < 4'000'000) brackets += "[1] 1.0:";
-    text += brackets + good;
-    EXPECT_EQ(parse(text).events.size(), 204U);
+    text += std::string(8'000'000, '[') + good + std::string(8'000'000, '|') + good + brackets +
+            good;
+    const auto whole = parse(text);
+    EXPECT_EQ(whole.events.size(), 204U);
+    EXPECT_EQ(whole.stats.lostEvents, 12U);
+    for (const size_t size : {1'021U, 69'000U}) {
+        size_t events = 0;
+        FtraceParser parser([&](const TraceEvent&) { ++events; });
+        for (size_t at = 0; at < text.size(); at += size) parser.feed(text.substr(at, size));
+        parser.finish();
+        EXPECT_EQ(events, 204U) << size;
+        EXPECT_EQ(parser.stats().damaged, whole.stats.damaged) << size;
+    }
 }
 
 }  // namespace

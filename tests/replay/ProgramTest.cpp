@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <json/json.h>
-#include <spawn.h>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,7 +13,9 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,7 @@ class Program : public testing::Test {
     Program() {
         const auto here = std::filesystem::read_symlink("/proc/self/exe").parent_path();
         mProgram = here.parent_path() / "bin" / "corvane-replay";
+        mConverter = here.parent_path() / "bin" / "corvane-convert";
         mFolder = std::filesystem::temp_directory_path() /
                   ("corvane-replay-test-" + std::to_string(getpid()));
         std::filesystem::create_directory(mFolder);
@@ -61,13 +63,19 @@ class Program : public testing::Test {
     }
     // What the schema's validator says of a report, nothing when that is as described.
     std::string validate(const std::string& name) const {
-        const Outcome outcome = run("", "jsonschema -i " + path(name) +
-                                                " " CORVANE_REPORT_SCHEMA " && exit; exit 1; ");
+        const Outcome outcome =
+                run("", "jsonschema -i " + path(name) +
+                                " " CORVANE_REPLAY_FOLDER "/report.schema.json && exit; exit 1; ");
         return outcome.status == 0 ? "" : "not valid: " + outcome.output;
     }
     std::string read(const std::string& name) const {
         std::ifstream file(path(name), std::ios::binary);
         return {std::istreambuf_iterator<char>(file), {}};
+    }
+    Json::Value report() const {
+        Json::Value report;
+        std::ifstream(path("out.json")) >> report;
+        return report;
     }
     // A scenario that touches, and its recording, both in the folder.
     std::string touched() const {
@@ -90,14 +98,13 @@ class Program : public testing::Test {
                        {"atMs": 40, "touch": "up"}]})");
     }
 
-    std::filesystem::path mProgram;
+    std::filesystem::path mProgram, mConverter;
     std::filesystem::path mFolder;
 };
 
 TEST(Terminal, IsAsWideAndAsStyledAsItsUserWants) {
     const int master = posix_openpt(O_RDWR | O_NOCTTY);
-    ASSERT_EQ(grantpt(master), 0);
-    ASSERT_EQ(unlockpt(master), 0);
+    ASSERT_TRUE(grantpt(master) == 0 && unlockpt(master) == 0);
     const int terminal = open(ptsname(master), O_RDWR | O_NOCTTY);
     ASSERT_GE(terminal, 0);
     const struct {
@@ -120,12 +127,78 @@ TEST(Terminal, IsAsWideAndAsStyledAsItsUserWants) {
         EXPECT_EQ(terminalOf(terminal).width, test.width);
         EXPECT_EQ(terminalOf(terminal).styled, test.styled) << test.noColor << test.term;
     }
-    close(terminal);
-    close(master);
-    int pipe[2];
-    ASSERT_EQ(::pipe(pipe), 0);
-    EXPECT_EQ(terminalOf(pipe[1]).width, Terminal::kDefaultWidth);
-    EXPECT_FALSE(terminalOf(pipe[1]).styled);
+}
+
+// What is odd is played as far as it makes sense, and told in one sentence where it does not; in
+// every way of playing, and whatever the format.
+TEST_F(Program, OddRecordingsArePlayedOrToldInOneSentence) {
+    constexpr const char* kName = "SurfaceView[com.a/com.a.X]#7";
+    const struct {
+        const char* what;
+        std::function<void(TraceText&)> record;
+        const char* says;
+    } kCases[] = {
+            {"time runs backwards",
+             [](TraceText& text) {
+                 for (int i = 60; i > 0; --i) text.counter(10.0 * i, "VSYNC-sf", i % 2);
+                 for (int i = 60; i > 0; --i) text.counter(9.0 * i, kName, i % 2);
+             },
+             ""},
+            {"never latched",
+             [](TraceText& text) {
+                 text.vsyncs(0, 10, 100);
+                 for (int i = 1; i <= 64; ++i) text.counter(10.0 * i, kName, i);
+             },
+             ""},
+            {"latched, and never queued",
+             [](TraceText& text) {
+                 text.vsyncs(0, 10, 100);
+                 for (int i = 1; i <= 64; ++i) text.counter(10.0 * i, kName, 0);
+             },
+             "holds no layers"},
+            {"one frame, and first of all",
+             [](TraceText& text) { text.counter(0, kName, 1).vsyncs(1, 10, 3); }, ""},
+            {"thousands of layers",
+             [](TraceText& text) {
+                 text.vsyncs(0, 10, 10);
+                 for (int i = 1; i <= 3'000; ++i)
+                     text.counter(0.03 * i, "a/b#" + std::to_string(i), 1);
+             },
+             ""},
+            {"a signal of microseconds",
+             [](TraceText& text) { text.vsyncs(0, 0.001, 50).counter(50'000, kName, 1); },
+             "less than a millisecond apart"},
+            {"weeks of pauses",
+             [](TraceText& text) {
+                 text.vsyncs(0, 10, 50).vsyncs(500, 59'000, 20'000).counter(5, kName, 1);
+             },
+             "at most 10 million are: --from and --to choose a part"},
+    };
+    for (const auto& test : kCases) {
+        SCOPED_TRACE(test.what);
+        TraceText text;
+        test.record(text);
+        const std::string file = write("odd.txt", text.str());
+        const std::string convert =
+                mConverter.string() + " " + file + " " + path("odd.pftrace") + "; ";
+        for (const std::string& arguments :
+             {file + " --against none,interval,shallow --game com.a:headroom=80,target=30,rescue=1",
+              file + " --open-loop --repeat 3", path("odd.pftrace")}) {
+            const Outcome outcome = run(arguments + " --json " + path("out.json"), convert);
+            EXPECT_EQ(outcome.status, *test.says == '\0' ? 0 : 2) << outcome.output;
+            EXPECT_NE(outcome.output.find(test.says), std::string::npos) << outcome.output;
+            if (outcome.status != 0) {
+                EXPECT_EQ(std::count(outcome.output.begin(), outcome.output.end(), '\n'), 1);
+                continue;
+            }
+            EXPECT_FALSE(std::regex_search(outcome.output + read("out.json"),
+                                           std::regex("\\b(nan|inf|1e\\+9999)\\b")));
+            for (const auto& policy : report()["comparison"]["policies"]) {
+                const Json::Value& figures = policy["figures"][0];
+                EXPECT_GT(figures["shownFrames"].asInt(), 0) << policy["name"];
+            }
+        }
+    }
 }
 
 TEST_F(Program, EndsWithOneSentenceWhenTheInputIsNotUsable) {
@@ -213,17 +286,15 @@ TEST_F(Program, ListsARecordingPackedOrPipedOrWithOtherLineEnds) {
 TEST_F(Program, PlaysAGameOfTheCommandLineOrNamesTheLineToType) {
     const std::string scenario = touched();
     const std::string file = path("r.txt");
-    const Outcome plain = run(file);
-    EXPECT_NE(plain.output.find("./corvane replay " + file + " --game com.a:headroom=80,rescue=1"),
-              std::string::npos)
-            << plain.output;
+    EXPECT_NE(run(file).output.find("./corvane replay " + file +
+                                    " --game com.a:headroom=80,rescue=1"),
+              std::string::npos);
     const Outcome game =
-            run("--default-config " + scenario +
-                " --repeat 4 --game com.a:headroom=80 --refresh-rate 100,50@0.1 --json " +
-                path("out.json"));
-    EXPECT_EQ(game.status, 0) << game.output;
+            run("--default-config " + scenario + " --game com.a:headroom=80 --repeat 4 " +
+                "--refresh-rate 100,50@0.1 --json - 2>" + path("text"));
     Json::Value report;
-    std::ifstream(path("out.json")) >> report;
+    EXPECT_TRUE(Json::Reader().parse(game.output, report)) << "has standard output alone";
+    EXPECT_EQ(read("text").rfind("Recording  r.txt\n", 0), 0U);
     EXPECT_EQ(report["recording"]["rateSource"].asString(), "--refresh-rate");
     EXPECT_EQ(report["recording"]["rateChanges"][0]["vsyncPeriodNs"].asInt(), 20'000'000);
     EXPECT_TRUE(report["layers"][0]["game"].asBool());
@@ -256,42 +327,77 @@ TEST_F(Program, TellsWhichOutputCannotBeWritten) {
     }
 }
 
-TEST_F(Program, GivesADocumentStandardOutputAlone) {
-    const Outcome outcome = run("--config " + touched() + " --json - 2>" + path("text"));
-    EXPECT_EQ(outcome.status, 0);
-    Json::Value report;
-    EXPECT_TRUE(Json::Reader().parse(outcome.output, report)) << outcome.output;
-    EXPECT_EQ(read("text").rfind("Recording  r.txt\n", 0), 0U);
-}
-
 TEST_F(Program, EndsOnASignalWithTheReportSoFar) {
     const std::string scenario = touched();
     for (const int signal : {SIGINT, SIGTERM}) {
-        std::filesystem::remove(path("out.json"));
-        const std::string arguments[] = {mProgram, "--config", scenario,        "--repeat",
-                                         "1000",   "--json",   path("out.json")};
-        std::vector<char*> argv;
-        for (const auto& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
-        argv.push_back(nullptr);
-        posix_spawn_file_actions_t quiet;
-        posix_spawn_file_actions_init(&quiet);
-        posix_spawn_file_actions_addopen(&quiet, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-        pid_t pid = 0;
-        ASSERT_EQ(posix_spawn(&pid, mProgram.c_str(), &quiet, nullptr, argv.data(), environ), 0);
-        posix_spawn_file_actions_destroy(&quiet);
         // Signals are handled before the first output is opened.
-        while (!std::filesystem::exists(path("out.json"))) usleep(1'000);
-        kill(pid, signal);
-        int status = 0;
-        ASSERT_EQ(waitpid(pid, &status, 0), pid);
-        EXPECT_TRUE(WIFEXITED(status));
-        EXPECT_EQ(WEXITSTATUS(status), 128 + signal);
-        Json::Value report;
-        std::ifstream(path("out.json")) >> report;
-        EXPECT_TRUE(report["replay"]["stopped"].asBool());
-        EXPECT_EQ(report["application"]["error"].asString(), "");
-        EXPECT_LT(report["application"]["frames"].asInt(), 18'000);
+        const Outcome outcome =
+                run("--config " + scenario + " --repeat 1000 --json " + path("out.json"),
+                    format("rm -f %s; (until [ -e %s ]; do :; done; kill -%d $$) & exec ",
+                           path("out.json").c_str(), path("out.json").c_str(), signal));
+        EXPECT_EQ(outcome.status, 128 + signal);
+        EXPECT_TRUE(report()["replay"]["stopped"].asBool());
+        EXPECT_EQ(report()["application"]["error"].asString(), "");
+        EXPECT_LT(report()["application"]["frames"].asInt(), 18'000);
     }
+}
+
+// What the findings draw from the library's log and trace is what happened on the model's device.
+TEST_F(Program, FindsInTheLogAndTraceWhatTheModelDid) {
+    ASSERT_EQ(run("--config " CORVANE_REPLAY_FOLDER "/scenarios/default.json --json " +
+                  path("out.json"))
+                      .status,
+              0);
+    const Json::Value document = report();
+    const Json::Value& layer = document["layers"][0];
+    const Json::Value& features = layer["features"];
+    const Json::Value& library = document["comparison"]["policies"][0];
+    Json::ArrayIndex i = 0;
+    int held = 0, paced = 0;
+    for (const Json::Value& frame : library["frames"]) {
+        if (frame["layer"].asInt() != 0) continue;
+        const Json::Value& found = layer["frameRecords"][i++];
+        EXPECT_EQ(found["queueNs"], frame["queueNs"]);
+        EXPECT_EQ(found["returnNs"], frame["letGoNs"]);
+        // The trace's times are cut to microseconds.
+        EXPECT_NEAR(found["heldNs"].asDouble() + found["pacedNs"].asDouble(),
+                    frame["letGoNs"].asDouble() - frame["queueNs"].asDouble(), 2'000);
+        held += found["heldNs"].asInt() > 0 ? 1 : 0;
+        paced += found["pacedNs"].asInt() > 0 ? 1 : 0;
+    }
+    EXPECT_EQ(layer["frameRecords"].size(), i);
+    EXPECT_EQ(features["headroom"]["held"].size(), static_cast<size_t>(held));
+    EXPECT_EQ(features["targetFps"]["pacedSpread"]["count"].asInt(), paced);
+    EXPECT_GT(std::min(held, paced), 50);
+    ASSERT_EQ(features["frameRescue"]["boosts"].size(), library["boosts"].size());
+    for (Json::ArrayIndex k = 0; k < library["boosts"].size(); ++k) {
+        const Json::Value& boost = features["frameRescue"]["boosts"][k];
+        EXPECT_EQ(boost["atNs"], library["boosts"][k]["atNs"]);
+        EXPECT_EQ(boost["freqMHz"], library["boosts"][k]["freqMHz"]);
+        const Json::Value& frame = layer["frameRecords"][boost["frame"].asUInt() - 1];
+        EXPECT_EQ(frame["queueNs"].asInt64() + boost["sinceQueueNs"].asInt64(),
+                  boost["atNs"].asInt64());
+    }
+    EXPECT_EQ(document["boostsOfNoLayer"].size(), 0U);
+    EXPECT_EQ(layer["candidateNs"], layer["frameRecords"][0]["queueNs"]);
+    EXPECT_NEAR(layer["promotedNs"].asDouble(), 5e8, 1e8);
+    EXPECT_EQ(layer["package"].asString() + layer["weight"].asString() + layer["game"].asString(),
+              "com.example.reader2true");
+    // Rescue comes on with the mode; the target comes at its time, and ends both by the mode that
+    // it makes.
+    const auto times = [](const Json::Value& list) {
+        std::string text;
+        for (const auto& entry : list)
+            text += entry["atNs"].asString() + (entry["on"].asBool() ? " on " : " off ");
+        return text;
+    };
+    const std::string begin = layer["fpsModes"][0]["atNs"].asString(),
+                      end = layer["fpsModes"][1]["atNs"].asString();
+    EXPECT_EQ(layer["fpsModes"][0]["mode"].asInt() - layer["fpsModes"][1]["mode"].asInt(), 30);
+    EXPECT_EQ(times(features["frameRescue"]["switches"]), begin + " on " + end + " off ");
+    EXPECT_EQ(times(features["targetFps"]["switches"]), "6500000000 on ");
+    EXPECT_EQ(features["headroom"]["headroomNs"].asInt64(),
+              document["recording"]["vsyncPeriodNs"].asInt64() * 8 / 10);
 }
 
 TEST_F(Program, ReportsWhatItPlayedAndWhatTheTouchedApplicationDid) {
@@ -301,8 +407,7 @@ TEST_F(Program, ReportsWhatItPlayedAndWhatTheTouchedApplicationDid) {
     EXPECT_NE(outcome.output.find("1 line skipped"), std::string::npos) << outcome.output;
     EXPECT_GT(std::filesystem::file_size(path("trace.txt")), 0U);
 
-    Json::Value report;
-    std::ifstream(path("out.json")) >> report;
+    const Json::Value report = this->report();
     EXPECT_EQ(validate("out.json"), "");
     Json::Value incomplete = report;
     incomplete["layers"][0]["frameRecords"][0].removeMember("heldNs");
