@@ -66,34 +66,16 @@ class HookTest : public ::testing::Test {
 // The same in simulated time.
 class SimulatedHookTest : public HookTest {
   protected:
-    explicit SimulatedHookTest(Simulation::Policy policy = Simulation::Policy::kFifo)
-          : mSimulation([policy] {
-                Simulation::Options options;
-                options.startNs = 1'000 * kSecond;
-                options.policy = policy;
-                return options;
-            }()) {}
+    explicit SimulatedHookTest(const Simulation::Options& options = {}) : mSimulation(options) {}
 
-    // Returns for how long the frame was held.
-    int64_t queue(const TestLayer& layer) {
-        const int64_t begin = mSimulation.now();
-        layer.queue();
-        return mSimulation.now() - begin;
-    }
     // Frames at a steady rate, as far as the library lets them, each latched at once.
-    void draw(const TestLayer& layer, int frames, int64_t interval = k60Hz, bool visible = true,
-              int pending = 0) {
+    void draw(const TestLayer& layer, int frames, bool visible = true, int pending = 0) {
         for (int i = 0; i < frames; ++i) {
-            mNextFrame = std::max(mNextFrame + interval, mSimulation.now() + 1);
+            mNextFrame = std::max(mNextFrame + k60Hz, mSimulation.now() + 1);
             mSimulation.advanceTo(mNextFrame);
-            queue(layer);
+            layer.queue();
             layer.latch(visible, pending);
         }
-    }
-    // From nothing to an accepted frame rate: half a second to be tracked, a second to be measured.
-    void settle(const TestLayer& layer, int64_t interval = k60Hz) {
-        mNextFrame = mSimulation.now();
-        draw(layer, static_cast<int>(kSecond * 17 / 10 / interval), interval);
     }
 
     Simulation mSimulation;

@@ -15,104 +15,81 @@
 namespace corvane::host {
 namespace {
 
+using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 TEST_F(HookTest, EveryHookFromManyThreads) {
-    set("vendor.perf.phr.enable", "1");
-    set("vendor.rdxe.enable.target_fps", "true");
-    set("vendor.perf.gpu_jank_detect.enable", "true");
-    set("debug.vendor.perf.smart_touch", "1");
-    set("debug.perf.enable_big_jank_detect", "true");
-    set("debug.perf.cpu_big_jank_threshold_ms", "1");
+    for (const char* name :
+         {"vendor.perf.phr.enable", "vendor.rdxe.enable.target_fps",
+          "vendor.perf.gpu_jank_detect.enable", "debug.vendor.perf.smart_touch",
+          "debug.perf.enable_big_jank_detect", "debug.perf.cpu_big_jank_threshold_ms"}) {
+        set(name, "1");
+    }
     for (int id = 1; id <= 6; ++id) PerfService::addGame(TestLayer::ofApp(id).package, id);
     BoostDevice::enable();
     const int fence = SyncFiles::create("mdrt-timeline");
 
-    const auto end = steady_clock::now() + std::chrono::seconds(4);
-    const auto running = [&] { return steady_clock::now() < end; };
+    const auto end = steady_clock::now() + milliseconds(1'200);
     std::vector<std::thread> threads;
-    // Each layer is drawn by two threads; the later ones are too many to be tracked. A third of the
-    // producers goes silent for half of the time.
-    for (int i = 0; i < 12; ++i) {
-        threads.emplace_back([&, i] {
-            const TestLayer layer = TestLayer::ofApp(1 + i % 6);
-            std::mt19937 random(static_cast<unsigned>(i));
-            while (running()) {
-                corvaneInit(i, i);
-                const auto pause = i % 3 == 0 && random() % 64 == 0 ? 1'200 : random() % 16;
-                std::this_thread::sleep_for(std::chrono::milliseconds(pause));
-                layer.queue(random() % 8 == 0);
+    // `body` takes random numbers below a limit.
+    const auto repeat = [&](int pauseMs, auto body) {
+        threads.emplace_back([=, seed = threads.size()] {
+            std::mt19937 random(static_cast<unsigned>(seed));
+            const auto below = [&random](int limit) { return static_cast<int>(random() % limit); };
+            while (steady_clock::now() < end) {
+                body(below);
+                std::this_thread::sleep_for(milliseconds(below(pauseMs)));
             }
         });
+    };
+    // Each layer is drawn by two threads; the later ones are too many to be tracked.
+    for (int i = 0; i < 12; ++i) {
+        repeat(16, [layer = TestLayer::ofApp(1 + i % 6)](auto& below) {
+            corvaneInit(0, 0);
+            layer.queue(below(8) == 0);
+        });
     }
-    threads.emplace_back([&] {
-        std::mt19937 random(12);
-        while (running()) {
-            for (int id = 1; id <= 6; ++id) {
-                TestLayer::ofApp(id).latch(random() % 32 != 0, static_cast<int>(random() % 3),
-                                           random() % 6 == 0);
-                corvaneTrackLatchUnsignaledGpuFence(fence, id);
-            }
-            corvaneTrackVsyncSignal();
-            corvaneFlushLatchUnsignaledGpuFences();
-            std::this_thread::sleep_for(std::chrono::milliseconds(4));
+    repeat(8, [fence](auto& below) {
+        for (int id = 1; id <= 6; ++id) {
+            TestLayer::ofApp(id).latch(below(32) != 0, below(3), below(6) == 0);
+            corvaneTrackLatchUnsignaledGpuFence(fence, id);
         }
+        corvaneTrackVsyncSignal();
+        corvaneFlushLatchUnsignaledGpuFences();
     });
-    threads.emplace_back([&] {
-        std::mt19937 random(13);
+    repeat(10, [fence](auto& below) {
         const int64_t periods[] = {k60Hz, 8'333'333, 11'111'111, 0, -1, 15'000'000};
-        while (running()) {
-            corvaneSetVsyncPeriod(periods[random() % 6]);
-            corvaneUnblockPendingBuffer();
-            corvaneNotifyGpuFenceUnsignaled(fence, 1 + static_cast<int>(random() % 6));
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
+        corvaneSetVsyncPeriod(periods[below(6)]);
+        corvaneUnblockPendingBuffer();
+        corvaneNotifyGpuFenceUnsignaled(fence, 1 + below(6));
+        corvaneIsTargetFpsActive();
     });
-    threads.emplace_back([&] {
-        std::mt19937 random(14);
-        while (running()) {
-            if (!PerfService::hasCallback()) continue;
-            const std::string package = TestLayer::ofApp(1 + random() % 6).package;
-            PerfService::push(4171, package, static_cast<int>(random() % 3) * 3'000, 0, {});
-            PerfService::push(4187, package, 0, 0,
-                              {0, static_cast<int>(random() % 2) * 80, 0, 120});
-            PerfService::push(4189, package + ":dynamic=1_histJank=1", 0, 0,
-                              {static_cast<int>(random() % 3)});
-            PerfService::push(4192, package, static_cast<int>(random() % 3), 0, {});
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
+    repeat(20, [](auto& below) {
+        if (!PerfService::hasCallback()) return;
+        const std::string package = TestLayer::ofApp(1 + below(6)).package;
+        PerfService::push(4171, package, below(3) * 3'000, 0, {});
+        PerfService::push(4187, package, 0, 0, {0, below(2) * 80, 0, 120});
+        PerfService::push(4189, package + ":dynamic=1_histJank=1", 0, 0, {below(3)});
+        PerfService::push(4192, package, below(3), 0, {});
     });
-    threads.emplace_back([&] {
-        while (running()) {
-            corvaneIsTargetFpsActive();
-            set("debug.vendor.perf.smart_touch", corvaneSmartTouchEnabled() ? "0" : "1");
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
+    // An application's render and input threads, and its switches, which also start it anew.
+    repeat(1, [](auto& below) {
+        bool isAuto = true;
+        int64_t presentTime = -1;
+        uint32_t flags = 0xff;
+        aCorvaneSetVsyncTime(below(1'000));
+        aCorvaneQueueBuffer(below(2) == 0);
+        aCorvaneFilterBuffer(&isAuto, &presentTime, &flags);
     });
-    // An application's render and input threads, and its switch, which also starts it anew.
-    threads.emplace_back([&] {
-        for (int64_t i = 0; running(); ++i) {
-            bool isAuto = true;
-            int64_t presentTime = -1;
-            uint32_t flags = 0xff;
-            aCorvaneSetVsyncTime(i);
-            aCorvaneQueueBuffer(i % 2 == 0);
-            aCorvaneFilterBuffer(&isAuto, &presentTime, &flags);
-        }
+    repeat(1, [](auto& below) {
+        bool consume = false;
+        aCorvaneSetTouchEvent(below(9));
+        aCorvaneConsumeInputNow(&consume);
     });
-    threads.emplace_back([&] {
-        for (int i = 0; running(); ++i) {
-            bool consume = false;
-            aCorvaneSetTouchEvent(i % 9);
-            aCorvaneConsumeInputNow(&consume);
-        }
-    });
-    threads.emplace_back([&] {
-        for (int i = 0; running(); ++i) {
-            set("debug.vendor.perf.smart_touch.move", i % 2 == 0 ? "1" : "0");
-            if (i % 50 == 0) aCorvaneAppInit();
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
+    repeat(10, [](auto& below) {
+        set("debug.vendor.perf.smart_touch", corvaneSmartTouchEnabled() ? "0" : "1");
+        set("debug.vendor.perf.smart_touch.move", below(2) == 0 ? "1" : "0");
+        if (below(40) == 0) aCorvaneAppInit();
     });
     for (std::thread& thread : threads) thread.join();
     close(fence);
