@@ -25,7 +25,8 @@ namespace android {
 template <typename... Args>
 std::string formatted(const char* format, Args... args) {
     char buffer[512];
-    snprintf(buffer, sizeof(buffer), format, args...);
+    // The 0 prints nothing: clang wants an argument where the format is no literal.
+    snprintf(buffer, sizeof(buffer), format, args..., 0);
     return buffer;
 }
 

@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <map>
 #include <string>
 #include <string_view>
@@ -38,7 +37,7 @@ using corvane::host::Simulation;
 
 constexpr nsecs_t kMs = 1'000'000;
 constexpr nsecs_t kStart = 1000 * kMs;
-constexpr nsecs_t kNever = std::numeric_limits<nsecs_t>::max();
+constexpr nsecs_t kNever = INT64_MAX;
 
 nsecs_t times(float factor, nsecs_t ns) {
     return static_cast<nsecs_t>(factor * static_cast<float>(ns));
@@ -167,6 +166,9 @@ class Model {
     void runUntil(nsecs_t time) {
         while (nextCheck() <= time) {
             now = nextCheck();
+            size_t due = mOrphans.count(now);
+            for (const auto& [id, layer] : layers) due += layer.checkAt == now;
+            isTied |= due > 1;
             if (!mOrphans.empty() && mOrphans.begin()->first == now) {
                 const auto [id, frame] = mOrphans.begin()->second;
                 mOrphans.erase(now);
@@ -186,6 +188,7 @@ class Model {
     nsecs_t now = 0;
     nsecs_t vsync = -1;
     bool isRunning = false;
+    bool isTied = false;  // of two checks due at once, which comes first is the heap's choice
     std::map<int, Layer> layers;
     std::vector<std::string> hints, logs, traces;
 
@@ -334,6 +337,7 @@ void act(RandomSteps& steps, GFRMonitor& monitor, Model& model) {
     const GfrTunables t = someTunables(steps);
     const int drops = static_cast<int>(steps.below(steps.oneIn(3) ? 12 : 2));
     const std::string name = "Game %n%s " + std::to_string(now);
+    const bool stops = steps.oneIn(2);
     const bool isSeldom = steps.oneIn(4);
     const nsecs_t frameTime =
             steps.pick(std::vector<nsecs_t>{4 * kMs, 5'000 * kMs, steps.below(20 * kMs),
@@ -348,8 +352,8 @@ void act(RandomSteps& steps, GFRMonitor& monitor, Model& model) {
     steps.tell("act", kind, id, isSeldom, drops, begin, frameTime, headroom, end, fps);
     switch (kind) {
         case 'p':
-            model.vsync = steps.pick(std::vector<nsecs_t>{10 * kMs, 10 * kMs, 16 * kMs, 25 * kMs,
-                                                          8'333'333, 1, 0, -1});
+            model.vsync = steps.pick(
+                    std::vector<nsecs_t>{10 * kMs, 10 * kMs, 16 * kMs, 25 * kMs, 8'333'333, 0, -1});
             return monitor.setVsyncInfo(model.vsync, 60);
         case 'r':
             if (layer != nullptr && steps.oneIn(2)) {
@@ -363,10 +367,8 @@ void act(RandomSteps& steps, GFRMonitor& monitor, Model& model) {
             return monitor.setGFRActive(id, !isSeldom);
         case 's':
             if (model.isRunning && !steps.oneIn(8)) return;
-            for (int times = isSeldom ? 2 : 1; times > 0; --times) {
-                model.isRunning ? monitor.forceStop() : void(monitor.init());
-            }
-            return model.isRunning ? model.stop() : model.init();
+            stops ? model.stop() : model.init();
+            return stops ? monitor.forceStop() : void(monitor.init());
         case 't':
             steps.tell("to", t.jankThresholds, t.baseFreq, t.dynamic, t.golden, t.flag);
             if (layer != nullptr) model.tune(*layer, t);
@@ -403,17 +405,19 @@ void followTheModel(RandomSteps& steps) {
     model.init();
     const auto events = tracedEvents([&] {
         while (steps.next()) {
-            // The checks of two layers never fall due at once: their order would be the heap's.
-            nsecs_t by = 1 + steps.below(1'000);
-            if (steps.oneIn(3)) by = steps.below(12 * kMs);
+            nsecs_t by = steps.below(steps.oneIn(3) ? 12 * kMs : 1'000);
             if (steps.oneIn(3) && model.nextCheck() < kNever) {
                 by = model.nextCheck() - Simulation::now() - steps.below(2);
             }
-            Simulation::advance(std::max<nsecs_t>(by, 1));
+            by = std::max<nsecs_t>(by, 1);
+            // Seldom just when a check is due, lest those of two layers are due at once ever after.
+            if (Simulation::now() + by == model.nextCheck() && !steps.oneIn(9)) ++by;
+            Simulation::advance(by);
             model.runUntil(Simulation::now());
             act(steps, monitor, model);
             simulation.settle();
             model.runUntil(Simulation::now());
+            if (model.isTied) return monitor.forceStop();
             std::vector<std::string> hints;
             for (const auto& sent : BoostDevice::requests()) {
                 hints.push_back(formatted("%d %d %d at %ld", sent.level, sent.headroomNs,
@@ -425,6 +429,7 @@ void followTheModel(RandomSteps& steps) {
         }
         monitor.forceStop();
     });
+    if (model.isTied) return;
     model.stop();
     std::vector<std::string> lines, traces;
     for (const auto& line : log.lines()) {
@@ -444,10 +449,6 @@ TEST(GFRModelTest, FramesAreRescuedAsDescribed) {
 constexpr nsecs_t kPeriod = 10 * kMs;
 constexpr int kLayer = 7;
 constexpr char kPackage[] = "com.example.game";
-constexpr float kInfinity = std::numeric_limits<float>::infinity();
-constexpr int32_t kMaxInt = std::numeric_limits<int32_t>::max();
-constexpr nsecs_t kMaxNs = std::numeric_limits<nsecs_t>::max();
-constexpr nsecs_t kMinNs = std::numeric_limits<nsecs_t>::min();
 
 // A running monitor in simulated time, its one layer active.
 class GFRMonitorTest : public testing::Test {
@@ -510,7 +511,6 @@ TEST_F(GFRMonitorTest, WithoutADeviceTheServiceIsAsked) {
     EXPECT_EQ((std::vector<int>{1, 7'000'000}), calls[0].args);
     EXPECT_EQ((std::vector<int>{0, 4'000'000}), calls[1].args);
     EXPECT_EQ(kPackage, calls[1].package);
-    EXPECT_EQ(kStart + 14 * kMs, calls[0].timeNs);
 }
 
 TEST_F(GFRMonitorTest, MayFailToStartAndStartLater) {
@@ -526,19 +526,21 @@ TEST_F(GFRMonitorTest, MayFailToStartAndStartLater) {
     EXPECT_EQ(-1, queueFrame());
     ASSERT_TRUE(monitor.init());
     EXPECT_EQ(kStart + 13 * kMs, queueFrame()) << "the layer was registered meanwhile";
+    monitor.setVsyncInfo(1, 90);
+    EXPECT_EQ(kStart + 1, queueFrame());
 }
 
 TEST_F(GFRMonitorTest, TimesAtTheEndsOfTheirRangeDoNotOverflow) {
     GfrTunables tunables;
     tunables.dynamic = true;
     tunables.flag = 2;
-    for (nsecs_t a : {kMinNs, nsecs_t{-1}, nsecs_t{1}, kMaxNs}) {
-        for (nsecs_t b : {kMinNs, nsecs_t{-1}, nsecs_t{1}, kMaxNs}) {
+    for (nsecs_t a : {INT64_MIN, nsecs_t{-1}, nsecs_t{1}, INT64_MAX}) {
+        for (nsecs_t b : {INT64_MIN, nsecs_t{-1}, nsecs_t{1}, INT64_MAX}) {
             monitor.setVsyncInfo(a, 0);
             monitor.updateLayerTunables(kLayer, tunables);
             monitor.onQueueBegin(kLayer, a, b, a);
             monitor.onQueueEnd(kLayer, b, 0.0f);
-            monitor.onQueueEnd(kLayer, a, kInfinity);
+            monitor.onQueueEnd(kLayer, a, INFINITY);
         }
     }
     Simulation::advance(kMs);
@@ -557,12 +559,14 @@ TEST(GFRArithmeticTest, BoostsEndAtTheirLimits) {
         const BoostDecision decision = calculateFrequencyByTTD(deadlines, tunables, ttd, base);
         return std::pair(decision.freqMHz, decision.flags);
     };
-    EXPECT_EQ(std::pair(kMaxInt, 0x008u), boost(0, kMaxInt));
-    EXPECT_EQ(std::pair(kMaxInt, 0x008u), boost(kMinNs, 500));
-    tunables.kFactor = std::nanf("");
+    EXPECT_EQ(std::pair(500, 0x004u), boost(12 * kMs, 500));
+    EXPECT_EQ(std::pair(1000, 0x008u), boost(6 * kMs, 500));
+    EXPECT_EQ(std::pair(INT32_MAX, 0x008u), boost(0, INT32_MAX));
+    EXPECT_EQ(std::pair(INT32_MAX, 0x008u), boost(INT64_MIN, 500));
+    tunables.kFactor = NAN;
     EXPECT_EQ(std::pair(0, 0x008u), boost(0, 500));
     tunables.kFactor = 1.0f;
-    deadlines.goldenNs = kMaxNs;
+    deadlines.goldenNs = INT64_MAX;
     EXPECT_EQ(std::pair(1000, 0x008u), boost(0, 500));
     const FrameDropWindow window;
     BoostInputs inputs(deadlines, tunables, window);
@@ -573,16 +577,17 @@ TEST(GFRArithmeticTest, BoostsEndAtTheirLimits) {
 }
 
 TEST(GFRArithmeticTest, DeadlinesEndAtTheirLimits) {
+    EXPECT_EQ(1, at(1).periodNs);
     EXPECT_EQ(16'666'667, at(kPeriod, 60.0f).periodNs);  // 1e9 / 60 in float, truncated
-    for (float none : {-40.0f, std::nanf(""), kInfinity}) {
-        EXPECT_EQ(none == kInfinity ? -1 : kPeriod, at(kPeriod, none).periodNs) << none;
+    for (float none : {-40.0f, NAN, INFINITY}) {
+        EXPECT_EQ(none == INFINITY ? -1 : kPeriod, at(kPeriod, none).periodNs) << none;
     }
     GfrTunables tunables;
-    tunables.jankThresholds = {1.3f, kInfinity, -1e30f, std::nanf("")};
-    tunables.golden = -kInfinity;
-    const FrameDeadlines d = at(kMaxNs, 0.0f, tunables);
-    EXPECT_EQ((std::vector<nsecs_t>{kMaxNs, kMaxNs, kMinNs, 0}), d.jankDeadlinesNs);
-    EXPECT_EQ(kMinNs, d.goldenNs);
+    tunables.jankThresholds = {1.3f, INFINITY, -1e30f, NAN};
+    tunables.golden = -INFINITY;
+    const FrameDeadlines d = at(INT64_MAX, 0.0f, tunables);
+    EXPECT_EQ((std::vector<nsecs_t>{INT64_MAX, INT64_MAX, INT64_MIN, 0}), d.jankDeadlinesNs);
+    EXPECT_EQ(INT64_MIN, d.goldenNs);
 }
 
 }  // namespace

@@ -16,7 +16,6 @@
 #include <algorithm>
 #include <atomic>
 #include <functional>
-#include <limits>
 #include <map>
 #include <memory>
 #include <set>
@@ -44,8 +43,7 @@ namespace {
 
 using corvane::host::Simulation;
 
-constexpr nsecs_t kMinute = 60'000'000'000;
-constexpr nsecs_t kForever = std::numeric_limits<nsecs_t>::max();
+constexpr nsecs_t kForever = INT64_MAX;
 
 struct Entry {
     int64_t id;
@@ -184,8 +182,8 @@ TEST(TimerQueueTest, KeepsNothingOfWhatIsGone) {
     const sp<TimerQueue> queue = sp<TimerQueue>::make();
     const auto postAndCancel = [&](int count) {
         for (int i = 0; i < count; ++i) {
-            queue->cancelTask(queue->postTaskDelayed(kMinute + i % 7, nullptr));
-            const uint64_t behind = queue->postTaskDelayed(kMinute, nullptr);
+            queue->cancelTask(queue->postTaskDelayed(kForever / 2 + i % 7, nullptr));
+            const uint64_t behind = queue->postTaskDelayed(kForever / 2, nullptr);
             queue->postTask(nullptr);
             queue->cancelTask(behind);
             queue->pollOnce(0);
