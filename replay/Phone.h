@@ -26,10 +26,6 @@ void deliver(const ServiceCallback& callback);
 std::vector<TimedAction> actionsOf(const Scenario& scenario);
 std::vector<UnsignaledFences> fencesOf(const Scenario& scenario, const Recording& recording);
 
-// Gives the layers what the scenario knows of them and the trace does not: where they are, whether
-// they are visible and have the focus, and whose they are.
-void placeLayers(Recording& recording, const Scenario& scenario);
-
 // The first layer whose name contains `part`; throws Stop when there is none.
 size_t layerOf(const Recording& recording, const std::string& part);
 

@@ -422,6 +422,26 @@ void add(Scenario& scenario, const Scenario& additions) {
     if (!additions.refreshRates.empty()) scenario.refreshRates = additions.refreshRates;
 }
 
+void placeLayers(Recording& recording, const Scenario& scenario) {
+    for (const LayerFacts& facts : scenario.layers) {
+        const auto index = recording.findLayer(facts.layer);
+        if (!index) continue;  // which a note says
+        Layer& layer = recording.layers[*index];
+        layer.bounds = facts.bounds.value_or(layer.bounds);
+        layer.visible = facts.visible.value_or(layer.visible);
+        if (facts.focused) layer.focused = facts.focused;
+        if (facts.uid) recording.processes[layer.process].uid = *facts.uid;
+    }
+    auto& layers = recording.layers;
+    const bool isFocusTold = std::any_of(layers.begin(), layers.end(), [](const Layer& layer) {
+        return layer.focused.value_or(false);
+    });
+    // Who does not have it then, is as good as told.
+    for (Layer& layer : layers) {
+        if (isFocusTold) layer.focused = layer.focused.value_or(false);
+    }
+}
+
 std::string touchName(const Touch& touch) {
     for (const auto& [name, action] : touchActions()) {
         if (action == touch.action) return name;

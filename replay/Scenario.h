@@ -100,6 +100,10 @@ ScenarioResult parseScenario(const std::string& text, const std::string& fileNam
 // configuration of a game, more properties, other refresh rates.
 void add(Scenario& scenario, const Scenario& additions);
 
+// Gives the layers what the scenario knows of them and the trace does not: where they are, whether
+// they are visible and have the focus, and whose they are.
+void placeLayers(Recording& recording, const Scenario& scenario);
+
 // The largest values that a scenario or the command line may ask for.
 constexpr int kMaxRepeat = 1'000;
 constexpr double kMaxHeadroomRate = 10.0;  // vsync periods

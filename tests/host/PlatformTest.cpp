@@ -1,11 +1,9 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The emulated devices, properties and strong pointers. What else the host stands in for is under
+// The emulated devices and strong pointers. What else the host stands in for is under
 // test wherever the library's tests and the replay's rely on it.
 
-#include <android-base/properties.h>
-#include <cutils/properties.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/sync_file.h>
@@ -14,8 +12,6 @@
 #include <utils/RefBase.h>
 
 #include <cerrno>
-#include <cstring>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -72,45 +68,6 @@ TEST(Devices, AnswerTheirOwnRequestsOnly) {
     int available = 0;
     EXPECT_EQ(0, ioctl(pipes[0], FIONREAD, &available));
     EXPECT_EQ(3, available);
-}
-
-TEST(Properties, ReadThroughEveryInterfaceWithinTheirLimits) {
-    const struct {
-        const char* value;
-        int8_t asBool;    // with the default 9
-        int32_t asInt32;  // with the default -5
-        int64_t asInt64;
-    } cases[] = {{"", 9, -5, -5},     {"1", 1, 1, 1},
-                 {"0", 0, 0, 0},      {"yes", 1, -5, -5},
-                 {"off", 0, -5, -5},  {"0x10", 9, 16, 16},
-                 {"12ms", 9, 12, 12}, {"3000000000", 9, -5, 3'000'000'000},
-                 {"010", 9, 8, 8},    {"99999999999999999999", 9, -5, -5}};
-    char value[PROPERTY_VALUE_MAX];
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.value);
-        ASSERT_TRUE(android::base::SetProperty("a.b", c.value));
-        EXPECT_EQ(*c.value == '\0' ? "none" : c.value, android::base::GetProperty("a.b", "none"));
-        EXPECT_EQ(c.asBool, property_get_bool("a.b", 9));
-        for (const bool byDefault : {false, true}) {
-            EXPECT_EQ(c.asBool == 9 ? byDefault : c.asBool == 1,
-                      android::base::GetBoolProperty("a.b", byDefault));
-        }
-        EXPECT_EQ(c.asInt32, property_get_int32("a.b", -5));
-        EXPECT_EQ(c.asInt64, property_get_int64("a.b", -5));
-        EXPECT_EQ(static_cast<int>(strlen(c.value)), property_get("a.b", value, nullptr));
-        EXPECT_STREQ(c.value, value);
-    }
-    EXPECT_EQ(91, property_get("not.there", value, std::string(200, 'd').c_str()));
-    EXPECT_EQ(3, property_get_int32(nullptr, 3));
-    EXPECT_TRUE(android::base::SetProperty("a", std::string(91, 'x')));
-    EXPECT_EQ(-1, property_set("a", std::string(92, 'y').c_str()));
-    EXPECT_EQ(std::string(91, 'x'), android::base::GetProperty("a", ""));
-    for (const char* bad : {"", ".a", "a.", "a..b", "a b", "a/b"}) {
-        EXPECT_FALSE(android::base::SetProperty(bad, "1")) << bad;
-    }
-    EXPECT_TRUE(android::base::SetProperty("ro.once", "1"));
-    EXPECT_FALSE(android::base::SetProperty("ro.once", "2"));
-    EXPECT_EQ("1", android::base::GetProperty("ro.once", ""));
 }
 
 // What the last owner destroys, the others have used: no race, and ThreadSanitizer must see that.

@@ -271,25 +271,5 @@ TEST(Recording, KeepsTheBusiestLayersOfTooMany) {
     EXPECT_EQ(recording.frames, 2 * Recording::kMaxLayers);
 }
 
-TEST(Recording, SaysWhatIsMissing) {
-    TraceText vsyncsOnly, oneVsync, noFrames, oneMoment;
-    vsyncsOnly.vsyncs(0, 10.0, 4);
-    oneVsync.vsyncs(0, 10.0, 1).counter(1.0, "a/b#7", 1);
-    noFrames.vsyncs(0, 10.0, 4).counter(1.0, "a/b#7", 0);
-    oneMoment.vsyncs(0, 0.0, 4).counter(1.0, "a/b#7", 1);
-    for (const auto& [text, error] :
-         std::vector<std::pair<std::string, const char*>>{{"", "is not a trace"},
-                                                          {"Dear diary,\ntoday [1] 2.0\n",
-                                                           "is not a trace"},
-                                                          {vsyncsOnly.str(), "holds no layers"},
-                                                          {noFrames.str(), "holds no layers"},
-                                                          {oneVsync.str(), "holds no vsyncs"},
-                                                          {oneMoment.str(), "holds no vsyncs"}}) {
-        const auto result = parseRecording(text);
-        EXPECT_FALSE(result.recording) << text;
-        EXPECT_NE(result.error.find(error), std::string::npos) << result.error;
-    }
-}
-
 }  // namespace
 }  // namespace corvane::replay
