@@ -59,23 +59,24 @@ TEST(Classify, FpsAndVsyncModes) {
 
 // Names put together from the pieces that the expressions treat differently, and from every byte.
 TEST(LayerName, ScansAgreeWithTheExpressions) {
-    // A start and an end that match more often than not, so that the middle decides.
-    const Strings starts = {"", "", "w ", "_9\n ", "VRI-"};
-    const Strings kinds = {"SurfaceView[", "SurfaceView[", "InputMethod#", ""};
+    // A kind and an end that match more often than not, so that the rest decides.
+    const Strings kinds = {"SurfaceView[", "SurfaceView[", "InputMethod#", "VRI-SurfaceView[", ""};
     const Strings ends = {"", "#1", "#123", "/x]#7", "#", "7", "1234"};
-    const std::string text =
-            "9SurfaceView[a.b_Z@`{:/x]#42 InputMethod#0\t\n\r\v\f\xe2\x80\xa8\xc2\x85";
+    const Strings edges = {"a", "z", "A",  "Z",  "0",  "9",  "_",  "/",  ":",   "@", "[", "`",
+                           "{", " ", "\b", "\t", "\n", "\v", "\f", "\r", "\xe", "#", "]", "VRI-"};
     std::mt19937 random{20'261'121};  // a fixed seed: the same names in every run
     const auto pick = [&](const Strings& pieces) { return pieces[random() % pieces.size()]; };
+    const auto some = [&](size_t limit) {
+        std::string text;
+        for (size_t pieces = random() % limit; pieces > 0; --pieces) {
+            text += random() % 4 == 0 ? std::string(1, static_cast<char>(random())) : pick(edges);
+        }
+        return text;
+    };
     int surfaceViews = 0;
     int inputMethods = 0;
     for (int i = 0; i < 60'000; ++i) {
-        std::string name = pick(starts) + pick(kinds);
-        for (size_t pieces = random() % 6; pieces > 0; --pieces) {
-            name += random() % 4 == 0 ? std::string(1, static_cast<char>(random()))
-                                      : text.substr(random() % text.size(), 1 + random() % 3);
-        }
-        name += pick(ends);
+        std::string name = some(3) + pick(kinds) + some(6) + pick(ends);
         // Long runs, as long as the matcher can take them: it is slowest where it may stop
         // anywhere.
         if (i % 20 == 0) {
@@ -90,7 +91,7 @@ TEST(LayerName, ScansAgreeWithTheExpressions) {
         inputMethods += isInputMethod;
     }
     // Both outcomes must be common, or the comparison says little.
-    EXPECT_GT(surfaceViews, 6'000);
+    EXPECT_GT(surfaceViews, 3'000);
     EXPECT_GT(inputMethods, 200);
 }
 

@@ -250,6 +250,7 @@ TEST(BoostTest, HintsReachTheDeviceWithoutAWorker) {
             PerfProxy::getInstance();
         }
         PerfProxy& proxy = *PerfProxy::getInstance();
+        EXPECT_EQ(open, openDescriptors()) << "a queue without a worker is let go";
         EXPECT_EQ(failsThread ? Strings{"6 BoostThread Creation Failed"} : Strings{}, takeLog(log));
         callsMade();
         BoostDevice::clear();
