@@ -33,6 +33,7 @@
 namespace android {
 namespace {
 
+using aidl::vendor::hxw::hardware::perf2::TFPSCallback;
 using corvane::host::LogCapture;
 using corvane::host::PerfService;
 using corvane::host::Simulation;
@@ -401,11 +402,6 @@ RescueText someTunables(RandomSteps& steps, const std::string& package) {
     return pushed;
 }
 
-void push(int hint, const std::string& text, int arg1, int arg2, const std::vector<int>& values) {
-    aidl::vendor::hxw::hardware::perf2::TFPSCallback callback;
-    if (!callback.notifyCallback(hint, text, arg1, arg2, values).isOk()) abort();
-}
-
 // One thing that happens, about this package.
 void act(RandomSteps& steps, Model& model, FeatureManager& manager, const std::string& package) {
     const int numbers[] = {-1, 0, 1, 2, 3, 80, 120, 2575, 24000, 24001, INT_MAX, INT_MIN};
@@ -413,31 +409,32 @@ void act(RandomSteps& steps, Model& model, FeatureManager& manager, const std::s
     const int second = steps.pick(numbers);
     std::vector<int> values(static_cast<size_t>(steps.below(7)));
     for (int& value : values) value = steps.pick(numbers);
-    const char what = steps.pick(std::string_view("fffffhhhhrrrrrrrraakhwwppoox"));
+    const char what = steps.pick(std::string_view("cccccccccccccccccckkwwppoo"));
     steps.tell("act", what, package, first, second, values);
     switch (what) {
-        case 'f': {
-            const std::string text = steps.oneIn(4) ? steps.pick(kRates).first : package;
-            steps.tell("  with", text);
-            model.pushTarget(text, first);
-            return push(kTargetFps, text, first, second, values);
+        case 'c': {
+            const int hints[] = {kTargetFps,   kTargetFps, kHeadroomRates, kFrameRescue,
+                                 kFrameRescue, kActivity,  4170,           4172,
+                                 4188,         4190,       4191,           4193};
+            const int hint = steps.pick(hints);
+            std::string text = package;
+            if (hint == kTargetFps && steps.oneIn(4)) text = steps.pick(kRates).first;
+            if (hint == kTargetFps) model.pushTarget(text, first);
+            if (hint == kHeadroomRates) model.pushHeadroom(package, values);
+            if (hint == kActivity) model.pushActivity(package, first, second);
+            if (hint == kFrameRescue) {
+                const RescueText pushed =
+                        package.empty() ? someThresholds(steps) : someTunables(steps, package);
+                if (steps.oneIn(2)) values.insert(values.begin(), 1);
+                const bool hasColon = !package.empty() || steps.oneIn(2);
+                text += (hasColon ? ":" : "") + pushed.text;
+                model.pushRescue(pushed, values);
+            }
+            steps.tell("  callback", hint, text, values);
+            TFPSCallback callback;
+            const bool isOk = callback.notifyCallback(hint, text, first, second, values).isOk();
+            return steps.expectEq(true, isOk, "the answer");
         }
-        case 'h':
-            model.pushHeadroom(package, values);
-            return push(kHeadroomRates, package, first, second, values);
-        case 'r': {
-            const RescueText pushed =
-                    package.empty() ? someThresholds(steps) : someTunables(steps, package);
-            if (steps.oneIn(2)) values.insert(values.begin(), 1);
-            const bool hasColon = !package.empty() || steps.oneIn(2);
-            const std::string text = package + (hasColon ? ":" : "") + pushed.text;
-            steps.tell("  with", text, values);
-            model.pushRescue(pushed, values);
-            return push(kFrameRescue, text, first, second, values);
-        }
-        case 'a':
-            model.pushActivity(package, first, second);
-            return push(kActivity, package, first, second, values);
         case 'k': {
             const std::string alive = steps.pick(kPackages) + "," + package;
             model.checkAlive(alive);
@@ -454,13 +451,9 @@ void act(RandomSteps& steps, Model& model, FeatureManager& manager, const std::s
             model.changed(name);
             return manager.onPropChanged(name);
         }
-        case 'o':
+        default:
             model.isObserved = !model.isObserved;
-            return manager.setConfigObserver(model.isObserved ? &sObserver : nullptr);
-        default: {
-            const int hints[] = {0, -1, 4170, 4172, 4188, 4190, 4191, 4193};
-            return push(steps.pick(hints), package, first, second, values);
-        }
+            manager.setConfigObserver(model.isObserved ? &sObserver : nullptr);
     }
 }
 
@@ -568,7 +561,7 @@ TEST(FeatureModelTest, PropertiesAndCallbacksDoWhatIsDescribed) {
 // A quadratic search would take minutes over the long ones.
 TEST(FeatureManagerTest, NamesOfAnyLengthAndWhatIsConstant) {
     FeatureManager& manager = *FeatureManager::getInstance();
-    push(kActivity, std::string(1 << 21, 'a') + 'b', 0, 0, {});
+    manager.setCallbackHintValue(kActivity, std::string(1 << 21, 'a') + 'b', 0, 0, {});
     manager.processAliveAppCheck(std::string(1 << 22, 'a'));
     EXPECT_EQ(manager.getCheckingAliveApp(), "");
     EXPECT_EQ(manager.getDefaultMaxHeadroomRate(true), 1.8f);

@@ -11,7 +11,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -236,7 +235,7 @@ TEST(BoostTest, OneLowLatencyLockAndAWorkerThatKeepsTheClock) {
     EXPECT_EQ(RecordedPriorities::ofTheFramePath(), RecordedPriorities::of("BP"));
 }
 
-TEST(BoostTest, HintsReachTheDeviceWithoutAWorker) {
+TEST(BoostTest, TheWorkerStartsStopsOrFails) {
     const Simulation simulation(kStart);
     ASSERT_TRUE(PerfService::install());
     BoostDevice::enable();
@@ -258,55 +257,31 @@ TEST(BoostTest, HintsReachTheDeviceWithoutAWorker) {
         proxy.frameHint(2, 1, 9, "pkg", 0);
         EXPECT_EQ(1u, BoostDevice::requests().size());
         EXPECT_EQ(0u, proxy.postTask([] {}));
-        proxy.startBoostThread();  // a failed start leaves it stopped, not broken
-        EXPECT_NE(0u, proxy.postTask([] {}));
-        Simulation::settle();
+
+        std::atomic<int> begun{0}, ended{0};
+        const auto task = [&] {
+            ++begun;
+            Simulation::sleepFor(kMs);  // a stop would be through
+            ++ended;
+        };
+        for (int i = 0; i < 2; ++i) {
+            proxy.startBoostThread();
+            proxy.startBoostThread();
+            EXPECT_NE(0u, proxy.postTask(task));
+            EXPECT_NE(0u, proxy.postTaskDelayed(9 * kMs, task));
+            Simulation::settle();
+            proxy.stopBoostThread();
+            proxy.stopBoostThread();
+            EXPECT_EQ(1 + i, begun) << "what is not due is lost";
+            EXPECT_EQ(1 + i, ended) << "stopping waits for the one that runs";
+            EXPECT_EQ(0u, proxy.postTask(task));
+        }
+        Simulation::advance(20 * kMs);
+        EXPECT_EQ(2, begun);
         EXPECT_EQ(Strings{}, callsMade()) << "what was posted without a worker is lost";
         delete &proxy;
         EXPECT_EQ(open, openDescriptors()) << "destruction undoes everything";
     }
-}
-
-// Any thread may run at any time.
-TEST(BoostTest, PostingGoesOnWhileTheWorkerStopsAndStarts) {
-    Simulation::Options options;
-    options.policy = Simulation::Policy::kRandom;
-    const Simulation simulation(options);
-    ASSERT_TRUE(PerfService::install());
-    PerfProxy& proxy = *PerfProxy::getInstance();
-    std::atomic<bool> isDone{false};
-    std::atomic<int> accepted{0}, begun{0}, ended{0};
-    const auto task = [&] {
-        ++begun;
-        Simulation::sleepFor(10 * kMs);  // a stop would be through
-        ++ended;
-    };
-    const auto post = [&] {
-        while (!isDone) {
-            if (proxy.postTask(task) != 0) ++accepted;
-            Simulation::sleepFor(10 * kMs);
-        }
-    };
-    std::thread posters[] = {std::thread(post), std::thread(post), std::thread(post)};
-    for (int i = 0; i < 100; ++i) {
-        if (i % 4 < 2) {
-            proxy.startBoostThread();
-            Simulation::sleepFor(50 * kMs);
-        } else {
-            proxy.stopBoostThread();
-            EXPECT_EQ(begun, ended) << "stopping waits for the task that runs";
-            EXPECT_EQ(0u, proxy.postTask(task));
-        }
-    }
-    isDone = true;
-    for (std::thread& poster : posters) poster.join();
-    EXPECT_GT(ended, 0);
-    const int before = ended;
-    proxy.startBoostThread();
-    proxy.postTask(task);
-    Simulation::sleepFor(50 * kMs);
-    EXPECT_EQ(before + 1, ended) << "what was posted to a stopped worker is lost";
-    EXPECT_LE(ended, accepted + 1);
 }
 
 TEST(TraceTest, TracesAndLogsAsFarAsItIsAllowedTo) {
