@@ -48,7 +48,7 @@ STATEMENT = re.compile(r"^\s+(?!return\b|delete\b|break\b|continue\b|using\b|thr
                        r"[\w:>.\-\[\]*()]+(\(.*\)|\s[-+|&]?=\s.*|\+\+|--);$")
 RETURN = re.compile(r"^(\s+(?:if \(.*\) )?)return;$")
 IGNORED = re.compile(r"^\s*(#|//|\*|namespace\b|using\b|static_assert|class\b|struct\b|enum\b|template\b|friend\b)"
-                     r"|Autolock|memory_order|GUARDED_BY|REQUIRES|= delete;|= default;")
+                     r"|Autolock|memory_order|GUARDED_BY|REQUIRES|EXCLUDES|= delete;|= default;")
 
 
 class Mutant(NamedTuple):

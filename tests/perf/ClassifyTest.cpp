@@ -60,7 +60,7 @@ TEST(Classify, FpsAndVsyncModes) {
 // Names put together from the pieces that the expressions treat differently, and from every byte.
 TEST(LayerName, ScansAgreeWithTheExpressions) {
     // A kind and an end that match more often than not, so that the rest decides.
-    const Strings kinds = {"SurfaceView[", "SurfaceView[", "InputMethod#", "VRI-SurfaceView[", ""};
+    const Strings kinds = {"SurfaceView[", "VRI-SurfaceView[", "InputMethod#", ""};
     const Strings ends = {"", "#1", "#123", "/x]#7", "#", "7", "1234"};
     const Strings edges = {"a", "z", "A",  "Z",  "0",  "9",  "_",  "/",  ":",   "@", "[", "`",
                            "{", " ", "\b", "\t", "\n", "\v", "\f", "\r", "\xe", "#", "]", "VRI-"};
@@ -76,7 +76,10 @@ TEST(LayerName, ScansAgreeWithTheExpressions) {
     int surfaceViews = 0;
     int inputMethods = 0;
     for (int i = 0; i < 60'000; ++i) {
-        std::string name = some(3) + pick(kinds) + some(6) + pick(ends);
+        std::string name = some(3);
+        name += pick(kinds);
+        name += some(6);
+        name += pick(ends);
         // Long runs, as long as the matcher can take them: it is slowest where it may stop
         // anywhere.
         if (i % 20 == 0) {
@@ -91,7 +94,7 @@ TEST(LayerName, ScansAgreeWithTheExpressions) {
         inputMethods += isInputMethod;
     }
     // Both outcomes must be common, or the comparison says little.
-    EXPECT_GT(surfaceViews, 3'000);
+    EXPECT_GT(surfaceViews, 2'000);
     EXPECT_GT(inputMethods, 200);
 }
 
