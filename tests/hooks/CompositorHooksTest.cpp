@@ -75,27 +75,6 @@ TEST_F(CompositorHooksTest, AFailedInitMayBeRepeated) {
     EXPECT_EQ(mLog.count("Add new candidate layer: 1"), 1u);
 }
 
-// Builds of the service's client library that lack something; tracking goes on with each.
-class FaultyServiceTest : public SimulatedHookTest,
-                          public ::testing::WithParamInterface<const char*> {};
-
-TEST_P(FaultyServiceTest, TracksAllTheSame) {
-    ASSERT_TRUE(PerfService::install(GetParam()));
-    ASSERT_TRUE(corvaneInit(0, 0));
-    corvaneSetVsyncPeriod(k60Hz);
-    corvaneTrackVsyncSignal();
-    draw(TestLayer::ofApp(1), 310);
-    EXPECT_EQ(mLog.count("Add new layer to full tracking"), 1u);
-    // Without a worker nobody takes the forced report; the periodic one must still come.
-    corvaneTrackVsyncSignal();
-    mSimulation.settle();
-    EXPECT_GT(mLog.count("CheckMultiLayer: 1, "), 0u);
-}
-
-INSTANTIATE_TEST_SUITE_P(All, FaultyServiceTest,
-                         ::testing::Values("missing-perf_get_feedback", "missing-perf_event",
-                                           "missing-perf_callback_register", "version-2.2"));
-
 TEST_F(CompositorHooksTest, HoldsDeepQueuesOfGamesUntilATouch) {
     init();
     PerfService::addGame(mApp.package, 1);

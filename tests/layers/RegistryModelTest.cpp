@@ -68,33 +68,9 @@ Producer producerOf(int id, bool swapped) {
     return {app, "VRI-" + package + "/Main" + number, package};
 }
 
-int modeOf(double fps) {
-    if (!(fps > 0) || fps > 260) return -1;
-    if (fps <= 18) return static_cast<int>(std::lround(fps));
-    constexpr int kLimits[] = {33, 48, 63, 78, 95, 123, 147, 168, 210, 260};
-    constexpr int kModes[] = {30, 45, 60, 75, 90, 120, 144, 165, 185, 240};
-    return kModes[std::lower_bound(kLimits, kLimits + 10, fps) - kLimits];
+int percent(float rate) {
+    return static_cast<int>(std::lround(rate * 100));
 }
-
-// The settings of one kind, by package. The empty name is everyone's.
-class Settings {
-  public:
-    void set(const std::string& package, const std::vector<int>& values) {
-        if (package.empty()) mEntries.clear();
-        mEntries.erase("");
-        mEntries.erase(package);
-        if (!values.empty()) mEntries[package] = values;
-    }
-    // Empty when there are none.
-    std::vector<int> get(const std::string& package, bool orEveryones) const {
-        const auto found = mEntries.find(package);
-        if (found != mEntries.end()) return found->second;
-        return orEveryones && !package.empty() ? get("", false) : std::vector<int>();
-    }
-
-  private:
-    std::map<std::string, std::vector<int>> mEntries;
-};
 
 struct Switches {
     bool touch, pacing, compensation, ramps, bigJank, fences, profile, worker;
@@ -113,7 +89,7 @@ struct ModelLayer {
     bool pacing = false;  // as the monitor was told
     nsecs_t queued = 0, ended = 0, gap = 0, toPresent = 0, first = 0, anchor = 0, removeAt = 0;
     std::vector<nsecs_t> intervals;  // all there were
-    nsecs_t windowStart = -1;
+    nsecs_t windowStart = -1, measuredAt = 0;
     int frames = 0, fence = -1;
     std::string origin;  // of its fences, once known
     float fps = 0;
@@ -130,8 +106,7 @@ class Model {
     std::vector<std::pair<nsecs_t, std::string>> calls;
     std::vector<int> deadlines;
     std::map<int, ModelLayer> layers;
-    Settings headroom, rescue, pace;
-    nsecs_t now = 0, period = 0;
+    nsecs_t now = 0, period = 0, lastCleanup = 0;
     int threadFailures = 0, fenceQuestions = 0;
     bool infoFails = false, deadlineFails = false;
 
@@ -214,8 +189,8 @@ class Model {
     }
 
     void vsync() {
-        if (mLastCleanup > 0 && now - mLastCleanup <= 3 * kSecond) return;
-        if (std::exchange(mLastCleanup, now) <= 0) return;
+        if (lastCleanup > 0 && now - lastCleanup <= 3 * kSecond) return;
+        if (std::exchange(lastCleanup, now) <= 0) return;
         cleanUp();
         if (!mForceScene && mScheduled == 0) checkScenes();
     }
@@ -272,12 +247,7 @@ class Model {
     void headroomChanged(const std::string& package) {
         for (ModelLayer* layer : layersOf(package)) {
             if (!layer->game) continue;
-            const auto rates = headroom.get(layer->package, true);
-            layer->headroomAllowed = !rates.empty();
-            if (!rates.empty() && (mDisplayMode > 60 ? std::abs(rates[1] - layer->highRate) > 1
-                                                     : std::abs(rates[0] - layer->rate) > 1)) {
-                applyHeadroom(*layer, rates);
-            }
+            applyHeadroom(*layer, /*least=*/2);
             say("OnFeatureConfigChanged - QUICK_TOUCH: set enabled=%d, phrMinRate=%.2f, "
                 "highFpsPhrMinRate=%.2f, pkgName=%s",
                 layer->headroomAllowed, layer->rate / 100.0, layer->highRate / 100.0,
@@ -327,6 +297,9 @@ class Model {
     }
 
   private:
+    // What is configured is not the registry's.
+    static const FeatureManager& features() { return *FeatureManager::getInstance(); }
+
     struct Candidate {
         nsecs_t start, last;
         int count;
@@ -443,7 +416,8 @@ class Model {
         const bool mini = producer.name.find("AppBrandUI") != std::string::npos;
         if (mini && layer.package == "com.tencent.mm") layer.scene = "minigame";
         mCandidates.erase(found);
-        layer.rescueAllowed = !rescue.get(layer.package, false).empty() && mayBeRescued(layer);
+        layer.rescueAllowed =
+                features().getGFRTunables(layer.package, false) && mayBeRescued(layer);
         layer.target = targetOf(layer, false);
         say("Add new layer to full tracking: [%s] layer %d", layer.name(), id);
         if (uid > 0) {
@@ -471,9 +445,7 @@ class Model {
         layer.game = isGame(app);
         layer.weight = layer.game ? app + 1 : 0;
         if (!layer.game) return;
-        const auto rates = headroom.get(package, true);
-        layer.headroomAllowed = !rates.empty();
-        if (!rates.empty()) applyHeadroom(layer, rates);
+        applyHeadroom(layer, /*least=*/0);
         if (mayBeRescued(layer)) applyRescue(layer);
         applyPace(layer);
     }
@@ -487,9 +459,10 @@ class Model {
         // As imprecise as it is reported.
         layer.fps = 1 / (static_cast<float>(elapsed) / static_cast<float>(layer.frames) / 1e9f);
         layer.windowStart = -1;
+        layer.measuredAt = now;
         layer.frames = 0;
         const int oldMode = layer.mode;
-        const int mode = modeOf(layer.fps);
+        const int mode = PerfProxy::getFpsMode(layer.fps);
         if (mode != layer.mode && isSteadyAt(layer, mode)) {
             layer.mode = mode;
             say("Stable FPS shift detected for layer %d: %.2f (mode -> %d)", layer.id, layer.fps,
@@ -513,7 +486,8 @@ class Model {
         for (const nsecs_t interval : latest) {
             squares += std::pow(static_cast<double>(interval) - mean, 2);
         }
-        return std::sqrt(squares / 30) < std::max(2e6, mean / 5) && modeOf(1e9 / mean) == mode;
+        return std::sqrt(squares / 30) < std::max(2e6, mean / 5) &&
+               PerfProxy::getFpsMode(static_cast<float>(1e9 / mean)) == mode;
     }
 
     void pickFastest() {
@@ -561,9 +535,9 @@ class Model {
     static bool mayBeRescued(const ModelLayer& layer) {
         return layer.package != "com.tencent.mm" || layer.scene == "minigame";
     }
-    int targetOf(const ModelLayer& layer, bool orEveryones) const {
-        const auto config = pace.get(layer.package, orEveryones);
-        return config.empty() || !on.pacing ? 0 : config[0];
+    static int targetOf(const ModelLayer& layer, bool orEveryones) {
+        const auto config = features().getTfpsConfig(layer.package, orEveryones);
+        return config ? static_cast<int>(config->targetFps) : 0;
     }
     void setRescued(ModelLayer& layer, bool enable) {
         layer.rescued = enable;
@@ -582,13 +556,19 @@ class Model {
         if (layer.atHeadroom && rate > 0) say("Layer %d set headroom", layer.id);
     }
 
-    void applyHeadroom(ModelLayer& layer, const std::vector<int>& rates) {
-        layer.rate = rates[0];
-        layer.highRate = rates[1];
+    // Rates of the display's class that differ by less than `least` are no change.
+    void applyHeadroom(ModelLayer& layer, int least) {
+        const auto rates = features().getPhrConfig(layer.package, true);
+        layer.headroomAllowed = rates.has_value();
+        if (!rates) return;
+        const int rate = percent(rates->phrMinRate), high = percent(rates->highFpsPhrMinRate);
+        if (std::abs(mDisplayMode > 60 ? high - layer.highRate : rate - layer.rate) < least) return;
+        layer.rate = rate;
+        layer.highRate = high;
         setHeadroom(layer);
     }
     void applyRescue(ModelLayer& layer) {
-        const bool allowed = !rescue.get(layer.package, true).empty();
+        const bool allowed = features().getGFRTunables(layer.package, true).has_value();
         if (std::exchange(layer.rescueAllowed, allowed) != allowed) setRescued(layer, false);
         if (allowed && layer.atRescue) say("updateLayerTunables layer %d", layer.id);
     }
@@ -728,7 +708,7 @@ class Model {
     std::multimap<nsecs_t, std::function<void()>> mTasks;
     std::set<int> mReported;
     std::string mChecked, mAwaited;
-    nsecs_t mLastCleanup = 0, mBusyUntil = 0, mRescuePeriod = 0, mHeadroomPeriod = 0;
+    nsecs_t mBusyUntil = 0, mRescuePeriod = 0, mHeadroomPeriod = 0;
     int mDisplayMode = -1, mHeadroomMode = -1, mThreshold = 0, mThresholdProperty = 0;
     int mFocusedUid = -1, mFastest = -1, mMisses = -1;
     int mScheduled = 0, mLowLatency = -1, mHeld = -1, mLocks = 0;
@@ -769,7 +749,7 @@ class Registry {
         pass(1);
         if (mSteps.oneIn(4)) castAnew();
         mId = mSteps.pick(mCast);
-        mPackage = mSteps.oneIn(5) ? "" : packageOf(producer(mId).app % 4);
+        mPackage = mSteps.oneIn(5) ? "" : packageOf(producer(mId).app);
         using R = Registry;
         static constexpr void (
                 R::*kSteps[])() = {&R::vsync,        &R::idle,        &R::show,
@@ -804,11 +784,11 @@ class Registry {
         mModel.setPeriod(ns, mode);
     }
     void changePeriod() {
-        static constexpr std::pair<nsecs_t, int> kPeriods[] = {{16'666'667, 60}, {16'666'667, 60},
-                                                               {16'666'667, 60}, {15'000'000, 0},
-                                                               {8'333'333, 120}, {0, 0},
-                                                               {-1, 0}};
-        const auto [ns, mode] = mSteps.pick(kPeriods);
+        const std::vector<std::pair<nsecs_t, int>> periods = {{16'666'667, 60}, {16'666'667, 60},
+                                                              {15'000'000, 0},  {8'333'333, 120},
+                                                              {0, 0},           {1, 0},
+                                                              {-1, 0}};
+        const auto [ns, mode] = mSteps.pick(periods);
         mSteps.tell("period", ns);
         setPeriod(ns, mode);
     }
@@ -839,7 +819,8 @@ class Registry {
     }
     // For any time, or until something is just due or not quite.
     void idle() {
-        const nsecs_t due[] = {mLastQueue + kSecond, mLastQueue + 2 * kSecond, mLastClean + kSecond,
+        const nsecs_t due[] = {mModel.lastCleanup + 3 * kSecond, mLastQueue + kSecond,
+                               mLastQueue + 2 * kSecond, mLastClean + kSecond,
                                Simulation::now() + mSteps.below(4 * kSecond)};
         const nsecs_t until = mSteps.pick(due) + mSteps.below(3) - 1;
         mSteps.tell("idle until", until);
@@ -960,29 +941,27 @@ class Registry {
     void setHeadroom() {
         const int rates[] = {0, 80, 81, 83, 120};
         const int rate = mSteps.pick(rates), high = mSteps.pick(rates);
-        mModel.headroom.set(mPackage,
-                            rate + high > 0 ? std::vector{rate, high} : std::vector<int>());
-        mModel.headroomChanged(mPackage);
         configure(4187, mPackage, 0, {0, rate, 0, high});
+        mModel.headroomChanged(mPackage);
     }
     void setRescue() {
-        const bool on = !mSteps.oneIn(3);
-        mModel.rescue.set(mPackage, on ? std::vector{1} : std::vector<int>());
+        const std::string text = mPackage.empty() ? "1.2;1.5" : mPackage + ":golden=0.8";
+        configure(4189, text, 0, {!mSteps.oneIn(3)});
         mModel.rescueChanged(mPackage);
-        configure(4189, mPackage.empty() ? "1.2;1.5" : mPackage + ":golden=0.8", 0, {on});
     }
     void setPace() {
         const int targets[] = {0, 30, 45, 50, 58, 58};
         const int target = mSteps.pick(targets);
-        mModel.pace.set(mPackage, target > 0 ? std::vector{target} : std::vector<int>());
-        mModel.paceChanged(mPackage);
         const bool all = mPackage.empty();
         configure(4171, all ? std::to_string(target) : mPackage, all ? 0 : target * 100, {});
+        mModel.paceChanged(mPackage);
     }
     void setJank() {
-        mSteps.tell("threshold", mId - 1);
-        mModel.threshold(mId - 1);
-        base::SetProperty("debug.perf.cpu_big_jank_threshold_ms", std::to_string(mId - 1));
+        const int thresholds[] = {0, 1, 5, 20, 34, 43};
+        const int ms = mSteps.pick(thresholds);
+        mSteps.tell("threshold", ms);
+        mModel.threshold(ms);
+        base::SetProperty("debug.perf.cpu_big_jank_threshold_ms", std::to_string(ms));
     }
     void activity() {
         const int kind = static_cast<int>(mSteps.below(mPackage.empty() ? 2 : 4)) + 1;
@@ -1066,10 +1045,11 @@ class Registry {
                                       static_cast<int>(l.targetFps()), l.mAliveCheckMatches),
                             "its state");
             mSteps.expectEq(std::tuple(m.depth, m.queued, m.ended, m.gap, m.toPresent, m.first,
-                                       m.anchor, m.fence),
+                                       m.anchor, m.fence, m.measuredAt),
                             std::tuple(l.queueDepth(), l.mLastQueueTime,
                                        nsecs_t{l.mLastQueueEndTime}, l.mFrameGap, l.timeToPresent(),
-                                       l.mFirstFrameTime, l.mVsyncAnchorTime, l.mPendingGpuFenceFd),
+                                       l.mFirstFrameTime, l.mVsyncAnchorTime, l.mPendingGpuFenceFd,
+                                       l.mLastFpsTime),
                             "its frames");
         }
     }
@@ -1080,7 +1060,6 @@ class Registry {
         actual.resize(size);
         for (size_t i = 0; i < size; ++i) mSteps.expectEq(expected[i], actual[i], what);
     }
-    static int percent(float rate) { return static_cast<int>(std::lround(rate * 100)); }
 
     RandomSteps& mSteps;
     Model mModel;
