@@ -31,6 +31,9 @@ DeviceModel::DeviceModel(const Workload& workload, PacingPolicy& policy,
 }
 
 ModelRun DeviceModel::run() {
+    size_t frames = 0;
+    for (const LayerWork& work : mWorkload.layers) frames += work.frames.size();
+    mRun.frames.reserve(frames);
     mVsync = mWorkload.compositor.firstFrom(0);
     for (size_t i = 0; i < mLayers.size(); ++i) tryBegin(i, 0);
     const int64_t limitNs = mWorkload.durationNs * kMaxStretch + kMaxOverrunNs;

@@ -68,6 +68,8 @@ Comparison prepareComparison(const Recording& recording, int repeat, const Scena
     for (size_t i = 0; i < intended.size(); ++i) {
         intended[i] = std::max(intended[i], vsyncsOfTarget(scenario, recording, i));
     }
+    // The workload says of each what is needed from here on; an hour has hundreds of thousands.
+    for (model::RecordedLayer& layer : recorded.layers) layer.frames = {};
     return {std::move(recorded),
             std::move(workload),
             std::move(intended),

@@ -32,7 +32,7 @@ struct PolicyRun {
 
 // The recorded device with the library and without it, under the same work.
 struct Comparison {
-    model::Recorded recorded;
+    model::Recorded recorded;  // without its frames
     model::Workload workload;
     std::vector<int64_t> intendedVsyncs;  // per layer, between two of its frames
     std::vector<model::GpuShare> gpuShares;
@@ -44,7 +44,7 @@ struct Comparison {
     // Layers with fewer recorded frames have no figures worth a table.
     static constexpr size_t kMinFrames = 10;
     bool isWorthATable(size_t layer) const {
-        return recorded.layers[layer].frames.size() >= kMinFrames * passes;
+        return workload.layers[layer].frames.size() >= kMinFrames * passes;
     }
 };
 

@@ -59,7 +59,7 @@ class Collector {
 
     void readLog(const std::vector<host::LogLine>& log);
     void readCalls(const std::vector<host::PerfCall>& calls);
-    void readTrace(const std::string& trace);
+    void readTrace(const LibraryTrace& trace);
     void readBoosts(const std::vector<host::BoostRequest>& requests);
     void readFences(const std::vector<host::FenceDeadline>& deadlines) {
         mFindings.fences.told = mPlayed.fences;
@@ -218,10 +218,10 @@ void Collector::readCalls(const std::vector<host::PerfCall>& calls) {
     }
 }
 
-void Collector::readTrace(const std::string& trace) {
+void Collector::readTrace(const LibraryTrace& trace) {
     constexpr std::string_view kHeadroomTrack = "CPU headroom - ";
     std::unordered_map<int, Queueing> threads;
-    parseFtrace(trace, [&](const TraceEvent& event) {
+    trace.read([&](const TraceEvent& event) {
         Queueing& queueing = threads[event.tid];
         switch (event.kind) {
             case TraceEvent::Kind::kAsyncBegin:
@@ -386,7 +386,7 @@ Findings findingsOf(const Recording& recording, const PlayResult& played,
     Collector collector(recording, played);
     collector.readLog(evidence.log);
     collector.readCalls(evidence.calls);
-    collector.readTrace(evidence.trace);
+    if (evidence.trace != nullptr) collector.readTrace(*evidence.trace);
     collector.readBoosts(evidence.boosts);
     collector.readFences(evidence.deadlines);
     return collector.take();

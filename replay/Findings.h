@@ -16,6 +16,7 @@
 #include "corvane/host/Devices.h"
 #include "corvane/host/LogCapture.h"
 #include "corvane/host/PerfService.h"
+#include "replay/LibraryTrace.h"
 #include "replay/Player.h"
 #include "replay/Recording.h"
 
@@ -124,7 +125,7 @@ struct Evidence {
     std::vector<host::PerfCall> calls;
     std::vector<host::BoostRequest> boosts;
     std::vector<host::FenceDeadline> deadlines;
-    std::string trace;  // ftrace text
+    const LibraryTrace* trace = nullptr;  // none: nothing was traced
 };
 
 Findings findingsOf(const Recording& recording, const PlayResult& played, const Evidence& evidence);

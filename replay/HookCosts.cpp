@@ -3,8 +3,6 @@
 
 #include "replay/HookCosts.h"
 
-#include <algorithm>
-
 namespace corvane::replay {
 
 const char* hookName(Hook hook) {
@@ -51,18 +49,36 @@ const char* hookName(Hook hook) {
     return "";
 }
 
-Spread spreadOf(std::vector<int64_t> values) {
-    if (values.empty()) return {};
-    std::sort(values.begin(), values.end());
-    const auto rank = [&](size_t percent) {
-        return values[(values.size() * percent + 99) / 100 - 1];
+Spread spreadOf(const std::vector<int64_t>& values) {
+    ValueCounts counts;
+    for (const int64_t value : values) ++counts[value];
+    return spreadOfCounts(counts);
+}
+
+Spread spreadOfCounts(const ValueCounts& counts) {
+    if (counts.empty()) return {};
+    Spread spread;
+    for (const auto& [value, count] : counts) spread.count += count;
+    const auto ofRank = [&counts](size_t rank) {
+        size_t seen = 0;
+        for (const auto& [value, count] : counts) {
+            seen += count;
+            if (seen >= rank) return value;
+        }
+        return counts.rbegin()->first;
     };
-    return {values.size(), rank(50), rank(99), values.back()};
+    const auto percentile = [&](size_t percent) {
+        return ofRank((spread.count * percent + 99) / 100);
+    };
+    spread.p50 = percentile(50);
+    spread.p99 = percentile(99);
+    spread.max = counts.rbegin()->first;
+    return spread;
 }
 
 void HookCosts::merge(const HookCosts& other) {
     for (size_t i = 0; i < mCosts.size(); ++i) {
-        mCosts[i].insert(mCosts[i].end(), other.mCosts[i].begin(), other.mCosts[i].end());
+        for (const auto& [cost, count] : other.mCosts[i]) mCosts[i][cost] += count;
     }
 }
 

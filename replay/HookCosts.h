@@ -8,6 +8,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <vector>
 
 namespace corvane::replay {
@@ -45,7 +46,11 @@ struct Spread {
     int64_t p99 = 0;
     int64_t max = 0;
 };
-Spread spreadOf(std::vector<int64_t> values);
+Spread spreadOf(const std::vector<int64_t>& values);
+
+// How often each value came: in simulated time few differ, however long a replay lasts.
+using ValueCounts = std::map<int64_t, size_t>;
+Spread spreadOfCounts(const ValueCounts& counts);
 
 // What each hook call cost, waits inside the hook included. Not synchronised: every thread fills
 // one of its own, and they are merged when the threads have ended.
@@ -57,15 +62,15 @@ class HookCosts {
         const nsecs_t begin = systemTime(SYSTEM_TIME_MONOTONIC);
         call();
         const int64_t cost = systemTime(SYSTEM_TIME_MONOTONIC) - begin;
-        mCosts[static_cast<size_t>(hook)].push_back(cost);
+        ++mCosts[static_cast<size_t>(hook)][cost];
         return cost;
     }
 
     void merge(const HookCosts& other);
-    Spread spread(Hook hook) const { return spreadOf(mCosts[static_cast<size_t>(hook)]); }
+    Spread spread(Hook hook) const { return spreadOfCounts(mCosts[static_cast<size_t>(hook)]); }
 
   private:
-    std::array<std::vector<int64_t>, static_cast<size_t>(Hook::kCount)> mCosts;
+    std::array<ValueCounts, static_cast<size_t>(Hook::kCount)> mCosts;
 };
 
 }  // namespace corvane::replay

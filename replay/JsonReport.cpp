@@ -75,8 +75,8 @@ Json::Value featuresOf(const LayerFindings& found) {
         held.push_back(frame.heldNs);
         if (frame.beforeVsyncNs) before.push_back(*frame.beforeVsyncNs);
     }
-    headroom["heldSpread"] = valueOf(spreadOf(std::move(held)));
-    headroom["beforeVsyncSpread"] = valueOf(spreadOf(std::move(before)));
+    headroom["heldSpread"] = valueOf(spreadOf(held));
+    headroom["beforeVsyncSpread"] = valueOf(spreadOf(before));
 
     Json::Value targetFps;
     targetFps["switches"] = switchesOf(found.of(FeatureKind::kTargetFps));

@@ -52,6 +52,7 @@ void ModelPlayer::runModel(const Progress& progress) {
     mRun = model::DeviceModel(mWorkload, policy, mGpuShares).run();
     policy.finish();
     mProducerCosts = policy.costs();
+    mFrames.reserve(policy.calls().size());
     for (const LibraryPolicy::Call& call : policy.calls()) {
         mFrames.push_back({call.layer, call.callNs, call.returnNs});
     }

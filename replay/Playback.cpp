@@ -39,7 +39,7 @@ void Playback::setPeriod(int64_t periodNs) {
 }
 
 void Playback::signalVsync(int64_t lateNs) {
-    mVsyncLateness.push_back(lateNs);
+    ++mVsyncLateness[lateNs];
     mCompositorCosts.measure(Hook::kTrackVsyncSignal, [&] { mHooks.trackVsyncSignal(); });
 }
 
@@ -128,7 +128,7 @@ PlayResult Playback::takeResult() {
     result.stopped = mStopped;
     result.latches = std::move(mLatches);
     result.fences = mToldFences;
-    result.lateness = spreadOf(std::move(mVsyncLateness));
+    result.lateness = spreadOfCounts(mVsyncLateness);
     result.costs.merge(mCompositorCosts);
     for (const Script& script : mScripts) result.costs.merge(script.costs);
     return result;

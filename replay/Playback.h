@@ -142,7 +142,7 @@ class Playback {
     // Of the compositor's thread.
     int64_t mPeriodNs = 0;
     HookCosts mCompositorCosts;
-    std::vector<int64_t> mVsyncLateness;
+    ValueCounts mVsyncLateness;
     std::vector<PlayedLatch> mLatches;
     std::vector<size_t> mLatched;  // per layer, frames latched so far
     std::vector<int> mOpenFences;  // recorded since the last flush

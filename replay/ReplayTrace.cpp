@@ -77,11 +77,11 @@ struct Headroom {
 
 // By layer ids. The library traces both within the slice of a buffer's headroom, whose cookie is
 // the layer's id.
-std::map<int64_t, Headroom> headroomsIn(const std::string& trace) {
+std::map<int64_t, Headroom> headroomsIn(const LibraryTrace& trace) {
     constexpr std::string_view kTrack = "CPU headroom - ";
     std::map<int64_t, Headroom> headrooms;
     std::map<int, int64_t> layers;  // by thread
-    parseFtrace(trace, [&](const TraceEvent& event) {
+    trace.read([&](const TraceEvent& event) {
         if (event.kind == Kind::kAsyncBegin && event.name.substr(0, kTrack.size()) == kTrack) {
             layers[event.tid] = event.value;
         }
@@ -103,7 +103,7 @@ std::map<int64_t, Headroom> headroomsIn(const std::string& trace) {
 
 class TrackBuilder {
   public:
-    TrackBuilder(const ReportSource& source, const std::string& trace)
+    TrackBuilder(const ReportSource& source, const LibraryTrace& trace)
           : mSource(source),
             mStartNs(source.played.startNs),
             mEndNs(mStartNs + source.played.durationNs),
@@ -278,9 +278,9 @@ class TrackBuilder {
 
 }  // namespace
 
-std::vector<StoredEvent> replayEvents(const ReportSource& source, const std::string& trace) {
+std::vector<StoredEvent> replayEvents(const ReportSource& source, const LibraryTrace& trace) {
     std::vector<StoredEvent> events;
-    parseFtrace(trace, [&](const TraceEvent& event) { events.emplace_back(event); });
+    trace.read([&](const TraceEvent& event) { events.emplace_back(event); });
     std::vector<int> waiting;
     const auto passBegins = [&] {
         waiting.clear();
@@ -307,7 +307,7 @@ std::vector<StoredEvent> replayEvents(const ReportSource& source, const std::str
     return events;
 }
 
-std::vector<Track> replayTracks(const ReportSource& source, const std::string& trace) {
+std::vector<Track> replayTracks(const ReportSource& source, const LibraryTrace& trace) {
     return TrackBuilder(source, trace).build();
 }
 
