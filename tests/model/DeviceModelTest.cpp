@@ -17,7 +17,6 @@
 #include "model/Figures.h"
 #include "model/Fit.h"
 #include "model/SimplePolicies.h"
-#include "replay/ModelInput.h"
 
 namespace corvane::model {
 namespace {
@@ -97,25 +96,6 @@ TEST(DeviceModel, GivesBackWhatAPlainPhoneRecorded) {
         EXPECT_GE(fit.presents + 2, presents);
         EXPECT_NEAR(fit.presentsMet, fit.presents - fit.presents / 10, 1 + presents / 100.0);
         EXPECT_EQ(0, fit.presentP50Ns);
-    }
-}
-
-TEST(DeviceModel, FitsTheBundledRecordings) {
-    for (const char* name :
-         {"arena-30fps-on-60hz", "launcher-scroll-two-layers", "reader-60fps-stuffed"}) {
-        const auto result =
-                replay::readRecording(std::string(RECORDINGS_DIR "/") + name + ".systrace.txt");
-        ASSERT_TRUE(result.recording) << result.error;
-        const Recorded recorded = replay::modelInput(*result.recording);
-        const Workload workload = takeApart(recorded);
-        NonePolicy none;
-        for (const LayerFit& fit :
-             compareWithRecording(recorded, workload, DeviceModel(workload, none).run())) {
-            // A status bar's three buffers have no rhythm to be fitted.
-            if (fit.latches < 10) continue;
-            EXPECT_GE(fit.share(), LayerFit::kGoodShare) << name;
-            EXPECT_LT(fit.queueP95Ns, 1'000'000) << name;
-        }
     }
 }
 
