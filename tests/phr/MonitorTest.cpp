@@ -60,10 +60,9 @@ struct Layer {
     int pending = 0, sinceVsync = 0, dropWait = -1, busy = 0;
     nsecs_t lastQueue = -1, lastJank = -1, lastLatch = 0, lastPace = -1;
     std::deque<nsecs_t> janks{};
-    bool paced = false, ramp = false;
+    bool paced = false, ramp = false, gone = false;
     float target = 0, rampFps = 0, rampStep = 0;
     nsecs_t count = 0, interval = -1, base = -1, due = -1;
-    bool gone = false;
     int calls = 0;  // that have not returned
 };
 using LayerPtr = std::shared_ptr<Layer>;
@@ -499,14 +498,13 @@ void compare(RandomSteps& steps, const Layer& l, nsecs_t waiting, LayerPHRState&
                        s.mQuickTouchActive, s.mInstant, s.mReleased, s.mTimedOut, s.mUnblocked,
                        s.mHasPending, s.mDropWaitCount, s.mBusyLatchCount, s.mLastJankTime,
                        s.mLastPaceTime, s.mTargetFpsActive, s.mWaiting),
-                   "headroom, max, pending, since vsync, quick, instant, released, timed out, "
-                   "unblocked, has pending, drop wait, busy, last jank, pace, paced, waits");
+                   "the fields that compare() lists");
 }
 
 nsecs_t someFrameTime(RandomSteps& steps, nsecs_t period) {
     if (steps.oneIn(4)) return period + (steps.oneIn(2) ? 2 : -2) * kMs + steps.below(3) - 1;
-    constexpr nsecs_t kPercents[] = {50, 80, 100, 120, 150, 200};
-    return period * steps.pick(kPercents) / 100 + 4 * (steps.below(3) - 1);
+    return period * steps.pick(std::vector{50, 80, 100, 120, 150, 200}) / 100 + 4 * steps.below(3) -
+           4;
 }
 
 // Latches on time up to now, or one that is not.
@@ -544,19 +542,24 @@ void queue(RandomSteps& steps, Both& both, int id) {
                              is.lastJank + 1'000 * kMs - steps.below(2),
                              is.base + (is.count + 1) * is.interval - steps.below(3),
                              is.lastPace + is.interval + kMs + steps.below(2)};
-    const bool isFirst = is.base < 0 || !is.paced;
-    const nsecs_t time = steps.oneIn(3) ? times[steps.below(isFirst ? 2 : 4)] : both.model.now;
-    // Or many that pass at once, under a load that lasts.
+    const nsecs_t time =
+            steps.oneIn(3) ? times[steps.below(is.base < 0 || !is.paced ? 2 : 4)] : both.model.now;
+    // Or many that pass at once, under a load that lasts: an overload too, and frames after it that
+    // are heavy now and then.
     const bool areMany = is.calls == 0 && layer && !is.paced && steps.oneIn(14);
+    const bool overload = areMany && steps.oneIn(2);
     const bool instant = areMany || steps.oneIn(8);
-    const nsecs_t usual = someFrameTime(steps, both.model.period);
-    const nsecs_t other = someFrameTime(steps, both.model.period);
-    const int64_t rarity = int64_t{1} << steps.below(7);
+    if (areMany && steps.oneIn(3)) {  // headroom control starts anew before them
+        for (bool on : {false, true}) both([&](auto& m) { m.setQuickTouchStatus(id, on); });
+    }
+    const nsecs_t period = both.model.period;
+    const nsecs_t usual = overload ? period : someFrameTime(steps, period);
+    const nsecs_t other = overload ? period * 5 / 4 : someFrameTime(steps, period);
+    const int64_t rarity = overload ? 4 : int64_t{1} << steps.below(7);
     steps.tell("queue", id, time, instant, areMany, usual, other, rarity);
     std::vector<nsecs_t> frameTimes(areMany ? static_cast<size_t>(15 + 65 * steps.below(2)) : 1);
     for (nsecs_t& frameTime : frameTimes) frameTime = steps.oneIn(rarity) ? other : usual;
-    const nsecs_t overload = 2 * std::max<nsecs_t>(both.model.period, 0);
-    if (areMany && steps.oneIn(3)) std::fill_n(frameTimes.begin(), 15, overload);
+    if (overload) std::fill_n(frameTimes.begin(), 15, 2 * period);
     const auto queueThem = [=](auto& m) {
         for (nsecs_t frameTime : frameTimes) m.onBufferIncrement(id, frameTime, time, instant);
     };
@@ -673,14 +676,13 @@ void followTheModel(RandomSteps& steps, const Config& config) {
 
 TEST(MonitorModelTest, BuffersAreHeldAndPacedAsDescribed) {
     for (const Config& config : {Config{/*isAdaptive=*/false, /*compensates=*/true, 0},
-                                 Config{/*isAdaptive=*/true, /*compensates=*/false, 0},
+                                 Config{/*isAdaptive=*/true, /*compensates=*/false, 1},
                                  Config{/*isAdaptive=*/true, /*compensates=*/true, 4}}) {
         RandomStepsRunner::run(/*sequences=*/30, /*steps=*/300,
                                [&](RandomSteps& steps) { followTheModel(steps, config); });
     }
 }
 
-constexpr nsecs_t kHeadroom = 4 * kMs;
 constexpr int kLayer = 7;
 
 // A monitor in simulated time; once it is started, with one layer that has the focus, one buffer
@@ -728,7 +730,7 @@ TEST_F(MonitorTest, MayFailToStartAndStartLater) {
     monitor.setVsyncInfo(kPeriod / 2, 90);
     {
         Mutex::Autolock lock(state->mFieldsLock);
-        EXPECT_EQ(state->mMaxHeadroom, kHeadroom / 2) << "no default has been read";
+        EXPECT_EQ(state->mMaxHeadroom, 2 * kMs) << "no default has been read";
     }
     monitor.forceStop();
     EXPECT_EQ(log.count("stopped"), 0u);
@@ -841,8 +843,7 @@ TEST(FramePacerTest, HostileRatesNeitherOverflowNorRampForEver) {
         for (int rampFrames : {0, 10}) {
             FramePacer pacer;
             pacer.start(current, target, rampFrames, kStart);
-            for (int frame = 0; frame < 40; ++frame) {
-                const nsecs_t now = kStart + frame * kPeriod;
+            for (nsecs_t now = kStart; now < kStart + 40 * kPeriod; now += kPeriod) {
                 pacer.schedule(now, now, now, /*compensate=*/true);
             }
             EXPECT_FALSE(pacer.isSwitching()) << current << " to " << target;
