@@ -271,10 +271,8 @@ class Model {
                              [&](const Waiter& waiter) { return waiter.layer == layer; });
     }
 
-    nsecs_t now = kStart;
-    nsecs_t period = -1;
-    int fps = 60;
-    int focus = -1;
+    nsecs_t now = kStart, period = -1;
+    int fps = 60, focus = -1;
     bool isRunning = false;
     std::map<int, LayerPtr> layers;
     std::vector<std::string> logs, traces;
@@ -735,6 +733,7 @@ TEST_F(MonitorTest, MayFailToStartAndStartLater) {
     monitor.forceStop();
     EXPECT_EQ(log.count("stopped"), 0u);
     start();
+    EXPECT_TRUE(monitor.init()) << "it runs already";
     simulation.settle();
     EXPECT_EQ(RecordedPriorities::ofTheFramePath(), RecordedPriorities::of("PHR"));
 }
@@ -827,6 +826,8 @@ TEST(HeadroomTest, EndsAtTheLimitsOfItsNumbers) {
     EXPECT_EQ(deriveHeadroomRange(-0.9f, 0.0f, INT64_MAX).preset, 3 * kMs / 2);
     EXPECT_EQ(stepHeadroom(-1, {-1, -1}, kPeriod, true, kMs), std::nullopt);  // not derived yet
     EXPECT_EQ(stepHeadroom(INT64_MAX - 1, {0, INT64_MAX}, kPeriod, false, kMs), INT64_MAX);
+    EXPECT_EQ(avoidVsync(kPeriod + kPeriod / 10, kPeriod, true), kPeriod + kPeriod / 10);
+    EXPECT_EQ(avoidVsync(kPeriod - kPeriod / 10, kPeriod, false), kPeriod - kPeriod / 10);
     EXPECT_EQ(avoidVsync(INT64_MIN, INT64_MAX, true), INT64_MIN);
     EXPECT_EQ(currentHeadroom(INT64_MAX, -1, INT64_MAX, INT32_MAX), INT64_MAX);
     EXPECT_EQ(vsyncToHeadroomPoint(-1, kPeriod), kPeriod + 1);
