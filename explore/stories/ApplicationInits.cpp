@@ -79,10 +79,6 @@ void applicationInits() {
         Simulation::sleepUntil(begin + drawOne<int64_t>({0, 2 * kMs}));
         const uint64_t flips = draw(4);
         for (uint64_t i = 1; i <= flips; ++i) SetProperty(kSmartTouch, i % 2 == 0 ? "0" : "1");
-        if (draw(4) == 0) {
-            SetProperty(kSmartTouchMove, "0");
-            SetProperty(kSmartTouchMove, "1");
-        }
     };
     std::thread threads[] = {start("init", initialising), start("init too", initialising),
                              start("render", drawing), start("input", moving),
