@@ -149,7 +149,7 @@ class ErraticPolicy : public PacingPolicy {
         mEvents.emplace(at, PolicyEvent{at, Kind::kRelease, layer});
         mEvents.emplace(nowNs,
                         PolicyEvent{nowNs, draw(mRandom, 0, 4) > 0 ? Kind::kBoost : Kind::kBoostEnd,
-                                    layer, 800});
+                                    layer, static_cast<int32_t>(draw(mRandom, 1, 12) * 100)});
         return false;
     }
     std::optional<PolicyEvent> advance(int64_t untilNs) override {
