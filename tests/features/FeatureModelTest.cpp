@@ -540,6 +540,7 @@ void followTheModel(RandomSteps& steps) {
     corvane::host::failThreadCreation(model.threadFailures);
     model.start();
     FeatureManager& manager = *FeatureManager::getInstance();
+    steps.expectEq(model.threshold, manager.getCpuBigJankThresholdMs(), "the first threshold");
     manager.setConfigObserver(&sObserver);
     Simulation::settle();
     // A property that exists counts as changed when its watcher starts.
