@@ -8,6 +8,7 @@
 #include <utils/Timers.h>
 
 #include <algorithm>
+#include <atomic>
 #include <mutex>
 #include <sstream>
 #include <string>
@@ -70,7 +71,7 @@ class FakeHooks : public Hooks {
         EXPECT_EQ(process.pid, 1'000 + layer.id);
         add("q", layer.id, "app-" + std::to_string(process.pid));
         // As the library would, of the first buffer.
-        host::Simulation::sleepFor(std::exchange(mHeldMs, 0) * kMs);
+        host::Simulation::sleepFor(mHeldMs.exchange(0) * kMs);
     }
     void trackBufferDecrement(const Layer& layer, int pendingCount, bool focused) override {
         add(focused ? "fl" : "l", layer.id * 10 + pendingCount);
@@ -105,7 +106,7 @@ class FakeHooks : public Hooks {
     }
 
     std::mutex mMutex;
-    int64_t mHeldMs;
+    std::atomic<int64_t> mHeldMs;  // of all producers
     std::vector<int> mRecorded;
 };
 
