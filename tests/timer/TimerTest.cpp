@@ -179,6 +179,7 @@ TEST(TimerModelTest, RunsWhatIsDueAndNothingElse) {
 
 // The process of the display runs for months.
 TEST(TimerQueueTest, KeepsNothingOfWhatIsGone) {
+    const Simulation simulation(Simulation::Options{});
     const sp<TimerQueue> queue = sp<TimerQueue>::make();
     const auto postAndCancel = [&](int count) {
         for (int i = 0; i < count; ++i) {
