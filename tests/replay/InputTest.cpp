@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include <gtest/gtest.h>
+#include <json/json.h>
 
 #include <algorithm>
 #include <sstream>
@@ -26,10 +27,13 @@ OptionsResult parse(const std::string& line) {
     return parseOptions(static_cast<int>(arguments.size()), arguments.data());
 }
 
-// With ' for ", which saves the reader the backslashes.
-ScenarioResult scenarioOf(std::string json) {
+// JSON with ' for ", which saves the reader the backslashes.
+std::string quoted(std::string json) {
     std::replace(json.begin(), json.end(), '\'', '"');
-    return parseScenario(json, "folder/s.json");
+    return json;
+}
+ScenarioResult scenarioOf(const std::string& json) {
+    return parseScenario(quoted(json), "folder/s.json");
 }
 
 std::string textOf(const std::vector<ServiceCallback>& callbacks) {
@@ -49,8 +53,9 @@ TEST(Options, AreTakenInEitherForm) {
                   "--game com.a:headroom=80,target=30,rescue=1 --game=com.b --list --from 1.5 "
                   "--to=2 --layer x --refresh-rate 60,120@1.5")
                     .options.value();
-    EXPECT_EQ(options.recording + options.json + options.trace + options.scenario,
-              "-out.jsontc.json");
+    EXPECT_EQ(options.recording + options.json + options.trace + options.scenario +
+                      options.part.layer,
+              "-out.jsontc.jsonx");
     EXPECT_EQ(options.repeat, 3);
     ASSERT_EQ(options.additions.games.size(), 2U);
     EXPECT_EQ(textOf(options.additions.games[0].configuration),
@@ -60,7 +65,6 @@ TEST(Options, AreTakenInEitherForm) {
     EXPECT_TRUE(options.list);
     EXPECT_EQ(options.part.fromNs, 1'500'000'000);
     EXPECT_EQ(options.part.toNs, 2'000'000'000);
-    EXPECT_EQ(options.part.layer, "x");
     ASSERT_EQ(options.additions.refreshRates.size(), 2U);
     EXPECT_EQ(options.additions.refreshRates[1].atNs, 1'500'000'000);
     EXPECT_EQ(options.additions.refreshRates[1].periodNs, 8'333'333);
@@ -70,39 +74,28 @@ TEST(Options, AreTakenInEitherForm) {
     EXPECT_TRUE(parse("--help --nonsense").options.value().help);
 }
 
+// Each says what is wrong: the last word, or the last item of it.
 TEST(Options, WrongOnesGetOneClearLine) {
-    const std::pair<const char*, const char*> kCases[] = {{"", "no recording"},
-                                                          {"--frobnicate --help", "--frobnicate"},
-                                                          {"-x a.txt", "-x"},
-                                                          {"a.txt b.txt", "b.txt"},
-                                                          {"a.txt --json", "--json"},
-                                                          {"a.txt --json=", "--json"},
-                                                          {"a.txt --repeat 0", "'0'"},
-                                                          {"a.txt --repeat 2x", "'2x'"},
-                                                          {"a.txt --repeat 1001", "'1001'"},
-                                                          {"a.txt --repeat 99999999999999999999",
-                                                           "--repeat"},
-                                                          {"a.txt --game :headroom=80", "--game"},
-                                                          {"a.txt --game b:x=1", "'x=1'"},
-                                                          {"a.txt --game b:headroom=nan",
-                                                           "headroom=nan"},
-                                                          {"a.txt --game b:", "''"},
-                                                          {"a.txt --from -1", "'-1'"},
-                                                          {"a.txt --from 2 --to 2", "--to"},
-                                                          {"a.txt --refresh-rate 5", "'5'"},
-                                                          {"a.txt --refresh-rate 60,90", "60,90"},
-                                                          {"a.txt --refresh-rate 60@1", "60@1"},
-                                                          {"''", "empty"}};
-    for (const auto& [arguments, names] : kCases) {
-        const auto result = parse(arguments);
+    for (const std::string line :
+         {"--frobnicate", "a.txt -x", "a.txt b.txt", "a.txt --json", "a.txt --repeat 0",
+          "a.txt --repeat 2x", "a.txt --repeat 1001", "a.txt --repeat 99999999999999999999",
+          "a.txt --game :headroom=80", "a.txt --game b:headroom=80,x=1",
+          "a.txt --game b:headroom=nan", "a.txt --game b:", "a.txt --from -1",
+          "a.txt --refresh-rate 5", "a.txt --refresh-rate 60,90", "a.txt --refresh-rate 60@1",
+          "a.txt --seed -1", "a.txt --against none,nix", "a.txt --fail-if latency-p95>x"}) {
+        const auto result = parse(line);
         EXPECT_FALSE(result.options);
-        EXPECT_NE(result.error.find(names), std::string::npos) << result.error;
+        EXPECT_NE(result.error.find(line.substr(line.find_last_of(" :,") + 1)), std::string::npos)
+                << line << " is told " << result.error;
         EXPECT_EQ(result.error.find('\n'), std::string::npos) << result.error;
     }
+    EXPECT_EQ(parse("").error.find("no recording"), 0U);
+    EXPECT_EQ(parse("a.txt --json=").error.find("option --json needs"), 0U);
+    EXPECT_EQ(parse("a.txt --from 2 --to 2").error.find("--to must"), 0U);
+    EXPECT_EQ(parse("''").error, "the recording's name is empty");
 }
 
-TEST(Scenario, IsReadWhole) {
-    const auto result = scenarioOf(R"({
+constexpr char kWhole[] = R"({
         'description': 'all of it', 'recording': '../recordings/r.txt', 'repeat': 2,
         'games': [{'frameRescue': {'flag': 2, 'tunables': 'golden=0.8'}, 'package': 'a.b',
                    'weight': 3, 'headroomRates': {'upTo60Hz': 0.8, 'above60Hz': 1.25},
@@ -119,7 +112,10 @@ TEST(Scenario, IsReadWhole) {
         'application': 'a.b',
         'refreshRate': [{'atMs': 0, 'hz': 120}, {'atMs': 500, 'hz': 60}],
         'fences': [{'layer': 'a.b', 'first': 3, 'every': 2, 'timeline': 't', 'immediate': true}]
-        })");
+        })";
+
+TEST(Scenario, IsReadWhole) {
+    const auto result = scenarioOf(kWhole);
     ASSERT_TRUE(result.scenario) << result.error;
     const Scenario& scenario = *result.scenario;
     EXPECT_EQ(scenario.recording + scenario.application, "recordings/r.txta.b");
@@ -138,13 +134,14 @@ TEST(Scenario, IsReadWhole) {
     EXPECT_EQ(both.refreshRates.size(), 1U);
     ASSERT_EQ(scenario.refreshRates.size(), 2U);
     EXPECT_EQ(scenario.refreshRates[1].periodNs, 16'666'666);
-    ASSERT_EQ(scenario.events.size(), 6U);
-    EXPECT_EQ(scenario.events[0].atNs, 1'500'000);
+    std::string events;
+    for (const auto& [atNs, what] : scenario.events) {
+        events += "cput"[what.index()] + std::to_string(atNs / 1'000) + " ";
+    }
+    EXPECT_EQ(events, "c1500 p2000 u0 t5000 t13000 t21000 ");
     EXPECT_EQ(std::get<ServiceCallback>(scenario.events[0].what).arg2, -1);
     EXPECT_EQ(std::get<PropertyWrite>(scenario.events[1].what).name, "q");
-    EXPECT_TRUE(std::holds_alternative<Unblock>(scenario.events[2].what));
     EXPECT_EQ(std::get<Touch>(scenario.events[5].what).action, 2);
-    EXPECT_EQ(scenario.events[5].atNs, 21'000'000);
     ASSERT_EQ(scenario.fences.size(), 1U);
     EXPECT_EQ(scenario.fences[0].first, 3U);
     EXPECT_EQ(scenario.fences[0].last, SIZE_MAX);
@@ -167,78 +164,58 @@ TEST(Scenario, IsReadWhole) {
     EXPECT_EQ(recording.layers[1].bounds.left + recording.layers[1].bounds.bottom, 3);
 }
 
+// One place of a scenario that is right, a wrong value for it, and what is said of it.
 TEST(Scenario, MistakesNameTheKeyAndItsPlace) {
-    const struct {
-        std::string text;
-        const char* place;
-        const char* what;
-    } kCases[] = {
-            {"{\n'gmaes': []}", "s.json:2: gmaes: ", "unknown key"},
-            {"{'games': [\n{},\n{'package': 'a', 'wieght': 1}]}",
-             "s.json:2: games[0]: ", "'package'"},
-            {"{'games': [\n{'package': 'a'},\n{'package': 'a',\n 'wieght': 1}]}",
-             "s.json:4: games[1].wieght: ", "unknown key"},
-            {"{'games': [{'package': 7}]}", "games[0].package: ", "a text"},
-            {"{'games': [{'package': ''}]}", "games[0].package: ", "not be empty"},
-            {"{'games': [{'package': 'a', 'weight': 1.5}]}", "games[0].weight: ", "an integer"},
-            {"{'games': {}}", "games: ", "a list"},
-            {"{'games': [{'package': 'a', 'targetFps': -1}]}", "games[0].targetFps: ", "from 0"},
-            {"{'games': [{'package': 'a', 'headroomRates': {'upTo60Hz': '1'}}]}",
-             "games[0].headroomRates.upTo60Hz: ", "a number"},
-            {"{'games': [{'package': 'a', 'frameRescue': {}}]}",
-             "games[0].frameRescue: ", "'tunables'"},
-            {"{'refreshRate': 0}", "refreshRate: ", "at least 10"},
-            {"{'refreshRate': 1e308}", "refreshRate: ", "from 0 to 1000"},
-            {"{'refreshRate': [{'hz': 60}, {'hz': 90}]}", "refreshRate[1]: ", "later"},
-            {"{'refreshRate': [{'atMs': 0}]}", "refreshRate[0]: ", "'hz'"},
-            {"{'games': [[]]}", "games[0]: ", "an object"},
-            {"{'repeat': 0}", "repeat: ", "from 1 to 1000"},
-            {"{'properties': [{'name': 'p'}]}", "properties[0]: ", "'value'"},
-            {"{'events': [{'atMs': 1}]}", "events[0]: ", "exactly one"},
-            {"{'events': [{'unblock': true}]}", "events[0]: ", "'atMs'"},
-            {"{'events': [{'atMs': 1, 'unblock': false}]}", "events[0].unblock: ", "true"},
-            {"{'events': [{'atMs': 1, 'touch': 'slap'}]}", "events[0].touch: ", "down"},
-            {"{'events': [{'atMs': 1, 'touch': 'up', 'count': 2}]}", "events[0]: ", "'everyMs'"},
-            {"{'events': [{'atMs': 1e99, 'unblock': true}]}", "events[0].atMs: ", "from 0"},
-            {"{'events': [{'atMs': 1, 'callback': {'hint': 1, 'values': [1, []]}}]}",
-             "events[0].callback.values[1]: ", "an integer"},
-            {"{'fences': [{'layer': 'a'}]}", "fences[0]: ", "'timeline'"},
-            {"{'fences': [{'layer': 'a', 'timeline': 't', 'every': 0}]}",
-             "fences[0].every: ", "from 1"},
-            {"{'fences': [{'layer': 'a', 'timeline': 't', 'first': 2, 'last': 1}]}",
-             "fences[0]: ", "end before"},
-            {"{'layers': [{'layer': ''}]}", "layers[0].layer: ", "not be empty"},
-            {"{'layers': [{'layer': 'a', 'buffers': 0}]}", "layers[0].buffers: ", "from 2 to 64"},
-            {"{'layers': [{'layer': 'a', 'gpuShare': 1.01, 'gpuBaseMHz': 9}]}",
-             "layers[0].gpuShare: ", "from 0 to 1"},
-            {"{'layers': [{'layer': 'a', 'gpuShare': 1}]}", "layers[0]: ", "'gpuBaseMHz'"},
-            {"{'layers': [{'layer': 'a', 'gpuBaseMHz': 9}]}", "layers[0]: ", "'gpuShare'"},
-            {"{'layers': [{'layer': 'a', 'uid': -1}]}", "layers[0].uid: ", "from 0"},
-            {"{'layers': [{'layer': 'a', 'bounds': {'left': 0}}]}", "layers[0].bounds: ", "'top'"},
-            {"{'layers': [{'layer': 'a', 'bounds': "
-             "{'left': 9, 'top': 0, 'right': 8, 'bottom': 9}}]}",
-             "layers[0].bounds: ", "end before"},
-            {"[]", "the scenario: ", "an object"},
-            {"{'repeat': NaN}", "s.json: ", "not valid JSON"},
-            {"{'repeat': 1e400}", "s.json: ", "not valid JSON"},
-            {"{'repeat': 1, 'repeat': 2}", "s.json: ", "not valid JSON"},
-            {"", "s.json: ", "not valid JSON"},
-            {"{'repeat': 1} x", "s.json: ", "not valid JSON"},
-            {std::string(5'000, '['), "s.json: ", "not valid JSON"},
-    };
-    for (const auto& test : kCases) {
-        const auto result = scenarioOf(test.text);
-        EXPECT_FALSE(result.scenario) << test.text;
-        EXPECT_NE(result.error.find(test.place), std::string::npos) << result.error;
-        EXPECT_NE(result.error.find(test.what), std::string::npos) << result.error;
-        EXPECT_EQ(result.error.find('\n'), std::string::npos) << result.error;
+    std::istringstream cases(quoted(R"(
+        gmaes [] unknown key; games[0].wieght 1 unknown key; games {} a list;
+        games[0] {'weight':1} package; games[0] [] an object; games[0].package 7 a text;
+        games[0].package '' not be empty; games[0].weight 1.5 an integer;
+        games[0].targetFps -1 from 0; games[0].headroomRates.upTo60Hz '1' a number;
+        games[0].frameRescue {} tunables; refreshRate 0 at least 10;
+        refreshRate 1e308 from 0 to 1000; refreshRate[1] {'hz':90} later;
+        refreshRate[0] {'atMs':0} hz; repeat 0 from 1 to 1000; properties[0] {'name':'p'} value;
+        events[0] {'atMs':1} exactly one; events[0] {'unblock':true} atMs;
+        events[0].atMs 1e99 from 0; events[0].callback.values[1] [] an integer;
+        events[2].unblock false true; events[3].touch 'slap' down;
+        events[3] {'atMs':1,'touch':'up','count':2} everyMs; fences[0] {'layer':'a'} timeline;
+        fences[0] {'layer':'a','timeline':'t','first':2,'last':1} end before;
+        fences[0].every 0 from 1; layers[0].layer '' not be empty;
+        layers[0].buffers 0 from 2 to 64; layers[0].uid -1 from 0;
+        layers[0] {'layer':'a','gpuShare':1} gpuBaseMHz;
+        layers[0] {'layer':'a','gpuBaseMHz':9} gpuShare; layers[1].gpuShare 1.01 from 0 to 1;
+        layers[1].bounds {'left':0} top;
+        layers[1].bounds {'left':9,'top':0,'right':8,'bottom':9} end before)"));
+    Json::Value whole, value;
+    std::istringstream(quoted(kWhole)) >> whole;
+    for (std::string line; std::getline(cases, line, ';');) {
+        std::istringstream words(line);
+        std::string place, wrongValue, what;
+        words >> place >> wrongValue >> std::ws;
+        std::getline(words, what);
+        std::istringstream(wrongValue) >> value;
+        Json::Value wrong = whole;
+        Json::Path(place).make(wrong) = value;
+        const std::string error = scenarioOf(wrong.toStyledString()).error;
+        EXPECT_NE(error.find(": " + place + ": "), std::string::npos) << line << ": " << error;
+        EXPECT_NE(error.find(what), std::string::npos) << line << ": " << error;
+        EXPECT_EQ(error.find('\n'), std::string::npos) << error;
     }
-    std::string events = "{'events': [";
-    for (int i = 0; i < 11; ++i) {
-        events += "{'atMs': 1, 'unblock': true, 'count': 100000, 'everyMs': 1},";
+    Json::Value touches = whole["events"][3];
+    touches["count"] = 100'000;
+    whole["events"].clear();
+    for (int i = 0; i < 11; ++i) whole["events"].append(touches);
+    EXPECT_NE(scenarioOf(whole.toStyledString()).error.find("events[10]: "), std::string::npos);
+    for (const std::string& text :
+         {std::string("{'repeat': NaN}"), std::string("{'repeat': 1e400}"), std::string(),
+          std::string("{'repeat': 1, 'repeat': 2}"), std::string("{'repeat': 1} x"),
+          std::string(5'000, '[')}) {
+        const std::string error = scenarioOf(text).error;
+        EXPECT_EQ(error.find("folder/s.json: not valid JSON"), 0U) << error;
+        EXPECT_EQ(error.find('\n'), std::string::npos) << error;
     }
-    events.back() = ']';
-    EXPECT_NE(scenarioOf(events + "}").error.find("events[10]: "), std::string::npos);
+    EXPECT_NE(scenarioOf("[]").error.find("the scenario: must be an object"), std::string::npos);
+    const std::string second = "{'games': [\n{'package': 'a'},\n{'package': 'a',\n 'wieght': 1}]}";
+    EXPECT_NE(scenarioOf(second).error.find("s.json:4: games[1].wieght: "), std::string::npos);
 }
 
 }  // namespace

@@ -20,67 +20,47 @@ namespace {
 
 constexpr uint32_t kOwnClock = 64;  // of a writer's, incremental, in microseconds
 
+// Messages byte by byte: fields by their numbers, which hold a number or bytes.
 std::string varint(uint64_t value) {
     std::string text;
     for (; value >= 0x80; value >>= 7U) text += static_cast<char>(value | 0x80U);
     return text + static_cast<char>(value);
 }
-
-std::string framed(const std::string& packet) {
-    return "\x0a" + varint(packet.size()) + packet;
+std::string number(uint64_t field, uint64_t value) {
+    return varint(field << 3U) + varint(value);
 }
-
-std::string framed(const proto::TracePacket& packet) {
-    return framed(packet.SerializeAsString());
+std::string bytes(uint64_t field, const std::string& value) {
+    return varint(field << 3U | 2U) + varint(value.size()) + value;
+}
+std::string framed(const std::string& packet) {
+    return bytes(1, packet);
 }
 
 std::string compressed(const std::string& packets) {
-    std::string bytes(compressBound(packets.size()), '\0');
-    uLongf size = bytes.size();
-    compress(reinterpret_cast<Bytef*>(bytes.data()), &size,
+    std::string zipped(compressBound(packets.size()), '\0');
+    uLongf size = zipped.size();
+    compress(reinterpret_cast<Bytef*>(zipped.data()), &size,
              reinterpret_cast<const Bytef*>(packets.data()), packets.size());
-    bytes.resize(size);
-    proto::TracePacket packet;
-    packet.set_compressed_packets(bytes);
-    return framed(packet);
+    return framed(bytes(50, zipped.substr(0, size)));
 }
 
-proto::TracePacket snapshot(int64_t bootNs, const std::map<uint32_t, uint64_t>& clocks) {
-    proto::ClockSnapshot message;
-    auto& boot = *message.add_clocks();
-    boot.set_clock_id(kBootClock);
-    boot.set_timestamp(static_cast<uint64_t>(bootNs));
-    for (const auto& [id, time] : clocks) {
-        auto& clock = *message.add_clocks();
-        clock.set_clock_id(id);
-        clock.set_timestamp(time);
-        clock.set_is_incremental(id == kOwnClock);
-        if (id == kOwnClock) clock.set_unit_multiplier_ns(1'000);
-    }
-    proto::TracePacket packet;
-    packet.set_clock_snapshot(message.SerializeAsString());
-    return packet;
+// What packets hold, and what may stand beside it.
+std::string sequence(uint64_t id) {
+    return number(10, id);
 }
+const std::string kDropped = number(42, 1);  // packets before this one
 
-proto::TracePacket bundle(const std::vector<std::pair<uint64_t, std::string>>& prints) {
-    proto::FtraceEventBundle message;
-    for (const auto& [time, text] : prints) {
-        auto& event = *message.add_event();
-        event.set_timestamp(time);
-        event.set_pid(7);
-        event.mutable_print()->set_buf(text);
-    }
-    proto::TracePacket packet;
-    packet.set_ftrace_events(message.SerializeAsString());
-    return packet;
+std::string snapshot(uint64_t bootNs, uint32_t clock, uint64_t time) {
+    const std::string unit = clock == kOwnClock ? number(3, 1) + number(4, 1'000) : "";
+    return bytes(6, bytes(1, number(1, kBootClock) + number(2, bootNs)) +
+                            bytes(1, number(1, clock) + number(2, time) + unit));
 }
-
-proto::TracePacket frameEnd(uint64_t time, int64_t cookie, uint32_t clock = 0) {
-    proto::TracePacket packet;
-    packet.set_timestamp(time);
-    if (clock != 0) packet.set_timestamp_clock_id(clock);
-    packet.mutable_frame_timeline_event()->mutable_frame_end()->set_cookie(cookie);
-    return packet;
+std::string print(uint64_t time, const std::string& text, const std::string& clocks = "") {
+    return bytes(1, bytes(2, number(1, time) + number(2, 7) + bytes(3, bytes(2, text))) + clocks);
+}
+std::string frameEnd(uint64_t time, uint32_t clock = 0) {
+    return number(8, time) + (clock == 0 ? "" : number(58, clock)) +
+           bytes(76, bytes(5, number(1, 1)));
 }
 
 std::string nameOf(const Print& print) {
@@ -112,38 +92,34 @@ TEST(Perfetto, GivesBackWhatWasRecordedHoweverItIsCut) {
     for (unsigned seed = 0; seed < 10; ++seed) {
         SCOPED_TRACE(seed);
         std::mt19937 random(seed);
-        const auto below = [&](int n) {
-            return static_cast<int>(random() % static_cast<unsigned>(n));
-        };
+        const auto below = [&](unsigned n) { return static_cast<int>(random() % n); };
         int64_t nowNs = 1'000'000'000'000;
         int64_t behindNs = 77'000'000;
         std::string trace;
-        std::vector<std::pair<int64_t, std::string>> prints;
+        std::multimap<int64_t, std::string> prints;
         std::vector<int64_t> marks;
         PerfettoWriter writer([&](std::string_view bytes) { trace += bytes; });
         for (int round = 0; round < 20; ++round) {
             if (round == 0 || below(4) == 0) {
                 nowNs += 5'000'000;
                 behindNs += 5'000'000;
-                trace += framed(snapshot(nowNs, {{kMonotonicClock, nowNs - behindNs}}));
+                trace += framed(snapshot(nowNs, kMonotonicClock, nowNs - behindNs));
             }
             const size_t roundStart = trace.size();
             for (int cpu = 0; cpu < 3; ++cpu) {
                 int64_t timeNs = nowNs;
                 for (int i = below(50); i > 0; --i) {
                     timeNs += below(3) * 1'000;
-                    const std::string text =
-                            "B|1|" + std::string(static_cast<size_t>(below(30)), 'x');
+                    const std::string text(static_cast<size_t>(1 + below(30)), 'x');
                     const Print print{timeNs, below(4), text};
-                    prints.emplace_back(timeNs, nameOf(print));
+                    prints.emplace(timeNs, nameOf(print));
                     writer.print(print);
                 }
                 writer.finish();
             }
             for (int i = below(10); i > 0; --i) {
                 marks.push_back(nowNs + i);
-                trace += framed(
-                        frameEnd(static_cast<uint64_t>(nowNs + i - behindNs), 1, kMonotonicClock));
+                trace += framed(frameEnd(nowNs + i - behindNs, kMonotonicClock));
             }
             if (below(3) == 0) {
                 const std::string packets = trace.substr(roundStart);
@@ -153,10 +129,8 @@ TEST(Perfetto, GivesBackWhatWasRecordedHoweverItIsCut) {
             if (below(2) == 0) trace += "\x9a\x06\x03xyz\x10\x05";  // fields that nobody knows
             nowNs += 200'000;
         }
-        std::stable_sort(prints.begin(), prints.end(),
-                         [](const auto& a, const auto& b) { return a.first < b.first; });
         std::vector<std::string> expected;
-        for (auto& print : prints) expected.push_back(print.second);
+        for (const auto& [timeNs, text] : prints) expected.push_back(text);
         for (const size_t piece : {SIZE_MAX, size_t{1}, size_t{7}, size_t{1'000}}) {
             const Parsed parsed = parse(trace, piece);
             EXPECT_EQ(parsed.prints, expected);
@@ -177,23 +151,11 @@ TEST(Perfetto, GivesBackWhatWasRecordedHoweverItIsCut) {
 
 // Everything that cannot be used is counted by its reason, and what stands behind it is read.
 TEST(Perfetto, CountsWhatItCannotUse) {
-    const std::string good = framed(bundle({{5, "C|1|a|1\n"}}));
+    const std::string good = framed(print(5, "C|1|a|1\n"));
     const std::string huge = "\x0a" + varint(PacketStream::kMaxPacket + 1);
     std::string nested = good;
     for (int i = 0; i < 5; ++i) nested = compressed(nested);
-    proto::TracePacket dropped = bundle({});
-    dropped.set_previous_packet_dropped(1);
-    proto::TracePacket needy = bundle({{5, "C|1|a|1"}});
-    needy.set_sequence_flags(2);
-    proto::TraceStats lossStats;
-    lossStats.add_buffer_stats()->set_chunks_overwritten(3);
-    lossStats.mutable_buffer_stats(0)->set_trace_writer_packet_loss(4);
-    proto::TracePacket losses;
-    losses.set_trace_stats(lossStats.SerializeAsString());
-    proto::TracePacket overran;
-    overran.set_ftrace_events("\x18\x01");
-    proto::TracePacket globalClock = bundle({{5, "C|1|a|1"}});
-    globalClock.mutable_ftrace_events()->append("\x28\x02");
+    const std::string losses = framed(bytes(35, bytes(1, number(3, 3) + number(19, 4))));
     using Stats = PerfettoStats;
     const struct {
         const char* what;
@@ -210,14 +172,14 @@ TEST(Perfetto, CountsWhatItCannotUse) {
             {"compressed within compressed", nested, &Stats::prints},
             {"a huge packet", huge + std::string(PacketStream::kMaxPacket + 1, 'x'),
              &Stats::oversizedPackets},
-            {"packets dropped", framed(dropped), &Stats::droppedBefore},
-            {"state lost", framed(needy), &Stats::withoutState},
-            {"overwritten", framed(losses) + framed(losses), &Stats::overwrittenChunks, 3},
-            {"writer's losses", framed(losses) + framed(losses), &Stats::writerLosses, 4},
-            {"an overrun", framed(overran), &Stats::overranBundles},
-            {"an unknown ftrace clock", framed(globalClock), &Stats::unknownClocks},
-            {"a frame of an unknown clock", framed(frameEnd(5, 1, 3)), &Stats::unknownClocks},
-            {"an impossible time", framed(bundle({{UINT64_MAX, "x"}})), &Stats::impossibleTimes},
+            {"packets dropped", framed(kDropped), &Stats::droppedBefore},
+            {"state lost", framed(number(13, 2) + print(5, "x")), &Stats::withoutState},
+            {"overwritten", losses + losses, &Stats::overwrittenChunks, 3},
+            {"writer's losses", losses + losses, &Stats::writerLosses, 4},
+            {"an overrun", framed(bytes(1, number(3, 1))), &Stats::overranBundles},
+            {"an unknown ftrace clock", framed(print(5, "x", number(5, 2))), &Stats::unknownClocks},
+            {"a frame of an unknown clock", framed(frameEnd(5, 3)), &Stats::unknownClocks},
+            {"an impossible time", framed(print(UINT64_MAX, "x")), &Stats::impossibleTimes},
     };
     for (const auto& test : kCases) {
         const Parsed parsed = parse(test.bytes + good, 65'536);
@@ -238,41 +200,31 @@ TEST(Perfetto, CountsWhatItCannotUse) {
 }
 
 TEST(Perfetto, BringsEveryClockToTheBootClock) {
-    const auto withDefault = [](uint32_t sequence, uint32_t clock) {
-        proto::TracePacket packet;
-        packet.set_trusted_packet_sequence_id(sequence);
-        packet.set_sequence_flags(1);
-        packet.mutable_trace_packet_defaults()->set_timestamp_clock_id(clock);
-        return framed(packet);
+    const auto withDefault = [](uint32_t id, uint32_t clock) {
+        return framed(sequence(id) + number(13, 1) + bytes(59, number(58, clock)));
     };
-    const auto own = [](uint64_t time, uint32_t sequence, bool dropped = false) {
-        proto::TracePacket packet = frameEnd(time, 1);
-        packet.set_trusted_packet_sequence_id(sequence);
-        if (dropped) packet.set_previous_packet_dropped(1);
-        return framed(packet);
+    const auto own = [](uint64_t time, uint32_t id, const std::string& dropped = "") {
+        return framed(sequence(id) + frameEnd(time) + dropped);
     };
-    proto::TracePacket incremental = snapshot(10'000'000, {{kOwnClock, 0}});
-    incremental.set_trusted_packet_sequence_id(4);
-    const std::string monotonic = framed(snapshot(1'000, {{kMonotonicClock, 400}}));
-    const std::string later = framed(snapshot(9'000, {{kMonotonicClock, 700}}));
+    const std::string monotonic = framed(snapshot(1'000, kMonotonicClock, 400));
+    const std::string later = framed(snapshot(9'000, kMonotonicClock, 700));
     const std::string frames =
-            framed(frameEnd(300, 1, 3)) + framed(frameEnd(500, 1, 3)) + framed(frameEnd(800, 1, 3));
-    proto::TracePacket bothClocks = bundle({{50, "x"}});
-    bothClocks.mutable_ftrace_events()->append("\x28\x02\x30\x0a\x38\x6e");  // 10 is 110
+            framed(frameEnd(300, 3)) + framed(frameEnd(500, 3)) + framed(frameEnd(800, 3));
     const struct {
         std::string bytes;
         std::vector<int64_t> times;
         size_t unknown;
     } kCases[] = {
             {monotonic + later + frames, {900, 1'100, 9'100}, 0},
-            {frames + monotonic + framed(frameEnd(600, 1, 3)), {900, 1'100, 1'400, 1'200}, 0},
+            {frames + monotonic + framed(frameEnd(600, 3)), {900, 1'100, 1'400, 1'200}, 0},
             {frames, {300, 500, 800}, 0},
-            {frames + framed(frameEnd(800, 1)), {800}, 3},
+            {frames + framed(frameEnd(800)), {800}, 3},
             {monotonic + withDefault(2, 3) + own(500, 2) + own(500, 3), {1'100, 500}, 0},
-            {framed(incremental) + withDefault(4, 64) + own(5, 4) + own(5, 4) + own(1, 4, true),
+            {framed(sequence(4) + snapshot(10'000'000, kOwnClock, 0)) + withDefault(4, kOwnClock) +
+                     own(5, 4) + own(5, 4) + own(1, 4, kDropped),
              {10'005'000, 10'010'000},
              1},
-            {framed(bothClocks), {150}, 0},
+            {framed(print(50, "x", number(5, 2) + number(6, 10) + number(7, 110))), {150}, 0},
     };
     for (size_t i = 0; i < std::size(kCases); ++i) {
         const Parsed parsed = parse(kCases[i].bytes);
