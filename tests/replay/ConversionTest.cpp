@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -49,17 +48,10 @@ class Conversion : public ::testing::Test {
             fs::temp_directory_path() / ("corvane-conversion-" + std::to_string(getpid()));
 };
 
-// What a phone's compositor did at a time, in microseconds.
-struct Happening {
-    int64_t us;
-    size_t layer;  // kVsync: none
-    bool isQueue;
-    // Where it is recorded, when the producer got its buffer, and when its call returned.
-    std::optional<int64_t> dequeueUs = std::nullopt;
-    std::optional<int64_t> returnUs = std::nullopt;
-
-    static constexpr size_t kVsync = 3;
-};
+// What a phone's compositor did, by its time in microseconds: "v3" is a vsync; of the layers 0 to
+// 2, "q0" is a queue and "l0" a latch, and where it is recorded, "d0" is when the producer got its
+// buffer and "r0" when its call to queue it returned.
+using Happenings = std::multimap<int64_t, std::string>;
 
 std::string layerName(size_t layer) {
     return format("com.app%zu/com.app%zu.Main#%zu", layer, layer, 10 + layer);
@@ -69,34 +61,33 @@ std::string producerName(size_t layer) {
     return layer == 2 ? "?" : std::to_string(1'000 + layer);
 }
 
+std::string timed(char what, int64_t us) {
+    return what + std::to_string(us) + " ";
+}
+
 // A part of it, as a recording is to tell it.
-std::string told(const std::vector<Happening>& all, int64_t fromUs, int64_t toUs) {
-    const auto isIn = [&](const auto& happening) {
-        return happening.us >= fromUs && happening.us <= toUs;
+std::string told(const Happenings& all, int64_t fromUs, int64_t toUs) {
+    const auto isStep = [&](const auto& happening) {
+        const auto& [us, what] = happening;
+        return us >= fromUs && us <= toUs && what[0] != 'd' && what[0] != 'r';
     };
-    const int64_t originUs = std::find_if(all.begin(), all.end(), isIn)->us;
-    const int64_t endUs = std::find_if(all.rbegin(), all.rend(), isIn)->us;
-    std::string text, steps[3], dequeues[3], returns[3];
-    int before[3] = {}, after[3] = {};
-    for (const Happening& happening : all) {
-        const size_t layer = happening.layer;
-        const auto add = [&](std::string& list, const char* what, std::optional<int64_t> us) {
-            if (!us || *us < originUs || *us > endUs) return;
-            list += what + std::to_string(*us - originUs);
-        };
-        if (layer == Happening::kVsync) {
-            add(text, " ", happening.us);
-            continue;
-        }
-        add(steps[layer], happening.isQueue ? " q" : " l", happening.us);
-        add(dequeues[layer], " d", happening.dequeueUs);
-        add(returns[layer], " r", happening.returnUs);
-        if (happening.us < originUs) before[layer] += happening.isQueue ? 1 : -1;
-        if (happening.us <= endUs) after[layer] += happening.isQueue ? 1 : -1;
+    const int64_t originUs = std::find_if(all.begin(), all.end(), isStep)->first;
+    const int64_t endUs = std::find_if(all.rbegin(), all.rend(), isStep)->first;
+    std::string steps[4], dequeues[4], returns[4];
+    int before[4] = {}, after[4] = {};
+    for (const auto& [us, what] : all) {
+        const auto layer = static_cast<size_t>(what[1] - '0');
+        const int change = what[0] == 'q' ? 1 : what[0] == 'l' ? -1 : 0;
+        if (us < originUs) before[layer] += change;
+        if (us <= endUs) after[layer] += change;
+        if (us < originUs || us > endUs) continue;
+        auto& lists = what[0] == 'd' ? dequeues : what[0] == 'r' ? returns : steps;
+        lists[layer] += timed(what[0], us - originUs);
     }
+    std::string text = steps[3];
     for (size_t i = 0; i < 3; ++i) {
         if (steps[i].find('q') == std::string::npos) continue;
-        text += format("\n%s id %zu of %s, %d%s %d", layerName(i).c_str(), 10 + i,
+        text += format("\n%s id %zu of %s, %d %s%d ", layerName(i).c_str(), 10 + i,
                        producerName(i).c_str(), before[i], steps[i].c_str(), after[i]) +
                 dequeues[i] + returns[i];
     }
@@ -106,22 +97,19 @@ std::string told(const std::vector<Happening>& all, int64_t fromUs, int64_t toUs
 std::string told(const Recording& recording) {
     std::map<std::string, std::string> layers;
     std::string text;
-    const auto add = [](std::string& list, const char* what, int64_t timeNs) {
-        list += what + std::to_string(timeNs / 1'000);
-    };
     for (const Step& step : recording.steps) {
-        const bool isVsync = step.kind == Step::Kind::kVsync;
-        const char* what = isVsync ? " " : step.kind == Step::Kind::kQueue ? " q" : " l";
-        add(isVsync ? text : layers[recording.layers[step.layer].name], what, step.timeNs);
+        const char what = "vql"[static_cast<int>(step.kind)];
+        std::string& list = what == 'v' ? text : layers[recording.layers[step.layer].name];
+        list += timed(what, step.timeNs / 1'000);
     }
     for (const auto& [name, steps] : layers) {
         const Layer& layer = recording.layers[*recording.findLayer(name)];
         const Process& process = recording.processes[layer.process];
-        text += format("\n%s id %d of %s, %d%s %d", name.c_str(), layer.id,
+        text += format("\n%s id %d of %s, %d %s%d ", name.c_str(), layer.id,
                        process.pid > 30'000 ? "?" : std::to_string(process.pid).c_str(),
                        layer.initialDepth, steps.c_str(), layer.finalDepth);
-        for (const int64_t timeNs : process.dequeues) add(text, " d", timeNs);
-        for (const int64_t timeNs : process.returns) add(text, " r", timeNs);
+        for (const int64_t timeNs : process.dequeues) text += timed('d', timeNs / 1'000);
+        for (const int64_t timeNs : process.returns) text += timed('r', timeNs / 1'000);
     }
     return text;
 }
@@ -132,26 +120,25 @@ TEST_F(Conversion, EveryFormatHoldsTheSameRecording) {
     for (unsigned seed = 0; seed < 8; ++seed) {
         SCOPED_TRACE(seed);
         std::mt19937 random(seed);
-        std::vector<Happening> happened;
+        Happenings happened;
         TraceText text;
         int depth[3] = {};
         for (int us = 0; us < 300'000; us += 1'000) {
             const double ms = us / 1e3;
             if (us % 10'000 == 0) {
-                happened.push_back({us, Happening::kVsync, false});
+                happened.emplace(us, "v3");
                 text.counter(ms, "VSYNC-sf", us / 10'000 % 2);
             }
             const size_t layer = random() % 3;
             const bool isQueue = depth[layer] == 0 || (depth[layer] < 3 && random() % 2 == 0);
             depth[layer] += isQueue ? 1 : -1;
-            happened.push_back({us + 500, layer, isQueue});
-            Happening& step = happened.back();
+            happened.emplace(us + 500, format("%c%zu", isQueue ? 'q' : 'l', layer));
             if (isQueue && layer < 2) {
-                const int pid = 1'000 + static_cast<int>(layer);
+                const int pid = 1'000 + static_cast<int>(layer), returnUs = layer == 0 ? 400 : 600;
                 text.bufferCall(pid, "dequeueBuffer", ms + 0.1, ms + 0.2);
-                text.bufferCall(pid, "queueBuffer", ms + 0.3, ms + (layer == 0 ? 0.4 : 0.6));
-                step.dequeueUs = us + 200;
-                step.returnUs = us + (layer == 0 ? 400 : 600);
+                text.bufferCall(pid, "queueBuffer", ms + 0.3, ms + returnUs / 1e3);
+                happened.emplace(us + 200, format("d%zu", layer));
+                happened.emplace(us + returnUs, format("r%zu", layer));
             }
             text.counter(ms + 0.5, layerName(layer), depth[layer]);
         }
@@ -241,13 +228,13 @@ TEST_F(Conversion, AFrameTimelineIsARecording) {
             writer.frame(mark);
             writer.frame({Kind::kEnd, endUs * 1'000, mark.cookie});
         };
-        std::vector<Happening> happened;
+        Happenings happened;
         std::vector<int64_t> shown[2], found[2];
         for (int64_t vsync = 0; vsync < 200; ++vsync) {
             const int64_t wokenUs = 5'000'000'000 + vsync * kPeriodUs;
             const int64_t takenUs = wokenUs + 100 + below(50);
             const int64_t shownUs = wokenUs + 2 * kPeriodUs + below(2);
-            happened.push_back({wokenUs, Happening::kVsync, false});
+            happened.emplace(wokenUs, "v3");
             slice({Kind::kExpectedDisplay, wokenUs, 0, vsync, 0, 600}, wokenUs + 2 * kPeriodUs);
             slice({Kind::kActualDisplay, takenUs, 0, vsync, 0, 600, FrameMark::kOnTime}, shownUs);
             for (size_t layer = 0; layer < 2; ++layer) {
@@ -255,12 +242,8 @@ TEST_F(Conversion, AFrameTimelineIsARecording) {
                 const std::string name = "TX - " + layerName(layer);
                 const int64_t queueUs = wokenUs - 1 - below(kPeriodUs / 2);
                 const bool dropped = vsync > 0 && below(10) == 0;
-                FrameMark mark{Kind::kExpectedSurface,
-                               queueUs - kPeriodUs,
-                               0,
-                               vsync,
-                               vsync,
-                               static_cast<int32_t>(1'000 + layer)};
+                const auto pid = static_cast<int32_t>(1'000 + layer);
+                FrameMark mark{Kind::kExpectedSurface, queueUs - kPeriodUs, 0, vsync, vsync, pid};
                 mark.layer = name;
                 slice(mark, queueUs + 1);
                 mark.kind = Kind::kActualSurface;
@@ -269,28 +252,29 @@ TEST_F(Conversion, AFrameTimelineIsARecording) {
                 mark.isBuffer = false;  // an animation's frame, which queues nothing
                 mark.present = FrameMark::kOnTime;
                 if (below(2) == 0) slice(mark, queueUs - 1);
-                happened.push_back({queueUs, layer, true, queueUs - kPeriodUs});
+                happened.emplace(queueUs, format("q%zu", layer));
+                happened.emplace(queueUs - kPeriodUs, format("d%zu", layer));
                 if (dropped) continue;
-                happened.push_back({takenUs, layer, false});
+                happened.emplace(takenUs, format("l%zu", layer));
                 shown[layer].push_back(shownUs);
             }
         }
         writer.finish();
         const auto parsed = readRecording(file);
         ASSERT_TRUE(parsed.recording) << parsed.error;
-        std::stable_sort(happened.begin(), happened.end(),
-                         [](auto& a, auto& b) { return a.us < b.us; });
         EXPECT_EQ(told(*parsed.recording), told(happened, 0, INT64_MAX));
+        const int64_t originUs =
+                std::find_if(happened.begin(), happened.end(), [](const auto& happening) {
+                    return happening.second[0] != 'd';
+                })->first;
         const model::Recorded input = modelInput(*parsed.recording);
         for (const auto& layer : input.layers) {
             for (const auto& frame : layer.frames) {
-                if (frame.shownNs)
-                    found[layer.name == layerName(1)].push_back(*frame.shownNs / 1'000 +
-                                                                happened[0].us);
+                const size_t index = layer.name == layerName(1) ? 1 : 0;
+                if (frame.shownNs) found[index].push_back(*frame.shownNs / 1'000 + originUs);
             }
         }
-        EXPECT_EQ(found[0], shown[0]);
-        EXPECT_EQ(found[1], shown[1]);
+        EXPECT_TRUE(std::equal(found, found + 2, shown));
     }
 }
 
