@@ -280,20 +280,19 @@ TEST_F(Conversion, AFrameTimelineIsARecording) {
 
 // What a trace lacks is told in one sentence, with the line of the configuration that records it.
 TEST_F(Conversion, TellsWhatATraceLacks) {
-    for (const bool print : {false, true}) {
-        for (const bool frames : {false, true}) {
-            const std::string file = path("lacking.pftrace");
-            TraceFileWriter writer(file, TraceFormat::kPerfetto);
-            if (print) writer.event({TraceEvent::Kind::kBegin, 5, 7, 7, "x", 0});
-            if (frames) writer.frame({FrameMark::Kind::kEnd, 5, 1});
-            if (!print && !frames) writer.write({}, {{"nothing"}});
-            writer.finish();
-            const std::string error = readRecording(file).error;
-            const auto names = [&](const char* what) { return error.find(what) != error.npos; };
-            EXPECT_EQ(names("ftrace/print"), !print) << error;
-            EXPECT_EQ(names("surfaceflinger.frametimeline"), !frames) << error;
-            EXPECT_FALSE(error.empty() || names("\n"));
-        }
+    const std::string file = path("lacking.pftrace");
+    for (const int held : {0, 1, 2, 3}) {
+        const bool print = (held & 1) != 0, frames = (held & 2) != 0;
+        TraceFileWriter writer(file, TraceFormat::kPerfetto);
+        if (print) writer.event({TraceEvent::Kind::kBegin, 5, 7, 7, "x", 0});
+        if (frames) writer.frame({FrameMark::Kind::kEnd, 5, 1});
+        if (held == 0) writer.write({}, {{"nothing"}});
+        writer.finish();
+        const std::string error = readRecording(file).error;
+        const auto names = [&](const char* what) { return error.find(what) != error.npos; };
+        EXPECT_EQ(names("ftrace/print"), !print) << error;
+        EXPECT_EQ(names("surfaceflinger.frametimeline"), !frames) << error;
+        EXPECT_FALSE(error.empty() || names("\n"));
     }
 }
 

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "replay/TextTable.h"
 #include "replay/perfetto/PerfettoParser.h"
 #include "replay/perfetto/PerfettoWriter.h"
 
@@ -64,8 +65,7 @@ std::string frameEnd(uint64_t time, uint32_t clock = 0) {
 }
 
 std::string nameOf(const Print& print) {
-    return std::to_string(print.timeNs) + " " + std::to_string(print.tid) + " " +
-           std::string(print.text);
+    return std::to_string(print.timeNs) + format(" %d ", print.tid) + std::string(print.text);
 }
 
 struct Parsed {
@@ -138,14 +138,6 @@ TEST(Perfetto, GivesBackWhatWasRecordedHoweverItIsCut) {
             EXPECT_EQ(parsed.stats.damagedPackets + parsed.stats.unknownClocks, 0U);
             EXPECT_FALSE(parsed.stats.cutShort || parsed.stats.broken);
         }
-        // Cut anywhere, or rubbish: it ends.
-        for (int i = 0; i < 20; ++i) {
-            std::string damaged = trace.substr(0, trace.size() - static_cast<size_t>(below(500)));
-            for (int k = below(5); k > 0; --k) {
-                damaged[random() % damaged.size()] = static_cast<char>(random());
-            }
-            EXPECT_LE(parse(damaged, 4'096).stats.prints, 3'000U);
-        }
     }
 }
 
@@ -187,16 +179,14 @@ TEST(Perfetto, CountsWhatItCannotUse) {
         EXPECT_EQ(parsed.prints, std::vector<std::string>{"5 7 C|1|a|1"}) << test.what;
     }
     // And what ends the reading.
-    const Parsed broken = parse(good + "\x0b" + good);
-    EXPECT_TRUE(broken.stats.broken);
-    EXPECT_EQ(broken.prints.size(), 1U);
-    for (const std::string& end : {std::string("\x0a"), "\x0a" + varint(9), std::string("\x0a\xff"),
-                                   huge, "\x0a" + varint(uint64_t{1} << 31U)}) {
+    for (const std::string& end :
+         {"\x0b" + good, std::string(11, '\xff'), std::string("\x0a"), "\x0a" + varint(9),
+          std::string("\x0a\xff"), huge, "\x0a" + varint(uint64_t{1} << 31U)}) {
         const Parsed parsed = parse(good + end);
-        EXPECT_TRUE(parsed.stats.cutShort);
+        EXPECT_EQ(parsed.stats.broken, end[0] != '\x0a');
+        EXPECT_EQ(parsed.stats.cutShort, end[0] == '\x0a');
         EXPECT_EQ(parsed.prints.size(), 1U);
     }
-    EXPECT_TRUE(parse(std::string(11, '\xff')).stats.broken);
 }
 
 TEST(Perfetto, BringsEveryClockToTheBootClock) {
@@ -241,14 +231,12 @@ TEST(Perfetto, WritesTracksThatAnyReaderDecodes) {
     std::vector<Track> tracks = {{"layer a.b/c#1"}};
     std::multiset<std::string> expected, found;
     for (int i = 0; i < 4; ++i) {
-        Track track{"row " + std::to_string(i), 0};
+        Track track{format("row %d", i), 0};
         for (int k = 0; k < 100; ++k) {
-            const auto begin = static_cast<int64_t>(random() % 10'000);
-            const auto end = begin + static_cast<int64_t>(random() % 300);
-            const std::string name = std::to_string(k);
-            track.slices.push_back({begin, end, name});
-            expected.insert(track.name + " " + name + " " + std::to_string(begin) + " " +
-                            std::to_string(end));
+            const int begin = static_cast<int>(random() % 10'000);
+            const int end = begin + static_cast<int>(random() % 300);
+            track.slices.push_back({begin, end, std::to_string(k)});
+            expected.insert(format("row %d %d %d %d", i, k, begin, end));
         }
         tracks.push_back(track);
     }
@@ -262,9 +250,9 @@ TEST(Perfetto, WritesTracksThatAnyReaderDecodes) {
         proto::TracePacket packet;
         proto::TrackDescriptor row;
         proto::TrackEvent event;
-        ASSERT_TRUE(packet.ParseFromArray(bytes.data(), static_cast<int>(bytes.size())));
-        ASSERT_TRUE(row.ParseFromString(packet.track_descriptor()));
-        ASSERT_TRUE(event.ParseFromString(packet.track_event()));
+        ASSERT_TRUE(packet.ParseFromString(std::string(bytes)) &&
+                    row.ParseFromString(packet.track_descriptor()) &&
+                    event.ParseFromString(packet.track_event()));
         if (packet.has_track_descriptor()) rows[row.uuid()] = row;
         if (!packet.has_track_event()) return;
         const std::string name = rows.at(event.track_uuid()).name();

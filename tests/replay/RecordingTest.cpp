@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <cmath>
 #include <cstdlib>
 #include <iterator>
@@ -24,13 +25,6 @@ Recording parse(const std::string& text) {
     const auto result = parseRecording(text);
     EXPECT_TRUE(result.recording) << result.error;
     return result.recording.value_or(Recording{});
-}
-
-std::vector<std::string> split(const std::string& text) {
-    std::vector<std::string> items;
-    std::istringstream stream(text);
-    for (std::string item; std::getline(stream, item, ';');) items.push_back(item);
-    return items;
 }
 
 // What a counter's samples, a millisecond apart, come to: "NAME id ID, DEPTH [qMS] [lMSxCOUNT]
@@ -90,37 +84,39 @@ TEST(Recording, LayersAreWhatTheCompositorsBufferCountersCount) {
 }
 
 // Signals as "SIGNAL FROM UNTIL PERIOD STEPS...": in milliseconds, one after that many periods of
-// the display, in turn. Counters as "MS VALUE NAME".
+// the display, in turn. Behind them counters as "MS VALUE NAME".
 TEST(Recording, TheRateIsToldByWhatKnowsItBest) {
     const struct {
         const char* what;
-        const char* signals;
-        const char* counters;
+        const char* trace;
         const char* rates;
         const char* source;
         const char* note = nullptr;
     } kCases[] = {
             {"the applications' signal knows more",
-             "VSYNC-sf 0 3000 8.333 2;VSYNC-app 3 3000 8.333 1", "", "120",
-             "VSYNC-sf and VSYNC-app"},
-            {"no compositor's signal", "VSYNC-app 0 1000 16.667 1", "", "60", "VSYNC-app"},
-            {"content alone", "VSYNC-sf 0 2000 16.667 2", "", "30", "intervals",
+             "VSYNC-sf 0 3000 8.333 2;VSYNC-app 3 3000 8.333 1", "120", "VSYNC-sf and VSYNC-app"},
+            {"no compositor's signal", "VSYNC-app 0 1000 16.667 1", "60", "VSYNC-app"},
+            {"content alone", "VSYNC-sf 0 2000 16.667 2", "30", "intervals",
              "slower than displays refresh"},
             {"a switch and back",
-             "VSYNC-sf 0 2000 16.667 1;VSYNC-sf 2000 4000 8.333 1;VSYNC-sf 4000 6000 16.667 1", "",
+             "VSYNC-sf 0 2000 16.667 1;VSYNC-sf 2000 4000 8.333 1;VSYNC-sf 4000 6000 16.667 1",
              "60; 120 at 2.0 s; 60 at 4.0 s", "intervals", "looks like content"},
-            {"a counter of the period goes first", "VSYNC-sf 0 3000 16.667 1",
-             "5 8333333 VsyncPeriod;1000 8340000 VsyncPeriod;2000 16666667 VsyncPeriod;"
+            {"a counter of the period goes first",
+             "VSYNC-sf 0 3000 16.667 1;5 8333333 VsyncPeriod;1000 8340000 VsyncPeriod;2000 "
+             "16666667 VsyncPeriod;"
              "2500 0 VsyncPeriod",
              "120; 60 at 2.0 s", "counter VsyncPeriod"},
-            {"in microseconds, of the period rather than of the rate", "VSYNC-sf 0 1000 16.667 1",
-             "5 60 ActiveModeFPS_HWC;5 11111 VSP-period 4630", "90", "VSP-period 4630"},
-            {"a counter that is written at a switch only", "VSYNC-sf 0 3000 16.667 1",
-             "2000 120 ActiveModeFPS_HWC", "60; 120 at 2.0 s", "ActiveModeFPS_HWC"},
-            {"counters that no display has", "VSYNC-sf 0 3000 16.667 1",
-             "1 2000000000 ActiveModeFPS_HWC;2 -5 ActiveModeFPS_HWC", "60", "intervals"},
-            {"nothing in common", "VSYNC-sf 0 10 8 1", "", "125", "the median", "no common period"},
-            {"the times at which frames were expected", "", "", "60", "expected"},
+            {"in microseconds, of the period rather than of the rate",
+             "VSYNC-sf 0 1000 16.667 1;5 60 ActiveModeFPS_HWC;5 11111 VSP-period 4630", "90",
+             "VSP-period 4630"},
+            {"a counter that is written at a switch only",
+             "VSYNC-sf 0 3000 16.667 1;2000 120 ActiveModeFPS_HWC", "60; 120 at 2.0 s",
+             "ActiveModeFPS_HWC"},
+            {"counters that no display has",
+             "VSYNC-sf 0 3000 16.667 1;1 2000000000 ActiveModeFPS_HWC;2 -5 ActiveModeFPS_HWC", "60",
+             "intervals"},
+            {"nothing in common", "VSYNC-sf 0 10 8 1", "125", "the median", "no common period"},
+            {"the times at which frames were expected", "", "60", "expected"},
     };
     for (const auto& test : kCases) {
         SCOPED_TRACE(test.what);
@@ -129,10 +125,16 @@ TEST(Recording, TheRateIsToldByWhatKnowsItBest) {
         TraceText text;
         text.counter(1.0, "a/b#7", 1);
         int value = 0;
-        for (const auto& row : split(test.signals)) {
+        std::istringstream rows(test.trace);
+        for (std::string row, signal; std::getline(rows, row, ';');) {
             std::istringstream stream(row);
-            std::string signal;
             double ms = 0, untilMs = 0, periodMs = 0;
+            if (isdigit(row[0]) != 0) {
+                stream >> ms >> value >> std::ws;
+                std::getline(stream, signal);
+                text.counter(ms, signal, value);
+                continue;
+            }
             stream >> signal >> ms >> untilMs >> periodMs;
             const std::vector<int> steps{std::istream_iterator<int>(stream), {}};
             for (size_t i = 0; ms < untilMs - 1.0; ++i) {
@@ -140,17 +142,9 @@ TEST(Recording, TheRateIsToldByWhatKnowsItBest) {
                 ms += periodMs * steps[i % steps.size()];
             }
         }
-        for (int i = 0; *test.signals == '\0' && i < 60; ++i) {
+        for (int i = 0; *test.trace == '\0' && i < 60; ++i) {
             text.slice(600, 16.667 * i + i % 3,
                        format("commit %d vsyncIn %.2fms", i, 20.0 - i % 3));
-        }
-        for (const auto& row : split(test.counters)) {
-            std::istringstream stream(row);
-            double ms = 0;
-            stream >> ms >> value >> std::ws;
-            std::string name;
-            std::getline(stream, name);
-            text.counter(ms, name, value);
         }
         const Recording recording = parse(text.str());
         const auto hertz = [](int64_t periodNs) {
