@@ -11,8 +11,8 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -101,57 +101,42 @@ class Program : public testing::Test {
 };
 
 // What is odd is played as far as it makes sense, and told in one sentence where it does not; in
-// every way of playing, and whatever the format.
+// every way of playing, and whatever the format. Counters as "NAME MS STEP COUNT VALUES": from that
+// time on, in steps of as many milliseconds.
 TEST_F(Program, OddRecordingsArePlayedOrToldInOneSentence) {
-    constexpr const char* kName = "SurfaceView[com.a/com.a.X]#7";
     const struct {
         const char* what;
-        std::function<void(TraceText&)> record;
+        const char* counters;
         const char* says;
     } kCases[] = {
-            {"time runs backwards",
-             [](TraceText& text) {
-                 for (int i = 60; i > 0; --i) text.counter(10.0 * i, "VSYNC-sf", i % 2);
-                 for (int i = 60; i > 0; --i) text.counter(9.0 * i, kName, i % 2);
-             },
-             ""},
-            {"never latched",
-             [](TraceText& text) {
-                 text.vsyncs(0, 10, 100);
-                 for (int i = 1; i <= 64; ++i) text.counter(10.0 * i, kName, i);
-             },
-             ""},
-            {"latched, and never queued",
-             [](TraceText& text) {
-                 text.vsyncs(0, 10, 100);
-                 for (int i = 1; i <= 64; ++i) text.counter(10.0 * i, kName, 0);
-             },
+            {"time runs backwards", "VSYNC-sf 600 -10 60 toggle com.a/X#7 540 -9 60 toggle", ""},
+            {"never latched", "VSYNC-sf 0 10 100 toggle com.a/X#7 10 10 64 rise", ""},
+            {"latched, and never queued", "VSYNC-sf 0 10 100 toggle com.a/X#7 10 10 64 stay",
              "holds no layers"},
-            {"one frame, and first of all",
-             [](TraceText& text) { text.counter(0, kName, 1).vsyncs(1, 10, 3); }, ""},
-            {"thousands of layers",
-             [](TraceText& text) {
-                 text.vsyncs(0, 10, 10);
-                 for (int i = 1; i <= 3'000; ++i)
-                     text.counter(0.03 * i, "a/b#" + std::to_string(i), 1);
-             },
-             ""},
-            {"vsyncs at one moment",
-             [](TraceText& text) { text.vsyncs(0, 0, 50).counter(1, kName, 1); },
+            {"one frame, and first of all", "com.a/X#7 0 0 1 rise VSYNC-sf 1 10 3 toggle", ""},
+            {"thousands of layers", "VSYNC-sf 0 10 10 toggle a/b# 0.03 0.03 3000 one", ""},
+            {"vsyncs at one moment", "VSYNC-sf 0 0 50 toggle com.a/X#7 1 0 1 rise",
              "holds no vsyncs"},
-            {"a signal of microseconds",
-             [](TraceText& text) { text.vsyncs(0, 0.001, 50).counter(50'000, kName, 1); },
+            {"a signal of microseconds", "VSYNC-sf 0 0.001 50 toggle com.a/X#7 50000 0 1 rise",
              "less than a millisecond apart"},
             {"weeks of pauses",
-             [](TraceText& text) {
-                 text.vsyncs(0, 10, 50).vsyncs(500, 59'000, 20'000).counter(5, kName, 1);
-             },
+             "VSYNC-sf 0 10 50 toggle VSYNC-sf 500 59000 20000 toggle com.a/X#7 5 0 1 rise",
              "at most 10 million are: --from and --to choose a part"},
     };
     for (const auto& test : kCases) {
         SCOPED_TRACE(test.what);
         TraceText text;
-        test.record(text);
+        std::istringstream counters(test.counters);
+        std::string name, values;
+        double ms = 0, stepMs = 0;
+        for (int count = 0; counters >> name >> ms >> stepMs >> count >> values;) {
+            for (int i = 1; i <= count; ++i, ms += stepMs) {
+                const int value = values == "toggle" ? i % 2
+                                  : values == "rise" ? i
+                                                     : values == "one";
+                text.counter(ms, name.back() == '#' ? name + std::to_string(i) : name, value);
+            }
+        }
         const std::string file = write("odd.txt", text.str());
         const std::string convert =
                 mConverter.string() + " " + file + " " + path("odd.pftrace") + "; ";
