@@ -14,11 +14,8 @@ namespace {
 
 TEST(Application, FollowsItsPlanOrIsReported) {
     TraceText text;
-    text.vsyncs(0, 10.0, 2);
-    text.bufferCall(1000, "dequeueBuffer", 1.0, 1.5)
-            .bufferCall(1000, "queueBuffer", 3.0, 4.0)
-            .counter(3.5, "a/b#1", 1);
-    text.counter(6.0, "c/d#2", 1);
+    text.vsyncs(0, 10.0, 2).counter(3.5, "a/b#1", 1).counter(6.0, "c/d#2", 1);
+    text.bufferCall(1000, "dequeueBuffer", 1.0, 1.5).bufferCall(1000, "queueBuffer", 3.0, 4.0);
     Scenario scenario;
     scenario.properties = {{"p", "v"}};
     scenario.events = {{5'000'000, Touch{2}},

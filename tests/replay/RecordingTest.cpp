@@ -145,13 +145,10 @@ TEST(Recording, TheRateIsToldByWhatKnowsItBest) {
                        format("commit %d vsyncIn %.2fms", i, 20.0 - i % 3));
         }
         const Recording recording = parse(text.str());
-        const auto hertz = [](int64_t periodNs) {
-            return format("%.0f", 1e9 / static_cast<double>(periodNs));
-        };
-        std::string rates = hertz(recording.vsyncPeriodNs);
-        for (const Rate& change : recording.rateChanges) {
-            rates += "; " + hertz(change.periodNs) +
-                     format(" at %.1f s", static_cast<double>(change.atNs) / 1e9);
+        std::string rates = format("%.0f", 1e9 / static_cast<double>(recording.vsyncPeriodNs));
+        for (const auto& [atNs, periodNs] : recording.rateChanges) {
+            const double hz = 1e9 / static_cast<double>(periodNs);
+            rates += format("; %.0f at %.1f s", hz, static_cast<double>(atNs) / 1e9);
         }
         EXPECT_EQ(rates, test.rates);
         EXPECT_NE(recording.rateSource.find(test.source), std::string::npos)

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -29,15 +30,9 @@ class TraceText {
         line(pid + 20, beginMs, "B|" + std::to_string(pid) + "|" + name);
         return line(pid + 20, endMs, "E|" + std::to_string(pid));
     }
-    TraceText& begin(int tid, double ms, const std::string& name) {
-        return line(tid, ms, "B|1|" + name);
-    }
-    TraceText& end(int tid, double ms) { return line(tid, ms, "E|1"); }
+    // A thread's call that takes no time.
     TraceText& slice(int tid, double ms, const std::string& name) {
-        return begin(tid, ms, name).end(tid, ms);
-    }
-    TraceText& async(int tid, double ms, char type, const std::string& name, int cookie) {
-        return line(tid, ms, std::string(1, type) + "|1|" + name + "|" + std::to_string(cookie));
+        return line(tid, ms, "B|1|" + name).line(tid, ms, "E|1");
     }
     std::string str() const {
         std::string text;
@@ -45,8 +40,7 @@ class TraceText {
         return text;
     }
     // Counters in any order, after all else: each processor writes its own lines.
-    template <typename Random>
-    std::string shuffled(Random& random) {
+    std::string shuffled(std::mt19937& random) {
         const auto counters = std::stable_partition(mLines.begin(), mLines.end(),
                                                     [](auto& line) { return !line.first; });
         std::shuffle(counters, mLines.end(), random);
