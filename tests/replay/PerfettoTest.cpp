@@ -197,6 +197,7 @@ TEST(Perfetto, BringsEveryClockToTheBootClock) {
         return framed(sequence(id) + frameEnd(time) + dropped);
     };
     const std::string monotonic = framed(snapshot(1'000, kMonotonicClock, 400));
+    const std::string later = framed(snapshot(9'000, kMonotonicClock, 700));
     const std::string frames =
             framed(frameEnd(300, 3)) + framed(frameEnd(500, 3)) + framed(frameEnd(800, 3));
     const struct {
@@ -204,6 +205,7 @@ TEST(Perfetto, BringsEveryClockToTheBootClock) {
         std::vector<int64_t> times;
         size_t unknown;
     } kCases[] = {
+            {monotonic + later + frames, {900, 1'100, 9'100}, 0},
             {frames + monotonic + framed(frameEnd(600, 3)), {900, 1'100, 1'400, 1'200}, 0},
             {frames, {300, 500, 800}, 0},
             {frames + framed(frameEnd(800)), {800}, 3},
