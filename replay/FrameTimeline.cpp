@@ -90,7 +90,6 @@ void FrameTimeline::end(const Begun& begun, int64_t endNs) {
             mSurfaces[begun.layer].push_back({mark.token,
                                               mark.displayToken,
                                               mark.present == FrameMark::kDropped,
-                                              mark.jank,
                                               {mark.timeNs, endNs}});
             break;
         case FrameMark::Kind::kEnd:
@@ -107,7 +106,6 @@ void FrameTimeline::finish() {
             LayerFrame frame;
             frame.startNs = surface.span.beginNs;
             frame.queueNs = surface.span.endNs;
-            frame.jank = surface.jank;
             if (const auto expected = mExpected.find({i, surface.token});
                 expected != mExpected.end()) {
                 frame.dueNs = expected->second.beginNs;

@@ -31,7 +31,6 @@ struct LayerFrame {
     int64_t queueNs = 0;                // when it was posted and its drawing had ended
     std::optional<int64_t> latchNs;     // when the compositor took it; none: it never did
     std::optional<int64_t> shownNs;
-    int32_t jank = 0;  // bits, as FrameMark has them
 };
 
 struct LayerTimeline {
@@ -74,7 +73,6 @@ class FrameTimeline {
         int64_t token;
         int64_t displayToken;
         bool dropped;
-        int32_t jank;
         Span span;
     };
 

@@ -567,6 +567,8 @@ TEST(GFRArithmeticTest, BoostsEndAtTheirLimits) {
     tunables.kFactor = 1.0f;
     deadlines.goldenNs = INT64_MAX;
     EXPECT_EQ(std::pair(1000, 0x008u), boost(0, 500));
+    deadlines.goldenNs = 1;
+    EXPECT_EQ(std::pair(1500, 0x008u), boost(0, 500));
     const FrameDropWindow window;
     BoostInputs inputs(deadlines, tunables, window);
     inputs.level = -1;
@@ -587,6 +589,7 @@ TEST(GFRArithmeticTest, DeadlinesEndAtTheirLimits) {
     const FrameDeadlines d = at(INT64_MAX, 0.0f, tunables);
     EXPECT_EQ((std::vector<nsecs_t>{INT64_MAX, INT64_MAX, INT64_MIN, 0}), d.jankDeadlinesNs);
     EXPECT_EQ(INT64_MIN, d.goldenNs);
+    EXPECT_EQ(1, d.checkDelayNs(0, 0, 0, /*l0DelayNs=*/1));
 }
 
 }  // namespace
