@@ -28,6 +28,7 @@ TEST(FrameTimingTest, SaturatesAtTheEndsOfItsRanges) {
     EXPECT_EQ(countDroppedFrames(1'100, kMax, 1'000), 0);
     EXPECT_EQ(countDroppedFrames(500, 100, 1'000), 0) << "latches out of order";
     EXPECT_EQ(countDroppedFrames(10, 1, 1), 8);
+    EXPECT_EQ(countDroppedFrames(1'255, 100, 1'000), 2) << "nearer to three periods than to two";
     EXPECT_EQ(queueDepthAfterLatch(kIntMin, kIntMin, kMax), kIntMin);
     EXPECT_TRUE(isYoungerThan(1'149, 1'000, 1.5f, 100));
     EXPECT_TRUE(isYoungerThan(1'000'000, 1'000, 1e38f, 1'000'000'000));
