@@ -24,8 +24,6 @@ using android::base::SetProperty;
 using host::PerfService;
 using host::Simulation;
 
-constexpr char kLayerName[] = "com.example.game/Main#1";
-
 constexpr int kHeadroomRates = 4187;
 constexpr int kFrameRescue = 4189;
 

@@ -13,6 +13,7 @@ namespace corvane::explore {
 namespace game {
 
 constexpr char kPackage[] = "com.example.game";
+constexpr char kLayerName[] = "com.example.game/Main#1";
 constexpr int kLayer = 1;
 constexpr int64_t kPeriod = 16'666'667;
 

@@ -6,9 +6,9 @@
 #include <android-base/properties.h>
 #include <ui/Rect.h>
 
-#include "corvane/host/Binder.h"
 #include "corvane/host/PerfService.h"
 #include "corvane/host/Simulation.h"
+#include "explore/stories/Game.h"
 #include "explore/stories/Stories.h"
 #include "layers/LayerManager.h"
 #include "perf/PerfProxy.h"
@@ -18,25 +18,23 @@ namespace {
 
 using android::LayerManager;
 using android::base::SetProperty;
+using game::kLayer;
+using game::kLayerName;
+using game::kPackage;
 using host::PerfService;
 using host::Simulation;
 
 constexpr char kSmartTouch[] = "debug.vendor.perf.smart_touch";
-constexpr char kPackage[] = "com.example.game";
-constexpr char kLayerName[] = "com.example.game/Main#1";
-constexpr int kLayer = 1;
 constexpr int64_t kFrame = 40 * kMs;
 constexpr int kFrames = 15;  // the layer is tracked after half a second
 
 // As late as a binder thread may find the library switched off, half stopped or gone.
 void queueFrames() {
-    const host::ScopedBinderCaller caller(1'001, 10'001);
     for (int i = 0; i < kFrames; ++i) {
-        const int64_t begin = Simulation::now();
-        corvaneTrackBufferIncrement(kLayerName, kLayer, true, 0, 0);
-        EXPLORE_CHECK(Simulation::now() - begin <= 2 * kFrame, "a buffer was held for %lld ns",
-                      static_cast<long long>(Simulation::now() - begin));
-        Simulation::sleepUntil(begin + kFrame);
+        const game::Call call = game::queueFrame();
+        EXPLORE_CHECK(call.end - call.begin <= 2 * kFrame, "a buffer was held for %lld ns",
+                      static_cast<long long>(call.end - call.begin));
+        Simulation::sleepUntil(call.begin + kFrame);
     }
 }
 
