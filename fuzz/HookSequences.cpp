@@ -105,14 +105,16 @@ class Phone {
         for (;;) {
             answer();
             const std::string_view* input = nullptr;
-            FUZZ_CHECK(read(mInputs[0], &input, sizeof(input)) == sizeof(input));
+            FUZZ_CHECK(TEMP_FAILURE_RETRY(read(mInputs[0], &input, sizeof(input))) ==
+                       sizeof(input));
             fuzz::play(*input);
         }
     }
     void answer() { FUZZ_CHECK(write(mAnswers[1], "", 1) == 1); }
+    // The fuzzer looks at its time limit by an alarm every few seconds, which interrupts a read.
     void awaitAnswer() {
         char done = 0;
-        FUZZ_CHECK(read(mAnswers[0], &done, 1) == 1);
+        FUZZ_CHECK(TEMP_FAILURE_RETRY(read(mAnswers[0], &done, 1)) == 1);
     }
 
     int mInputs[2] = {};
