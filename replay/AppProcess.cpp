@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <utility>
 
 extern char** environ;
 
@@ -23,10 +24,7 @@ constexpr const char* kReached = "reached";
 
 }  // namespace
 
-AppProcess::AppProcess(const std::string& program, const AppPlan& plan) {
-    for (const AppStep& step : plan.steps) {
-        if (mTimes.empty() || step.atNs > mTimes.back()) mTimes.push_back(step.atNs);
-    }
+AppProcess::AppProcess(const std::string& program, AppPlan plan) : mPlan(std::move(plan)) {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
         mError = std::string("no socket for the application: ") + std::strerror(errno);
@@ -47,7 +45,7 @@ AppProcess::AppProcess(const std::string& program, const AppPlan& plan) {
         mError = "cannot start " + program + ": " + std::strerror(error);
         return;
     }
-    if (!send(toJson(plan))) mError = "the application ended before it began";
+    if (!send(toJson(mPlan))) mError = "the application ended before it began";
     const std::string answer = receiveLine();
     if (mError.empty() && answer != "ready") {
         mError = answer.empty() ? "the application ended before it began" : answer;

@@ -7,7 +7,6 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
 #include "replay/Application.h"
 
@@ -18,7 +17,7 @@ class AppProcess {
   public:
     // Starts `program` and hands it the plan; returns when it has loaded the library and waits for
     // the replay, or has failed.
-    AppProcess(const std::string& program, const AppPlan& plan);
+    AppProcess(const std::string& program, AppPlan plan);
     ~AppProcess();
     AppProcess(const AppProcess&) = delete;
     AppProcess& operator=(const AppProcess&) = delete;
@@ -28,8 +27,8 @@ class AppProcess {
     // In simulated time: lets its clock follow this one's to the time, and what is due there
     // happen. For one thread.
     void advanceTo(int64_t timeNs);
-    // At which it does something, from the start of the replay; ascending, each once.
-    const std::vector<int64_t>& times() const { return mTimes; }
+    // What it does.
+    const AppPlan& plan() const { return mPlan; }
     // Lets it end early, with the result so far.
     void stop();
     // Waits for its end.
@@ -39,7 +38,7 @@ class AppProcess {
     bool send(const std::string& line) const;
     std::string receiveLine();
 
-    std::vector<int64_t> mTimes;
+    const AppPlan mPlan;
     pid_t mPid = -1;
     int mSocket = -1;
     bool mEnded = false;  // it has sent its result and ends by itself

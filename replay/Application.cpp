@@ -38,6 +38,28 @@ PropertyWrite propertyFrom(const Json::Value& value) {
     return {value["name"].asString(), value["value"].asString()};
 }
 
+Json::Value stepValues(const std::vector<AppStep>& steps) {
+    Json::Value list(Json::arrayValue);
+    for (const auto& step : steps) {
+        Json::Value value;
+        value["at"] = Json::Int64(step.atNs);
+        value["kind"] = static_cast<int>(step.kind);
+        if (step.kind == AppStep::Kind::kTouch) value["action"] = step.action;
+        if (step.kind == AppStep::Kind::kProperty) value["property"] = propertyValue(step.property);
+        list.append(std::move(value));
+    }
+    return list;
+}
+
+std::vector<AppStep> stepsFrom(const Json::Value& list) {
+    std::vector<AppStep> steps;
+    for (const auto& value : list) {
+        steps.push_back({value["at"].asInt64(), static_cast<AppStep::Kind>(value["kind"].asInt()),
+                         value["action"].asInt(), propertyFrom(value["property"])});
+    }
+    return steps;
+}
+
 template <typename T>
 Json::Value listOf(const std::vector<T>& values) {
     Json::Value list(Json::arrayValue);
@@ -58,29 +80,30 @@ AppPlan planOf(const Recording& recording, size_t layer, int repeat, int64_t pas
     AppPlan plan;
     plan.properties = scenario.properties;
     const Process& process = recording.processes[recording.layers[layer].process];
-    for (int pass = 0; pass < repeat; ++pass) {
-        const int64_t startNs = pass * passNs;
-        for (const auto& step : recording.steps) {
-            if (step.kind == Step::Kind::kVsync) {
-                plan.steps.push_back({startNs + step.timeNs, AppStep::Kind::kVsync, 0, {}});
-            } else if (step.kind == Step::Kind::kQueue && step.layer == layer) {
-                plan.steps.push_back({startNs + step.timeNs, AppStep::Kind::kQueue, 0, {}});
-            }
+    plan.passes = repeat;
+    plan.passNs = passNs;
+    for (const auto& step : recording.steps) {
+        if (step.kind == Step::Kind::kVsync) {
+            plan.steps.push_back({step.timeNs, AppStep::Kind::kVsync, 0, {}});
+        } else if (step.kind == Step::Kind::kQueue && step.layer == layer) {
+            plan.steps.push_back({step.timeNs, AppStep::Kind::kQueue, 0, {}});
         }
-        for (const int64_t timeNs : process.dequeues) {
-            plan.steps.push_back({startNs + timeNs, AppStep::Kind::kDequeue, 0, {}});
-        }
+    }
+    for (const int64_t timeNs : process.dequeues) {
+        plan.steps.push_back({timeNs, AppStep::Kind::kDequeue, 0, {}});
     }
     for (const auto& event : scenario.events) {
         if (event.atNs > passNs * repeat) continue;
         if (const auto* touch = std::get_if<Touch>(&event.what)) {
-            plan.steps.push_back({event.atNs, AppStep::Kind::kTouch, touch->action, {}});
+            plan.events.push_back({event.atNs, AppStep::Kind::kTouch, touch->action, {}});
         } else if (const auto* property = std::get_if<PropertyWrite>(&event.what)) {
-            plan.steps.push_back({event.atNs, AppStep::Kind::kProperty, 0, *property});
+            plan.events.push_back({event.atNs, AppStep::Kind::kProperty, 0, *property});
         }
     }
-    std::stable_sort(plan.steps.begin(), plan.steps.end(),
-                     [](const AppStep& a, const AppStep& b) { return a.atNs < b.atNs; });
+    for (auto* steps : {&plan.steps, &plan.events}) {
+        std::stable_sort(steps->begin(), steps->end(),
+                         [](const AppStep& a, const AppStep& b) { return a.atNs < b.atNs; });
+    }
     return plan;
 }
 
@@ -90,15 +113,10 @@ std::string toJson(const AppPlan& plan) {
     for (const auto& property : plan.properties) {
         root["properties"].append(propertyValue(property));
     }
-    root["steps"] = Json::Value(Json::arrayValue);
-    for (const auto& step : plan.steps) {
-        Json::Value value;
-        value["at"] = Json::Int64(step.atNs);
-        value["kind"] = static_cast<int>(step.kind);
-        if (step.kind == AppStep::Kind::kTouch) value["action"] = step.action;
-        if (step.kind == AppStep::Kind::kProperty) value["property"] = propertyValue(step.property);
-        root["steps"].append(std::move(value));
-    }
+    root["steps"] = stepValues(plan.steps);
+    root["events"] = stepValues(plan.events);
+    root["passes"] = plan.passes;
+    root["passNs"] = Json::Int64(plan.passNs);
     if (plan.simulatedFromNs) root["simulatedFrom"] = Json::Int64(*plan.simulatedFromNs);
     return oneLine(root);
 }
@@ -108,11 +126,10 @@ std::optional<AppPlan> appPlanFrom(const std::string& json) {
     if (!root || !root->isObject()) return std::nullopt;
     AppPlan plan;
     for (const auto& value : (*root)["properties"]) plan.properties.push_back(propertyFrom(value));
-    for (const auto& value : (*root)["steps"]) {
-        plan.steps.push_back({value["at"].asInt64(),
-                              static_cast<AppStep::Kind>(value["kind"].asInt()),
-                              value["action"].asInt(), propertyFrom(value["property"])});
-    }
+    plan.steps = stepsFrom((*root)["steps"]);
+    plan.events = stepsFrom((*root)["events"]);
+    plan.passes = (*root)["passes"].asInt();
+    plan.passNs = (*root)["passNs"].asInt64();
     if (root->isMember("simulatedFrom")) plan.simulatedFromNs = (*root)["simulatedFrom"].asInt64();
     return plan;
 }

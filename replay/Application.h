@@ -26,7 +26,7 @@ namespace corvane::replay {
 struct AppStep {
     enum class Kind : int { kVsync, kDequeue, kQueue, kTouch, kProperty };
 
-    int64_t atNs;  // from the start of the replay
+    int64_t atNs;  // from the start of the pass, of an event from that of the replay
     Kind kind;
     int action = 0;          // of a touch
     PropertyWrite property;  // of a property write
@@ -34,7 +34,10 @@ struct AppStep {
 
 struct AppPlan {
     std::vector<PropertyWrite> properties;  // written before the library is loaded
-    std::vector<AppStep> steps;             // in time's order
+    std::vector<AppStep> steps;             // recorded: due in every pass; in time's order
+    std::vector<AppStep> events;            // the scenario's: due once; in time's order
+    int passes = 0;
+    int64_t passNs = 0;  // later than any recorded step
     // Of the replay's clock when it hands the plan over, in simulated time; none: in real time.
     std::optional<int64_t> simulatedFromNs;
 };

@@ -96,7 +96,16 @@ void Playback::addScript(std::string threadName, std::vector<TimedAction> action
     if (actions.empty()) return;
     std::stable_sort(actions.begin(), actions.end(),
                      [](const auto& a, const auto& b) { return a.atNs < b.atNs; });
-    mScripts.push_back({std::move(threadName), std::move(actions), {}, {}});
+    addScript(std::move(threadName),
+              [actions = std::move(actions),
+               i = size_t{0}]() mutable -> std::optional<TimedAction> {
+                  if (i == actions.size()) return std::nullopt;
+                  return std::move(actions[i++]);
+              });
+}
+
+void Playback::addScript(std::string threadName, NextAction next) {
+    mScripts.push_back({std::move(threadName), std::move(next), {}, {}});
 }
 
 void Playback::startScripts() {
@@ -113,11 +122,11 @@ void Playback::joinScripts() {
 
 void Playback::runScript(Script& script) {
     pthread_setname_np(pthread_self(), script.name.c_str());
-    for (const auto& action : script.actions) {
-        if (action.atNs > playedNs()) break;  // never reached within the time that is played
-        sleepUntil(mStartNs + action.atNs, mStopped);
+    while (const auto action = script.next()) {
+        if (action->atNs > playedNs()) break;  // never reached within the time that is played
+        sleepUntil(mStartNs + action->atNs, mStopped);
         if (mStopped) break;
-        action.run(script.costs);
+        action->run(script.costs);
     }
 }
 

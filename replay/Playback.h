@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <list>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -71,6 +72,8 @@ class Playback {
   public:
     // Called several times a second with the time played and the whole time.
     using Progress = std::function<void(int64_t doneNs, int64_t totalNs)>;
+    // Called on a script's thread; none ends it.
+    using NextAction = std::function<std::optional<TimedAction>()>;
 
     Playback(const Recording& recording, Hooks& hooks, int repeat);
     virtual ~Playback() = default;
@@ -78,7 +81,9 @@ class Playback {
     Playback& operator=(const Playback&) = delete;
 
     // What happens beside the frames, on a thread of this name. Before play(), any number of times.
+    // A list may be in any order. What would be a long one comes action by action, in time's order.
     void addScript(std::string threadName, std::vector<TimedAction> actions);
+    void addScript(std::string threadName, NextAction next);
     void setFences(std::vector<UnsignaledFences> fences) { mFences = std::move(fences); }
     // Called with systemTime of the first step before that comes.
     void setOnStart(std::function<void(int64_t startNs)> onStart) { mOnStart = std::move(onStart); }
@@ -126,7 +131,7 @@ class Playback {
   private:
     struct Script {
         std::string name;
-        std::vector<TimedAction> actions;
+        NextAction next;
         HookCosts costs;
         std::thread thread;
     };

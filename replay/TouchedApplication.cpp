@@ -7,11 +7,14 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <optional>
+#include <utility>
 #include <variant>
 
 #include "corvane/host/Simulation.h"
 #include "replay/Application.h"
 #include "replay/Phone.h"
+#include "replay/PlanWalk.h"
 
 namespace corvane::replay {
 
@@ -33,17 +36,21 @@ std::unique_ptr<AppProcess> startApplication(const ReplayInput& input, const Pla
             std::filesystem::read_symlink("/proc/self/exe").parent_path() / "corvane-replay-app";
     AppPlan plan = planOf(recording, layer, input.repeat, player.passNs(), scenario);
     if (host::Simulation::isOn()) plan.simulatedFromNs = host::Simulation::now();
-    return std::make_unique<AppProcess>(program.string(), plan);
+    return std::make_unique<AppProcess>(program.string(), std::move(plan));
 }
 
-std::vector<TimedAction> clockOf(AppProcess& application) {
-    std::vector<TimedAction> actions;
-    for (const int64_t atNs : application.times()) {
-        actions.push_back({atNs, [&application](HookCosts&) {
+Playback::NextAction clockOf(AppProcess& application) {
+    // Once for all that is due at one time.
+    return [&application, walk = PlanWalk(application.plan()),
+            reachedNs = int64_t{-1}]() mutable -> std::optional<TimedAction> {
+        auto due = walk.next();
+        while (due && due->atNs <= reachedNs) due = walk.next();
+        if (!due) return std::nullopt;
+        reachedNs = due->atNs;
+        return TimedAction{due->atNs, [&application](HookCosts&) {
                                application.advanceTo(systemTime(SYSTEM_TIME_MONOTONIC));
-                           }});
-    }
-    return actions;
+                           }};
+    };
 }
 
 }  // namespace corvane::replay

@@ -4,7 +4,6 @@
 #pragma once
 
 #include <memory>
-#include <vector>
 
 #include "replay/AppProcess.h"
 #include "replay/Playback.h"
@@ -16,6 +15,6 @@ namespace corvane::replay {
 std::unique_ptr<AppProcess> startApplication(const ReplayInput& input, const Playback& player);
 
 // The steps by which the application's clock follows this process's.
-std::vector<TimedAction> clockOf(AppProcess& application);
+Playback::NextAction clockOf(AppProcess& application);
 
 }  // namespace corvane::replay

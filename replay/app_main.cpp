@@ -24,6 +24,7 @@
 #include "corvane/host/Simulation.h"
 #include "replay/Application.h"
 #include "replay/HookCosts.h"
+#include "replay/PlanWalk.h"
 #include "replay/Timeline.h"
 
 namespace corvane::replay {
@@ -119,10 +120,12 @@ class Application {
     // Vsyncs, input and properties.
     void mainThread() {
         enterTimelineThread("main");
-        for (const auto& step : mPlan.steps) {
+        PlanWalk walk(mPlan);
+        while (const auto due = walk.next()) {
+            const AppStep& step = *due->step;
             if (step.kind == AppStep::Kind::kDequeue || step.kind == AppStep::Kind::kQueue)
                 continue;
-            sleepUntil(mStartNs + step.atNs, sStopped);
+            sleepUntil(mStartNs + due->atNs, sStopped);
             if (sStopped) return;
             switch (step.kind) {
                 case AppStep::Kind::kVsync:
@@ -155,16 +158,18 @@ class Application {
     // The buffer queue's calls: a buffer is free, and later queued.
     void renderThread() {
         enterTimelineThread("RenderThread");
-        for (const auto& step : mPlan.steps) {
+        PlanWalk walk(mPlan);
+        while (const auto due = walk.next()) {
+            const AppStep& step = *due->step;
             if (step.kind != AppStep::Kind::kDequeue && step.kind != AppStep::Kind::kQueue)
                 continue;
-            sleepUntil(mStartNs + step.atNs, sStopped);
+            sleepUntil(mStartNs + due->atNs, sStopped);
             if (sStopped) return;
             if (step.kind == AppStep::Kind::kDequeue) {
                 mRenderCosts.measure(Hook::kAppQueueBuffer, [&] { mHooks.queueBuffer(true); });
             } else {
                 mRenderCosts.measure(Hook::kAppQueueBuffer, [&] { mHooks.queueBuffer(false); });
-                filter(step.atNs);
+                filter(due->atNs);
             }
         }
     }

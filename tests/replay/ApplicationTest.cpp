@@ -3,40 +3,73 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
+#include <utility>
+#include <vector>
 
-#include "TraceText.h"
+#include "RandomSteps.h"
 #include "replay/AppProcess.h"
 #include "replay/Application.h"
+#include "replay/PlanWalk.h"
 
 namespace corvane::replay {
 namespace {
 
-TEST(Application, FollowsItsPlanOrIsReported) {
-    TraceText text;
-    text.vsyncs(0, 10.0, 2).counter(3.5, "a/b#1", 1).counter(6.0, "c/d#2", 1);
-    text.bufferCall(1000, "dequeueBuffer", 1.0, 1.5).bufferCall(1000, "queueBuffer", 3.0, 4.0);
-    Scenario scenario;
-    scenario.properties = {{"p", "v"}};
-    scenario.events = {{5'000'000, Touch{2}},
-                       {2'000'000, PropertyWrite{"q", "w"}},
-                       {7'000'000, Unblock{}},
-                       {90'000'000, Touch{1}}};
-    const AppPlan plan =
-            planOf(parseRecording(text.str()).recording.value(), 0, 2, 20'000'000, scenario);
-    std::string order;
-    for (const auto& step : plan.steps) {
-        order += "vdqtp"[static_cast<int>(step.kind)] + std::to_string(step.atNs / 1'000) + " ";
-    }
-    EXPECT_EQ(order, "v0 d1500 p2000 q3500 t5000 v10000 v20000 d21500 q23500 v30000 ");
+using Steps = std::vector<std::pair<int64_t, std::string>>;
 
-    const auto copy = appPlanFrom(toJson(plan));
-    ASSERT_TRUE(copy);
-    EXPECT_EQ(toJson(*copy), toJson(plan));
-    EXPECT_EQ(copy->steps[4].action, 2);
+// What a scenario does and what is recorded, drawn bit by bit. After each, the plan that came
+// through the pipe walks as what was drawn is sorted: of one time, the recorded steps of the
+// touched layer, then its dequeues, then the scenario's events.
+TEST(Application, WalksAllPassesAndTheScenarioInTimesOrder) {
+    android::RandomStepsRunner::run(10, 40, [](android::RandomSteps& steps) {
+        constexpr int64_t kPassNs = 10;  // so short that much is due at one time
+        Recording recording;
+        recording.processes.resize(2);
+        recording.layers.resize(2);
+        recording.layers[0].process = 1;
+        Scenario scenario;
+        std::multimap<int64_t, std::string> recorded, dequeued, scripted;
+        while (steps.next()) {
+            const int64_t atNs = steps.below(kPassNs), eventNs = steps.below(5 * kPassNs);
+            const auto layer = static_cast<size_t>(steps.below(2));
+            const int passes = static_cast<int>(1 + steps.below(4));
+            const std::string number = std::to_string(atNs);
+            recording.steps.push_back({eventNs % kPassNs, Step::Kind::kVsync, 0, 1});
+            recording.steps.push_back({atNs, Step::Kind::kQueue, layer, 1});
+            recording.processes[recording.layers[layer].process].dequeues.push_back(atNs);
+            scenario.events.push_back({eventNs, Touch{static_cast<int>(atNs)}});
+            scenario.events.push_back({atNs, Unblock{}});
+            scenario.events.push_back({eventNs, PropertyWrite{"n", number}});
+            recorded.emplace(eventNs % kPassNs, "v0");
+            if (layer == 0) recorded.emplace(atNs, "q0");
+            if (layer == 0) dequeued.emplace(atNs, "d0");
+            scripted.emplace(eventNs, "t" + number);
+            scripted.emplace(eventNs, "p0n" + number);
+            std::multimap<int64_t, std::string> expected;  // keeps the order of one time
+            for (int pass = 0; pass < passes; ++pass) {
+                for (auto& [ns, text] : recorded) expected.emplace(pass * kPassNs + ns, text);
+                for (auto& [ns, text] : dequeued) expected.emplace(pass * kPassNs + ns, text);
+            }
+            expected.insert(scripted.begin(), scripted.upper_bound(passes * kPassNs));
+            const auto plan = appPlanFrom(toJson(planOf(recording, 0, passes, kPassNs, scenario)));
+            PlanWalk walk(plan.value());
+            Steps walked;
+            while (const auto due = walk.next()) {
+                const AppStep& step = *due->step;
+                walked.emplace_back(due->atNs, "vdqtp"[static_cast<int>(step.kind)] +
+                                                       std::to_string(step.action) +
+                                                       step.property.name + step.property.value);
+            }
+            steps.expectEq(Steps(expected.begin(), expected.end()), walked, "the walk");
+        }
+    });
+}
+
+TEST(Application, IsReportedWhenItCannotRun) {
     EXPECT_FALSE(appPlanFrom("no plan"));
     for (const char* program : {"/nonexistent/program", "/bin/false", "/bin/cat"}) {
-        AppProcess process(program, *copy);
+        AppProcess process(program, {});
         process.begin(1);
         EXPECT_NE(process.result().error, "") << program;
     }
