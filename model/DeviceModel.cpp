@@ -9,9 +9,12 @@
 #include <utility>
 
 namespace corvane::model {
-DeviceModel::DeviceModel(const Workload& workload, PacingPolicy& policy,
+DeviceModel::DeviceModel(const Workload& workload, PacingPolicy& policy, RunListener& listener,
                          std::vector<GpuShare> gpuShares)
-      : mWorkload(workload), mPolicy(policy), mLatchOrder(workload.layers.size()) {
+      : mWorkload(workload),
+        mPolicy(policy),
+        mListener(listener),
+        mLatchOrder(workload.layers.size()) {
     for (const LayerWork& work : workload.layers) {
         Layer layer;
         layer.work = &work;
@@ -30,10 +33,7 @@ DeviceModel::DeviceModel(const Workload& workload, PacingPolicy& policy,
     mNextLatch = mLatchOrder.size();
 }
 
-ModelRun DeviceModel::run() {
-    size_t frames = 0;
-    for (const LayerWork& work : mWorkload.layers) frames += work.frames.size();
-    mRun.frames.reserve(frames);
+int64_t DeviceModel::run() {
     mVsync = mWorkload.compositor.firstFrom(0);
     for (size_t i = 0; i < mLayers.size(); ++i) tryBegin(i, 0);
     const int64_t limitNs = mWorkload.durationNs * kMaxStretch + kMaxOverrunNs;
@@ -49,8 +49,14 @@ ModelRun DeviceModel::run() {
         mNowNs = dueNs;
         step(dueNs);
     }
-    mRun.endNs = mNowNs;
-    return std::move(mRun);
+    while (!mFrames.empty()) tellOfFirstFrame();
+    return mNowNs;
+}
+
+void DeviceModel::tellOfFirstFrame() {
+    mListener.onFrame(mFrames.front());
+    mFrames.pop_front();
+    ++mFirstFrame;
 }
 
 bool DeviceModel::isDone() const {
@@ -103,11 +109,11 @@ void DeviceModel::apply(const PolicyEvent& event) {
             if (mLayers[event.layer].phase == Phase::kHeld) letGo(event.layer, mNowNs);
             break;
         case PolicyEvent::Kind::kBoost:
-            mRun.boosts.push_back(event);
+            mListener.onBoost(event);
             boost(event.layer, mNowNs, event.freqMHz);
             break;
         case PolicyEvent::Kind::kBoostEnd:
-            mRun.boosts.push_back(event);
+            mListener.onBoost(event);
             break;
         case PolicyEvent::Kind::kEnd:
             break;
@@ -118,7 +124,6 @@ void DeviceModel::signalVsync() {
     // Latches that are still due come first: an offset may be longer than a period.
     while (mNextLatch < mLatchOrder.size()) latch(mLatchOrder[mNextLatch++], mNowNs);
     mPolicy.vsync(mNowNs);
-    ++mRun.vsyncs;
     ++mVsync;
     mNextLatch = 0;
 }
@@ -133,19 +138,19 @@ void DeviceModel::latch(size_t index, int64_t nowNs) {
         more = layer.work->frames[taken.index].superseded && !layer.queue.empty() &&
                layer.queue.front().readyNs <= nowNs;
         if (taken.frame != kUnseen) {
-            mRun.frames[taken.frame].latchVsync = mVsync - 1;
-            mRun.frames[taken.frame].superseded = more;
+            frame(taken.frame).latchVsync = mVsync - 1;
+            frame(taken.frame).superseded = more;
         }
         mPolicy.latched(index, waiting(layer), nowNs);
     }
+    while (!mFrames.empty() && mFrames.front().latchVsync) tellOfFirstFrame();
     if (layer.phase == Phase::kBlocked) tryBegin(index, nowNs);
 }
 
 // The producer wants to begin its next frame.
 void DeviceModel::tryBegin(size_t index, int64_t nowNs) {
     Layer& layer = mLayers[index];
-    const auto& frames = layer.work->frames;
-    if (layer.next >= frames.size()) {
+    if (layer.next >= layer.work->frames.size()) {
         layer.phase = Phase::kFinished;
         return;
     }
@@ -154,11 +159,7 @@ void DeviceModel::tryBegin(size_t index, int64_t nowNs) {
         layer.phase = Phase::kBlocked;
         return;
     }
-    const FrameWork& work = frames[layer.next];
-    ModelFrame frame{};
-    frame.layer = index;
-    frame.index = layer.next;
-    frame.readyNs = nowNs;
+    const FrameWork work = layer.work->frames[layer.next];
     int64_t startNs = std::max(nowNs, work.notBeforeNs);
     if (work.paceNs > 0 && layer.lastStartNs) {
         startNs = std::max(startNs, *layer.lastStartNs + work.paceNs);
@@ -167,15 +168,18 @@ void DeviceModel::tryBegin(size_t index, int64_t nowNs) {
     if (work.startsOnVsync) {
         startNs = mWorkload.application.at(mWorkload.application.firstFrom(startNs));
     }
-    layer.current = mRun.frames.size();
-    mRun.frames.push_back(frame);
+    layer.current = mFirstFrame + mFrames.size();
+    ModelFrame& begun = mFrames.emplace_back();
+    begun.layer = index;
+    begun.index = layer.next;
+    begun.readyNs = nowNs;
     layer.phase = Phase::kWaiting;
     layer.dueNs = startNs;
 }
 
 void DeviceModel::start(size_t index, int64_t nowNs) {
     Layer& layer = mLayers[index];
-    mRun.frames[layer.current].startNs = nowNs;
+    frame(layer.current).startNs = nowNs;
     layer.lastStartNs = nowNs;
     layer.phase = Phase::kDrawing;
     layer.dueNs = nowNs + layer.work->frames[layer.next].workNs;
@@ -183,7 +187,7 @@ void DeviceModel::start(size_t index, int64_t nowNs) {
 
 void DeviceModel::queue(size_t index, int64_t nowNs) {
     Layer& layer = mLayers[index];
-    mRun.frames[layer.current].queueNs = nowNs;
+    frame(layer.current).queueNs = nowNs;
     if (mPolicy.queueBuffer(index, waiting(layer), nowNs)) {
         letGo(index, nowNs);
     } else {
@@ -193,12 +197,12 @@ void DeviceModel::queue(size_t index, int64_t nowNs) {
 
 void DeviceModel::letGo(size_t index, int64_t nowNs) {
     Layer& layer = mLayers[index];
-    ModelFrame& frame = mRun.frames[layer.current];
-    frame.letGoNs = nowNs;
+    ModelFrame& handed = frame(layer.current);
+    handed.letGoNs = nowNs;
     // The GPU works on while the buffer is held.
     layer.queue.push_back(
-            {layer.current, layer.next, std::max(nowNs, frame.queueNs + layer.work->gpuNs)});
-    frame.waiting = waiting(layer);
+            {layer.current, layer.next, std::max(nowNs, handed.queueNs + layer.work->gpuNs)});
+    handed.waiting = waiting(layer);
     layer.phase = Phase::kReturning;
     layer.dueNs = nowNs + layer.work->frames[layer.next++].callNs;
 }

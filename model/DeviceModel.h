@@ -5,10 +5,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <optional>
 #include <vector>
 
 #include "model/PacingPolicy.h"
+#include "model/RunListener.h"
 #include "model/Workload.h"
 
 namespace corvane::model {
@@ -18,33 +20,6 @@ struct GpuShare {
     size_t layer;
     double share;         // of a frame's work, at its end: what a faster GPU shortens; 0 to 1
     int32_t baseFreqMHz;  // at which the recording was made; above 0
-};
-
-// One frame as the model's device drew and showed it. Times count like the recording's.
-struct ModelFrame {
-    static constexpr int64_t kNever = -1;  // the run ended before
-
-    size_t layer;
-    size_t index;                       // among the layer's frames
-    int64_t readyNs = 0;                // its producer could begin it
-    int64_t startNs = kNever;           // drawing began
-    int64_t queueNs = kNever;           // the buffer was handed over
-    int64_t letGoNs = kNever;           // and let go
-    std::optional<int64_t> latchVsync;  // number of the compositor's vsync; none: never latched
-    bool superseded = false;            // latched, but its successor was shown instead
-    int waiting = 0;                    // buffers in the queue with it, when it was let go
-    // At which it is on the screen: the one after its latch.
-    std::optional<int64_t> shownVsync() const {
-        if (!latchVsync) return std::nullopt;
-        return *latchVsync + 1;
-    }
-};
-
-struct ModelRun {
-    std::vector<ModelFrame> frames;   // in the order in which they were begun
-    std::vector<PolicyEvent> boosts;  // kBoost and kBoostEnd, in time's order
-    size_t vsyncs = 0;
-    int64_t endNs = 0;
 };
 
 // Plays a workload on a device that works by the recorded one's rules, under a pacing policy:
@@ -65,10 +40,11 @@ class DeviceModel {
     static constexpr int64_t kMaxStretch = 10;
     static constexpr int64_t kMaxOverrunNs = 2'000'000'000;
 
-    DeviceModel(const Workload& workload, PacingPolicy& policy,
+    DeviceModel(const Workload& workload, PacingPolicy& policy, RunListener& listener,
                 std::vector<GpuShare> gpuShares = {});
 
-    ModelRun run();
+    // Once. Returns when it ended, in the model's time.
+    int64_t run();
 
   private:
     enum class Phase {
@@ -80,17 +56,16 @@ class DeviceModel {
         kFinished,   // no frame is left
     };
     struct Waiting {
-        size_t frame;  // index into the run's frames; kUnseen for one queued before the recording
-        size_t index;  // among the layer's frames
+        size_t frame;     // counted in the order of their beginning; kUnseen: before the recording
+        size_t index;     // among the layer's frames
         int64_t readyNs;  // its GPU work ends
     };
     struct Layer {
         const LayerWork* work;
         Phase phase = Phase::kBlocked;
-        size_t next = 0;      // frame to begin next, or the one under way
-        size_t current = 0;   // index of the frame under way into the run's frames
-        int64_t dueNs = 0;    // in kWaiting, kDrawing and kReturning
-        int64_t readyNs = 0;  // the producer's last queue call returned
+        size_t next = 0;     // frame to begin next, or the one under way
+        size_t current = 0;  // the frame under way, counted as in Waiting
+        int64_t dueNs = 0;   // in kWaiting, kDrawing and kReturning
         std::optional<int64_t> lastStartNs;
         bool shows = false;  // a buffer is on the screen
         std::vector<Waiting> queue;
@@ -114,12 +89,17 @@ class DeviceModel {
     void queue(size_t layer, int64_t nowNs);
     void letGo(size_t layer, int64_t nowNs);
     void boost(size_t layer, int64_t nowNs, int32_t freqMHz);
+    ModelFrame& frame(size_t number) { return mFrames[number - mFirstFrame]; }
+    void tellOfFirstFrame();
     int waiting(const Layer& layer) const { return static_cast<int>(layer.queue.size()); }
 
     const Workload& mWorkload;
     PacingPolicy& mPolicy;
+    RunListener& mListener;
     std::vector<Layer> mLayers;
-    ModelRun mRun;
+    // Begun, and not told of yet, because it or one before it is not latched.
+    std::deque<ModelFrame> mFrames;
+    size_t mFirstFrame = 0;  // number of the first of them
     int64_t mNowNs = 0;
     int64_t mVsync = 0;  // the next one to signal
     // Layers in the order of their latches after a vsync, and the next of them to take.

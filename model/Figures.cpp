@@ -4,131 +4,113 @@
 #include "model/Figures.h"
 
 #include <cmath>
-#include <optional>
 #include <utility>
-
-#include "model/Percentile.h"
 
 namespace corvane::model {
 namespace {
 
 constexpr double kNsPerSecond = 1e9;
 
-// Collects one layer's frames.
-class Collector {
-  public:
-    explicit Collector(const VsyncGrid& vsyncs) : mVsyncs(vsyncs) {}
-
-    void add(const ModelFrame& frame, const Showing& showing);
-    LayerFigures figures();
-
-  private:
-    const VsyncGrid& mVsyncs;
-    LayerFigures mFigures;
-    std::vector<int64_t> mLatencies, mQueueToDisplay, mHeld, mIntervals;
-    size_t mWaiting = 0;
-    size_t mQueued = 0;
-};
-
-void Collector::add(const ModelFrame& frame, const Showing& showing) {
-    if (frame.letGoNs == ModelFrame::kNever) return;
-    mWaiting += static_cast<size_t>(frame.waiting);
-    ++mQueued;
-    if (frame.letGoNs > frame.queueNs) mHeld.push_back(frame.letGoNs - frame.queueNs);
-    const auto vsync = frame.shownVsync();
-    if (!vsync) return;  // still in the queue at the end
-    if (frame.superseded) {
-        ++mFigures.dropped;
-        return;
-    }
-    ++mFigures.shown;
-    const int64_t shownNs = mVsyncs.at(*vsync);
-    mLatencies.push_back(shownNs - frame.startNs);
-    mQueueToDisplay.push_back(shownNs - frame.queueNs);
-    if (showing.intervalNs) mIntervals.push_back(*showing.intervalNs);
-    if (showing.late) ++mFigures.late;
-}
-
-LayerFigures Collector::figures() {
-    mFigures.latencyP50Ns = percentile(mLatencies, 50);
-    mFigures.latencyP95Ns = percentile(mLatencies, 95);
-    mFigures.latencyP99Ns = percentile(mLatencies, 99);
-    mFigures.queueToDisplayP50Ns = percentile(mQueueToDisplay, 50);
-    mFigures.queueToDisplayP95Ns = percentile(mQueueToDisplay, 95);
-    mFigures.heldFrames = mHeld.size();
-    for (const int64_t held : mHeld) mFigures.heldNs += held;
-    mFigures.heldP50Ns = percentile(mHeld, 50);
-    if (mQueued > 0) {
-        mFigures.waitingMean = static_cast<double>(mWaiting) / static_cast<double>(mQueued);
-    }
-    if (mIntervals.empty()) return mFigures;
-    const auto count = static_cast<double>(mIntervals.size());
-    double sum = 0;
-    for (const int64_t interval : mIntervals) sum += static_cast<double>(interval);
-    const double mean = sum / count;
+// The standard deviation.
+double deviationOf(const CountedValues& values, double mean) {
     double squares = 0;
-    for (const int64_t interval : mIntervals) {
-        const double off = static_cast<double>(interval) - mean;
-        squares += off * off;
+    for (const auto& [value, times] : values.values()) {
+        const double off = static_cast<double>(value) - mean;
+        squares += off * off * static_cast<double>(times);
     }
-    if (sum > 0) mFigures.fps = count * kNsPerSecond / sum;
-    mFigures.intervalDeviationNs = std::sqrt(squares / count);
-    return mFigures;
-}
-
-void addBoosts(const ModelRun& run, std::vector<LayerFigures>& figures) {
-    struct Level {
-        int64_t sinceNs = 0;
-        int32_t freqMHz = 0;
-    };
-    std::vector<Level> levels(figures.size());
-    const auto end = [&](size_t layer, int64_t timeNs) {
-        Level& level = levels[layer];
-        figures[layer].boostMHzSeconds +=
-                level.freqMHz * static_cast<double>(timeNs - level.sinceNs) / kNsPerSecond;
-        level = {timeNs, 0};
-    };
-    for (const PolicyEvent& event : run.boosts) {
-        end(event.layer, event.timeNs);
-        if (event.kind != PolicyEvent::Kind::kBoost) continue;
-        levels[event.layer].freqMHz = event.freqMHz;
-        ++figures[event.layer].boosts;
-    }
-    for (size_t i = 0; i < levels.size(); ++i) end(i, run.endNs);
+    return std::sqrt(squares / static_cast<double>(values.count()));
 }
 
 }  // namespace
 
-std::vector<Showing> showings(const Workload& workload, const ModelRun& run,
-                              const std::vector<int64_t>& intendedVsyncs) {
-    const VsyncGrid& vsyncs = workload.compositor;
-    std::vector<Showing> shown(run.frames.size());
-    std::vector<std::optional<int64_t>> previous(workload.layers.size());  // vsyncs
-    for (size_t i = 0; i < run.frames.size(); ++i) {
-        const ModelFrame& frame = run.frames[i];
-        const auto vsync = frame.shownVsync();
-        if (!vsync || frame.superseded) continue;
-        auto& before = previous[frame.layer];
-        if (before && workload.layers[frame.layer].frames[frame.index].notBeforeNs == 0) {
-            shown[i] = {vsyncs.at(*vsync) - vsyncs.at(*before),
-                        *vsync - *before > intendedVsyncs[frame.layer]};
-        }
-        before = vsync;
-    }
-    return shown;
+ShowingTracker::ShowingTracker(const Workload& workload, std::vector<int64_t> intendedVsyncs)
+      : mWorkload(workload),
+        mIntendedVsyncs(std::move(intendedVsyncs)),
+        mPrevious(workload.layers.size()) {}
+
+Showing ShowingTracker::next(const ModelFrame& frame) {
+    const auto vsync = frame.shownVsync();
+    if (!vsync || frame.superseded) return {};
+    const auto before = std::exchange(mPrevious[frame.layer], vsync);
+    if (!before || mWorkload.layers[frame.layer].frames[frame.index].notBeforeNs != 0) return {};
+    const VsyncGrid& vsyncs = mWorkload.compositor;
+    return {vsyncs.at(*vsync) - vsyncs.at(*before),
+            *vsync - *before > mIntendedVsyncs[frame.layer]};
 }
 
-std::vector<LayerFigures> measure(const Workload& workload, const ModelRun& run,
-                                  const std::vector<int64_t>& intendedVsyncs) {
-    std::vector<Collector> collectors(workload.layers.size(), Collector(workload.compositor));
-    const std::vector<Showing> shown = showings(workload, run, intendedVsyncs);
-    for (size_t i = 0; i < run.frames.size(); ++i) {
-        collectors[run.frames[i].layer].add(run.frames[i], shown[i]);
+FigureCounter::FigureCounter(const Workload& workload, std::vector<int64_t> intendedVsyncs)
+      : mVsyncs(workload.compositor),
+        mShowings(workload, std::move(intendedVsyncs)),
+        mLayers(workload.layers.size()) {}
+
+void FigureCounter::onFrame(const ModelFrame& frame) {
+    const Showing showing = mShowings.next(frame);
+    if (frame.letGoNs == ModelFrame::kNever) return;
+    Layer& layer = mLayers[frame.layer];
+    layer.waiting += static_cast<size_t>(frame.waiting);
+    ++layer.letGo;
+    if (frame.letGoNs > frame.queueNs) {
+        layer.held.add(frame.letGoNs - frame.queueNs);
+        layer.heldNs += frame.letGoNs - frame.queueNs;
     }
+    const auto vsync = frame.shownVsync();
+    if (!vsync) return;  // still in the queue at the end
+    if (frame.superseded) {
+        ++layer.dropped;
+        return;
+    }
+    const int64_t shownNs = mVsyncs.at(*vsync);
+    layer.latencies.add(shownNs - frame.startNs);
+    layer.queueToDisplay.add(shownNs - frame.queueNs);
+    if (showing.late) ++layer.late;
+    if (!showing.intervalNs) return;
+    layer.intervals.add(*showing.intervalNs);
+    layer.intervalsNs += *showing.intervalNs;
+}
+
+double FigureCounter::Layer::boostUntil(int64_t endNs) const {
+    return boostFreqMHz * static_cast<double>(endNs - boostSinceNs) / kNsPerSecond;
+}
+
+void FigureCounter::onBoost(const PolicyEvent& boost) {
+    Layer& layer = mLayers[boost.layer];
+    const bool begins = boost.kind == PolicyEvent::Kind::kBoost;
+    layer.boostMHzSeconds += layer.boostUntil(boost.timeNs);
+    layer.boostSinceNs = boost.timeNs;
+    layer.boostFreqMHz = begins ? boost.freqMHz : 0;
+    if (begins) ++layer.boosts;
+}
+
+LayerFigures FigureCounter::Layer::figures() const {
+    LayerFigures figures;
+    figures.latencyP50Ns = latencies.percentile(50);
+    figures.latencyP95Ns = latencies.percentile(95);
+    figures.latencyP99Ns = latencies.percentile(99);
+    figures.queueToDisplayP50Ns = queueToDisplay.percentile(50);
+    figures.queueToDisplayP95Ns = queueToDisplay.percentile(95);
+    figures.shown = latencies.count();
+    figures.late = late;
+    figures.dropped = dropped;
+    figures.heldFrames = held.count();
+    figures.heldNs = heldNs;
+    figures.heldP50Ns = held.percentile(50);
+    figures.boosts = boosts;
+    if (letGo > 0) figures.waitingMean = static_cast<double>(waiting) / static_cast<double>(letGo);
+    if (intervals.count() == 0) return figures;
+    const auto count = static_cast<double>(intervals.count());
+    const auto sum = static_cast<double>(intervalsNs);
+    if (sum > 0) figures.fps = count * kNsPerSecond / sum;
+    figures.intervalDeviationNs = deviationOf(intervals, sum / count);
+    return figures;
+}
+
+std::vector<LayerFigures> FigureCounter::figures(int64_t endNs) const {
     std::vector<LayerFigures> figures;
-    figures.reserve(collectors.size());
-    for (Collector& collector : collectors) figures.push_back(collector.figures());
-    addBoosts(run, figures);
+    figures.reserve(mLayers.size());
+    for (const Layer& layer : mLayers) {
+        figures.push_back(layer.figures());
+        figures.back().boostMHzSeconds = layer.boostMHzSeconds + layer.boostUntil(endNs);
+    }
     return figures;
 }
 

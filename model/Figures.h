@@ -8,7 +8,8 @@
 #include <optional>
 #include <vector>
 
-#include "model/DeviceModel.h"
+#include "model/CountedValues.h"
+#include "model/RunListener.h"
 #include "model/Workload.h"
 
 namespace corvane::model {
@@ -45,14 +46,56 @@ struct Showing {
     bool late = false;  // at least one vsync more than is intended
 };
 
-// One entry per frame of the run.
-std::vector<Showing> showings(const Workload& workload, const ModelRun& run,
-                              const std::vector<int64_t>& intendedVsyncs);
+// Tells of each frame of a run, in the run's order.
+class ShowingTracker {
+  public:
+    // `intendedVsyncs` says how many vsyncs apart each layer's frames are meant to be shown: the
+    // recording's cadence, or what a target rate makes of it. The workload must outlive this.
+    ShowingTracker(const Workload& workload, std::vector<int64_t> intendedVsyncs);
 
-// One entry per layer. `intendedVsyncs` says how many vsyncs apart each layer's frames are meant to
-// be shown: the recording's cadence, or what a target rate makes of it.
-std::vector<LayerFigures> measure(const Workload& workload, const ModelRun& run,
-                                  const std::vector<int64_t>& intendedVsyncs);
+    Showing next(const ModelFrame& frame);
+
+  private:
+    const Workload& mWorkload;
+    const std::vector<int64_t> mIntendedVsyncs;
+    std::vector<std::optional<int64_t>> mPrevious;  // per layer, the vsync that showed its last
+};
+
+// Makes the figures of a run while it goes on; its memory does not grow with the run's length.
+class FigureCounter : public RunListener {
+  public:
+    // As ShowingTracker's.
+    FigureCounter(const Workload& workload, std::vector<int64_t> intendedVsyncs);
+
+    void onFrame(const ModelFrame& frame) override;
+    void onBoost(const PolicyEvent& boost) override;
+
+    // One entry per layer, of a run that ended at `endNs`.
+    std::vector<LayerFigures> figures(int64_t endNs) const;
+
+  private:
+    struct Layer {
+        size_t dropped = 0;
+        size_t late = 0;
+        CountedValues latencies, queueToDisplay, held, intervals;  // ns
+        int64_t heldNs = 0;
+        int64_t intervalsNs = 0;  // all of them
+        size_t waiting = 0;       // of all frames that were let go
+        size_t letGo = 0;
+        // The boost in force; 0 MHz for none.
+        int64_t boostSinceNs = 0;
+        int32_t boostFreqMHz = 0;
+        size_t boosts = 0;
+        double boostMHzSeconds = 0;  // of those that have ended
+
+        LayerFigures figures() const;
+        double boostUntil(int64_t endNs) const;
+    };
+
+    const VsyncGrid& mVsyncs;
+    ShowingTracker mShowings;
+    std::vector<Layer> mLayers;
+};
 
 // The cadences that were recorded.
 std::vector<int64_t> recordedCadences(const Workload& workload);

@@ -4,9 +4,8 @@
 #include "model/Fit.h"
 
 #include <cstdlib>
-#include <utility>
 
-#include "model/Percentile.h"
+#include "model/CountedValues.h"
 
 namespace corvane::model {
 namespace {
@@ -30,15 +29,17 @@ std::string likelyReason(const LayerWork& layer, const LayerFit& fit, int64_t pe
 }
 
 // `differences` is how much later each frame was recorded on the screen than the model shows it.
-void fitPresents(std::vector<int64_t> differences, int64_t periodNs, LayerFit& fit) {
-    const int64_t displayNs = percentile(differences, 50);
-    for (int64_t& difference : differences) {
-        difference = std::abs(difference - displayNs);
-        if (difference <= periodNs / 2) ++fit.presentsMet;
+void fitPresents(const CountedValues& differences, int64_t periodNs, LayerFit& fit) {
+    const int64_t displayNs = differences.percentile(50);
+    CountedValues distances;
+    for (const auto& [difference, times] : differences.values()) {
+        const int64_t distance = std::abs(difference - displayNs);
+        distances.add(distance, times);
+        if (distance <= periodNs / 2) fit.presentsMet += times;
     }
-    fit.presents = differences.size();
-    fit.presentP50Ns = percentile(differences, 50);
-    fit.presentP95Ns = percentile(differences, 95);
+    fit.presents = differences.count();
+    fit.presentP50Ns = distances.percentile(50);
+    fit.presentP95Ns = distances.percentile(95);
 }
 
 }  // namespace
@@ -46,8 +47,8 @@ void fitPresents(std::vector<int64_t> differences, int64_t periodNs, LayerFit& f
 std::vector<LayerFit> compareWithRecording(const Recorded& recorded, const Workload& workload,
                                            const ModelRun& run) {
     std::vector<LayerFit> fits(recorded.layers.size());
-    std::vector<std::vector<int64_t>> distances(recorded.layers.size());
-    std::vector<std::vector<int64_t>> presents(recorded.layers.size());
+    std::vector<CountedValues> distances(recorded.layers.size());
+    std::vector<CountedValues> presents(recorded.layers.size());
     for (size_t i = 0; i < fits.size(); ++i) {
         const size_t unseen = static_cast<size_t>(workload.layers[i].initialDepth);
         for (size_t k = unseen; k < recorded.layers[i].frames.size(); ++k) {
@@ -57,21 +58,21 @@ std::vector<LayerFit> compareWithRecording(const Recorded& recorded, const Workl
     for (const ModelFrame& frame : run.frames) {
         const RecordedFrame& original = recorded.layers[frame.layer].frames[frame.index];
         if (frame.queueNs == ModelFrame::kNever) continue;
-        distances[frame.layer].push_back(std::abs(frame.queueNs - *original.queueNs));
+        distances[frame.layer].add(std::abs(frame.queueNs - *original.queueNs));
         if (original.latchNs && frame.latchVsync &&
             *frame.latchVsync == workload.compositor.lastUntil(*original.latchNs)) {
             ++fits[frame.layer].onVsync;
         }
         if (original.shownNs && frame.latchVsync && !frame.superseded) {
-            presents[frame.layer].push_back(*original.shownNs -
-                                            workload.compositor.at(*frame.shownVsync()));
+            presents[frame.layer].add(*original.shownNs -
+                                      workload.compositor.at(*frame.shownVsync()));
         }
     }
     const int64_t periodNs = recorded.rates.front().periodNs;
     for (size_t i = 0; i < fits.size(); ++i) {
-        fits[i].queueP50Ns = percentile(distances[i], 50);
-        fits[i].queueP95Ns = percentile(distances[i], 95);
-        fitPresents(std::move(presents[i]), periodNs, fits[i]);
+        fits[i].queueP50Ns = distances[i].percentile(50);
+        fits[i].queueP95Ns = distances[i].percentile(95);
+        fitPresents(presents[i], periodNs, fits[i]);
         fits[i].likelyReason = likelyReason(workload.layers[i], fits[i], periodNs);
     }
     return fits;

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "model/DeviceModel.h"
 #include "model/Recorded.h"
+#include "model/RunListener.h"
 #include "model/Workload.h"
 
 namespace corvane::model {

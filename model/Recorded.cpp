@@ -44,10 +44,14 @@ void appendTimes(std::vector<int64_t>& times, const std::vector<int64_t>& pass, 
 
 }  // namespace
 
+int64_t passNs(const Recorded& recorded) {
+    return recorded.durationNs + recorded.rates.back().periodNs;
+}
+
 Recorded repeated(const Recorded& recorded, int times) {
     Recorded result = recorded;
     for (int pass = 1; pass < times; ++pass) {
-        const int64_t byNs = result.durationNs + recorded.rates.back().periodNs;
+        const int64_t byNs = pass * passNs(recorded);
         for (const DisplayRate& rate : recorded.rates) {
             result.rates.push_back({rate.fromNs + byNs, rate.periodNs});
         }

@@ -41,8 +41,11 @@ struct Recorded {
     int64_t durationNs = 0;
 };
 
-// The same, `times` (1 or more) times in a row, one period apart. What was still queued at the end
-// is latched by the latches with which the next pass begins; if those are fewer, it is superseded.
+// From one beginning to the next, when it is played several times in a row: one period apart.
+int64_t passNs(const Recorded& recorded);
+
+// The same, `times` (1 or more) times in a row. What was still queued at the end is latched by the
+// latches with which the next pass begins; if those are fewer, it is superseded.
 Recorded repeated(const Recorded& recorded, int times);
 
 }  // namespace corvane::model

@@ -20,33 +20,48 @@ int64_t floorDiv(int64_t a, int64_t b) {
 
 }  // namespace
 
-VsyncGrid::VsyncGrid(const std::vector<int64_t>& recorded, const std::vector<DisplayRate>& rates)
-      : mFirstPeriod(rates.front().periodNs), mLastPeriod(rates.back().periodNs) {
+VsyncGrid::VsyncGrid(const std::vector<int64_t>& recorded, const std::vector<DisplayRate>& rates,
+                     int64_t passes, int64_t passNs)
+      : mPasses(passes),
+        mPassNs(passNs),
+        mFirstPeriod(rates.front().periodNs),
+        mLastPeriod(rates.back().periodNs) {
     mTimes.reserve(recorded.size());
     mTimes.push_back(recorded.front());
     auto rate = rates.begin();
-    for (size_t i = 1; i < recorded.size(); ++i) {
-        const int64_t begin = recorded[i - 1];
-        const int64_t gap = recorded[i] - begin;
+    const auto fillUntil = [&](int64_t begin, int64_t end) {
+        const int64_t gap = end - begin;
         while (std::next(rate) != rates.end() && std::next(rate)->fromNs <= begin) ++rate;
         const int64_t periods = periodsIn(gap, rate->periodNs);
         for (int64_t k = 1; k <= periods; ++k) mTimes.push_back(begin + gap * k / periods);
+    };
+    for (size_t i = 1; i < recorded.size(); ++i) fillUntil(recorded[i - 1], recorded[i]);
+    mInLastPass = static_cast<int64_t>(mTimes.size());
+    if (mPasses > 1) {
+        fillUntil(recorded.back(), recorded.front() + mPassNs);
+        mTimes.pop_back();  // the first of the next pass
     }
+    mPerPass = static_cast<int64_t>(mTimes.size());
+}
+
+int64_t VsyncGrid::lastNs() const {
+    return mTimes[static_cast<size_t>(mInLastPass - 1)] + (mPasses - 1) * mPassNs;
 }
 
 int64_t VsyncGrid::at(int64_t n) const {
-    const auto count = static_cast<int64_t>(mTimes.size());
     if (n < 0) return mTimes.front() + n * mFirstPeriod;
-    if (n >= count) return mTimes.back() + (n - count + 1) * mLastPeriod;
-    return mTimes[static_cast<size_t>(n)];
+    if (n >= count()) return lastNs() + (n - count() + 1) * mLastPeriod;
+    const int64_t pass = std::min(n / mPerPass, mPasses - 1);
+    return mTimes[static_cast<size_t>(n - pass * mPerPass)] + pass * mPassNs;
 }
 
 int64_t VsyncGrid::lastUntil(int64_t timeNs) const {
-    if (timeNs < mTimes.front()) return floorDiv(timeNs - mTimes.front(), mFirstPeriod);
-    if (timeNs >= mTimes.back()) {
-        return static_cast<int64_t>(mTimes.size()) - 1 + (timeNs - mTimes.back()) / mLastPeriod;
-    }
-    return std::upper_bound(mTimes.begin(), mTimes.end(), timeNs) - mTimes.begin() - 1;
+    const int64_t sinceFirstNs = timeNs - mTimes.front();
+    if (sinceFirstNs < 0) return floorDiv(sinceFirstNs, mFirstPeriod);
+    if (timeNs >= lastNs()) return count() - 1 + (timeNs - lastNs()) / mLastPeriod;
+    const int64_t pass = mPasses == 1 ? 0 : std::min(sinceFirstNs / mPassNs, mPasses - 1);
+    const auto next = std::upper_bound(mTimes.begin(), mTimes.end(), timeNs - pass * mPassNs);
+    return pass * mPerPass + (next - mTimes.begin()) - 1;
 }
 
 int64_t VsyncGrid::firstFrom(int64_t timeNs) const {

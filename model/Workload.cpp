@@ -45,6 +45,13 @@ double deviationOf(const std::vector<double>& values) {
     return std::sqrt(squares / static_cast<double>(values.size()));
 }
 
+// Passes that are played and not read, just before the last one.
+struct FurtherPasses {
+    size_t frames;  // of the layer, in each
+    size_t times;
+    int64_t passNs;
+};
+
 // Everything about one layer is read off its recorded frames in one order: buffers, offset of its
 // latches, GPU time, what drives it, and then each frame's work.
 class LayerReader {
@@ -55,7 +62,7 @@ class LayerReader {
         mLayer.name = recorded.name;
     }
 
-    LayerWork read(const LayerOverride& known);
+    LayerWork read(const LayerOverride& known, const FurtherPasses& further);
 
   private:
     struct Latch {
@@ -75,7 +82,7 @@ class LayerReader {
     void readLatches();
     void readGpuTime();
     void readKind(const LayerOverride& known);
-    void readFrames();
+    std::vector<FrameWork> readFrames() const;
     // When the buffer of frame i could be dequeued: the last but one before it had been shown.
     int64_t bufferFreeNs(size_t i) const;
     int64_t readyNs(size_t i) const;
@@ -278,7 +285,9 @@ FrameWork LayerReader::readFrame(size_t i, std::optional<int64_t> previousStartN
     return work;
 }
 
-void LayerReader::readFrames() {
+std::vector<FrameWork> LayerReader::readFrames() const {
+    std::vector<FrameWork> works;
+    works.reserve(count());
     std::optional<int64_t> previousStartNs;
     for (size_t i = 0; i < count(); ++i) {
         FrameWork work;
@@ -289,16 +298,20 @@ void LayerReader::readFrames() {
             work.callNs = std::max<int64_t>(0, frame(i).returnNs.value_or(0) - *frame(i).queueNs);
         }
         work.superseded = isSuperseded(i);
-        mLayer.frames.push_back(work);
+        works.push_back(work);
     }
+    return works;
 }
 
-LayerWork LayerReader::read(const LayerOverride& known) {
+LayerWork LayerReader::read(const LayerOverride& known, const FurtherPasses& further) {
     readQueue(known);
     readLatches();
     readGpuTime();
     readKind(known);
-    readFrames();
+    // The last pass but one is what they are like.
+    mLayer.frames = further.times == 0 ? FrameWorks(readFrames())
+                                       : FrameWorks(readFrames(), count() - 2 * further.frames,
+                                                    further.frames, further.times, further.passNs);
     return std::move(mLayer);
 }
 
@@ -307,20 +320,41 @@ bool hasDequeues(const RecordedLayer& layer) {
                        [](const RecordedFrame& frame) { return frame.dequeueNs.has_value(); });
 }
 
+// Those of a pass that is not the first: what was queued before the recording began is then of the
+// pass before.
+size_t framesPerPass(const RecordedLayer& layer) {
+    return static_cast<size_t>(
+            std::count_if(layer.frames.begin(), layer.frames.end(),
+                          [](const RecordedFrame& frame) { return frame.queueNs.has_value(); }));
+}
+
+int passesToRead(const Recorded& recorded, int passes) {
+    constexpr size_t kFirstMiddleAndLast = 3;
+    size_t frames = 0;
+    for (const RecordedLayer& layer : recorded.layers) frames += framesPerPass(layer);
+    const size_t enough = Workload::kMinFramesRead / std::max<size_t>(frames, 1) + 1;
+    return static_cast<int>(
+            std::min(static_cast<size_t>(passes), std::max(enough, kFirstMiddleAndLast)));
+}
+
 }  // namespace
 
-Workload takeApart(const Recorded& recorded, const std::vector<LayerOverride>& overrides) {
-    const bool ownVsyncs = !recorded.appVsyncs.empty();
-    Workload workload{VsyncGrid(recorded.vsyncs, recorded.rates),
-                      VsyncGrid(ownVsyncs ? recorded.appVsyncs : recorded.vsyncs, recorded.rates),
+Workload takeApart(const Recorded& once, const std::vector<LayerOverride>& overrides, int passes) {
+    const int64_t lengthNs = passNs(once);
+    const bool ownVsyncs = !once.appVsyncs.empty();
+    Workload workload{VsyncGrid(once.vsyncs, once.rates, passes, lengthNs),
+                      VsyncGrid(ownVsyncs ? once.appVsyncs : once.vsyncs, once.rates, passes,
+                                lengthNs),
                       {},
-                      recorded.durationNs,
+                      (passes - 1) * lengthNs + once.durationNs,
                       {}};
     if (!ownVsyncs) {
         workload.assumptions.push_back(
                 "No vsyncs of the applications are recorded: they are taken to be the "
                 "compositor's.");
     }
+    const int read = passesToRead(once, passes);
+    const Recorded recorded = repeated(once, read);
     for (size_t i = 0; i < recorded.layers.size(); ++i) {
         const RecordedLayer& layer = recorded.layers[i];
         if (!hasDequeues(layer)) {
@@ -331,9 +365,12 @@ Workload takeApart(const Recorded& recorded, const std::vector<LayerOverride>& o
         }
         const auto known = std::find_if(overrides.begin(), overrides.end(),
                                         [i](const LayerOverride& o) { return o.layer == i; });
+        const FurtherPasses further{framesPerPass(once.layers[i]),
+                                    static_cast<size_t>(passes - read), lengthNs};
         workload.layers.push_back(
                 LayerReader(layer, workload.compositor, workload.application)
-                        .read(known != overrides.end() ? *known : LayerOverride{i, {}, {}}));
+                        .read(known != overrides.end() ? *known : LayerOverride{i, {}, {}},
+                              further));
     }
     return workload;
 }

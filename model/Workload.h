@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "model/FrameWorks.h"
 #include "model/Recorded.h"
 #include "model/VsyncGrid.h"
 
@@ -18,18 +19,6 @@ namespace corvane::model {
 enum class ProducerKind {
     kFreeRunning,  // its queue call returned, and a buffer is free
     kVsyncDriven,  // after that, the application's next vsync
-};
-
-// One frame of a producer: what it takes to draw it, apart from what it waits for.
-struct FrameWork {
-    int64_t workNs = 0;          // from the start of drawing to handing the buffer over
-    int64_t callNs = 0;          // what is left of the queue call after that
-    bool startsOnVsync = false;  // else as soon as it can
-    // The application's own pace: not sooner after the start of the frame before. 0: it has none.
-    int64_t paceNs = 0;
-    // An application that had nothing to draw: not before this time of the recording.
-    int64_t notBeforeNs = 0;
-    bool superseded = false;  // the compositor took it together with the next one, which it showed
 };
 
 struct LayerWork {
@@ -43,7 +32,7 @@ struct LayerWork {
     int64_t cadence = 1;          // vsyncs from one shown frame to the next, usually
     size_t latches = 0;           // recorded ones
     size_t explainedLatches = 0;  // of them, those that gpuNs explains at the recorded queue times
-    std::vector<FrameWork> frames;
+    FrameWorks frames;
 };
 
 // What somebody who knows better than the recording says of a layer.
@@ -64,6 +53,10 @@ struct Workload {
     // Nothing is drawn for so long only because there is nothing to draw.
     static constexpr int64_t kIdleNs = 100'000'000;
 
+    // Of a recording played many times the first passes and the last are read one by one: at least
+    // as many as have so many frames together, and three. Those between are like the last but one.
+    static constexpr size_t kMinFramesRead = 10'000;
+
     VsyncGrid compositor;
     VsyncGrid application;
     std::vector<LayerWork> layers;
@@ -71,6 +64,8 @@ struct Workload {
     std::vector<std::string> assumptions;  // sentences: what the recording did not tell
 };
 
-Workload takeApart(const Recorded& recorded, const std::vector<LayerOverride>& overrides = {});
+// Of the recording played `passes` (1 or more) times in a row, as repeated() does.
+Workload takeApart(const Recorded& once, const std::vector<LayerOverride>& overrides = {},
+                   int passes = 1);
 
 }  // namespace corvane::model

@@ -19,8 +19,9 @@ namespace {
 std::vector<model::LayerFit> fitsOf(const model::Recorded& recorded,
                                     const model::Workload& workload) {
     model::NonePolicy none;
-    return model::compareWithRecording(recorded, workload,
-                                       model::DeviceModel(workload, none).run());
+    model::ModelRun run;
+    model::DeviceModel(workload, none, run).run();
+    return model::compareWithRecording(recorded, workload, run);
 }
 
 // Between two frames of a layer whose game is configured to a target rate from the beginning; 0 for
@@ -49,7 +50,8 @@ const std::vector<std::string>& policyNames() {
     return sNames;
 }
 
-Comparison prepareComparison(const Recording& recording, int repeat, const Scenario& scenario) {
+Comparison prepareComparison(const Recording& recording, int repeat, const Scenario& scenario,
+                             bool keepsRecords) {
     std::vector<model::LayerOverride> overrides;
     std::vector<model::GpuShare> gpuShares;
     for (size_t i = 0; i < recording.layers.size(); ++i) overrides.push_back({i, {}, {}});
@@ -60,35 +62,46 @@ Comparison prepareComparison(const Recording& recording, int repeat, const Scena
         if (layer.buffers) overrides[*index].buffers = layer.buffers;
         if (layer.gpuShare) gpuShares.push_back({*index, *layer.gpuShare, layer.gpuBaseMHz});
     }
-    const model::Recorded once = modelInput(recording);
-    auto fits = fitsOf(once, model::takeApart(once, overrides));
-    model::Recorded recorded = model::repeated(once, repeat);
-    model::Workload workload = model::takeApart(recorded, overrides);
+    model::Recorded recorded = modelInput(recording);
+    auto fits = fitsOf(recorded, model::takeApart(recorded, overrides));
+    model::Workload workload = model::takeApart(recorded, overrides, repeat);
     std::vector<int64_t> intended = model::recordedCadences(workload);
     for (size_t i = 0; i < intended.size(); ++i) {
         intended[i] = std::max(intended[i], vsyncsOfTarget(scenario, recording, i));
     }
-    // The workload says of each what is needed from here on; an hour has hundreds of thousands.
+    // The workload says of each what is needed from here on.
     for (model::RecordedLayer& layer : recorded.layers) layer.frames = {};
-    return {std::move(recorded),
-            std::move(workload),
-            std::move(intended),
-            std::move(gpuShares),
-            std::move(fits),
-            static_cast<size_t>(repeat),
-            {},
+    return {std::move(recorded), std::move(workload),
+            std::move(intended), std::move(gpuShares),
+            std::move(fits),     static_cast<size_t>(repeat),
+            keepsRecords,        {},
             std::nullopt};
 }
 
-PolicyRun policyRun(const Comparison& comparison, std::string name, model::ModelRun run) {
-    auto figures = model::measure(comparison.workload, run, comparison.intendedVsyncs);
-    return {std::move(name), std::move(run), std::move(figures), 0};
+PolicyRunMaker::PolicyRunMaker(const Comparison& comparison)
+      : mFigures(comparison.workload, comparison.intendedVsyncs),
+        mKeepsRecords(comparison.keepsRecords) {}
+
+void PolicyRunMaker::onFrame(const model::ModelFrame& frame) {
+    mFigures.onFrame(frame);
+    if (mKeepsRecords) mRecords.onFrame(frame);
+}
+
+void PolicyRunMaker::onBoost(const model::PolicyEvent& boost) {
+    mFigures.onBoost(boost);
+    if (mKeepsRecords) mRecords.onBoost(boost);
+}
+
+PolicyRun PolicyRunMaker::take(std::string name, int64_t endNs) {
+    return {std::move(name), endNs, mFigures.figures(endNs), std::move(mRecords), 0};
 }
 
 void addPolicy(Comparison& comparison, const std::string& name) {
     const auto play = [&](model::PacingPolicy&& policy) {
-        model::DeviceModel device(comparison.workload, policy, comparison.gpuShares);
-        comparison.others.push_back(policyRun(comparison, name, device.run()));
+        PolicyRunMaker maker(comparison);
+        model::DeviceModel device(comparison.workload, policy, maker, comparison.gpuShares);
+        const int64_t endNs = device.run();
+        comparison.others.push_back(maker.take(name, endNs));
     };
     if (name == "none") {
         play(model::NonePolicy());

@@ -15,6 +15,7 @@
 #include "model/Figures.h"
 #include "model/Fit.h"
 #include "model/Recorded.h"
+#include "model/RunListener.h"
 #include "model/Workload.h"
 #include "replay/Recording.h"
 #include "replay/Scenario.h"
@@ -25,19 +26,21 @@ namespace corvane::replay {
 // One policy's run of the device model, and what a user would notice of it.
 struct PolicyRun {
     std::string name;  // "none", "interval", "shallow" or "library"
-    model::ModelRun run;
+    int64_t endNs;
     std::vector<model::LayerFigures> figures;  // one per layer
+    model::ModelRun records;                   // nothing unless the comparison keeps them
     size_t serviceCalls = 0;                   // of the library to the performance service
 };
 
 // The recorded device with the library and without it, under the same work.
 struct Comparison {
-    model::Recorded recorded;  // without its frames
-    model::Workload workload;
+    model::Recorded recorded;             // played once, without its frames
+    model::Workload workload;             // of all passes
     std::vector<int64_t> intendedVsyncs;  // per layer, between two of its frames
     std::vector<model::GpuShare> gpuShares;
     std::vector<model::LayerFit> fits;
     size_t passes;                     // of the recording, end to end
+    bool keepsRecords;                 // each frame of each run, for documents that list them
     std::vector<PolicyRun> others;     // those compared with, in the order asked for
     std::optional<PolicyRun> library;  // none: the library was not run
 
@@ -53,13 +56,28 @@ const std::vector<std::string>& policyNames();
 
 // Takes the recording apart, played `repeat` times, and fits the model to it.
 // What the scenario says of layers counts; one that is not in the recording is passed over.
-Comparison prepareComparison(const Recording& recording, int repeat, const Scenario& scenario);
+Comparison prepareComparison(const Recording& recording, int repeat, const Scenario& scenario,
+                             bool keepsRecords);
 
 // Runs a policy without the library; `name` is one of policyNames().
 void addPolicy(Comparison& comparison, const std::string& name);
 
-// A run's figures against the comparison's intentions.
-PolicyRun policyRun(const Comparison& comparison, std::string name, model::ModelRun run);
+// Makes what a comparison tells of a policy while that runs. The comparison must outlive it.
+class PolicyRunMaker : public model::RunListener {
+  public:
+    explicit PolicyRunMaker(const Comparison& comparison);
+
+    void onFrame(const model::ModelFrame& frame) override;
+    void onBoost(const model::PolicyEvent& boost) override;
+
+    // To be called once, for a run that ended at `endNs`.
+    PolicyRun take(std::string name, int64_t endNs);
+
+  private:
+    model::FigureCounter mFigures;
+    const bool mKeepsRecords;
+    model::ModelRun mRecords;
+};
 
 // The table at the end of the text report.
 std::string comparisonText(const Comparison& comparison, const Terminal& terminal);

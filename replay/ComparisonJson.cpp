@@ -13,9 +13,14 @@ Json::Value list() {
     return Json::Value(Json::arrayValue);
 }
 
-Json::Value timesOf(const std::vector<int64_t>& times) {
+Json::Value vsyncsOf(const Comparison& comparison) {
     Json::Value values = list();
-    for (const int64_t timeNs : times) values.append(Json::Int64(timeNs));
+    for (size_t pass = 0; pass < comparison.passes; ++pass) {
+        const int64_t byNs = static_cast<int64_t>(pass) * model::passNs(comparison.recorded);
+        for (const int64_t timeNs : comparison.recorded.vsyncs) {
+            values.append(Json::Int64(timeNs + byNs));
+        }
+    }
     return values;
 }
 
@@ -97,7 +102,7 @@ Json::Value frameOf(const model::ModelFrame& frame, const model::Showing& showin
 Json::Value runOf(const Comparison& comparison, const PolicyRun& run) {
     Json::Value value;
     value["name"] = run.name;
-    value["endNs"] = Json::Int64(run.run.endNs);
+    value["endNs"] = Json::Int64(run.endNs);
     value["serviceCalls"] = Json::UInt64(run.serviceCalls);
     value["figures"] = list();
     for (const model::LayerFigures& layer : run.figures) {
@@ -106,13 +111,13 @@ Json::Value runOf(const Comparison& comparison, const PolicyRun& run) {
         value["figures"].append(std::move(entry));
     }
     value["frames"] = list();
-    const auto showings = model::showings(comparison.workload, run.run, comparison.intendedVsyncs);
-    for (size_t i = 0; i < run.run.frames.size(); ++i) {
+    model::ShowingTracker showings(comparison.workload, comparison.intendedVsyncs);
+    for (const model::ModelFrame& frame : run.records.frames) {
         value["frames"].append(
-                frameOf(run.run.frames[i], showings[i], comparison.workload.compositor));
+                frameOf(frame, showings.next(frame), comparison.workload.compositor));
     }
     value["boosts"] = list();
-    for (const model::PolicyEvent& boost : run.run.boosts) {
+    for (const model::PolicyEvent& boost : run.records.boosts) {
         Json::Value entry;
         entry["atNs"] = Json::Int64(boost.timeNs);
         entry["layer"] = Json::UInt64(boost.layer);
@@ -144,7 +149,7 @@ Json::Value figureKinds() {
 Json::Value comparisonJson(const Comparison& comparison) {
     Json::Value value;
     value["vsyncPeriodNs"] = Json::Int64(comparison.recorded.rates.front().periodNs);
-    value["recordedVsyncsNs"] = timesOf(comparison.recorded.vsyncs);
+    value["recordedVsyncsNs"] = vsyncsOf(comparison);
     value["assumptions"] = list();
     for (const std::string& assumption : comparison.workload.assumptions) {
         value["assumptions"].append(assumption);

@@ -13,11 +13,12 @@ namespace corvane::replay {
 
 ModelPlayer::ModelPlayer(const Recording& recording, Hooks& hooks, int repeat,
                          const model::Workload& workload, std::vector<model::GpuShare> gpuShares,
-                         size_t boostedLayer)
+                         size_t boostedLayer, model::RunListener& listener)
       : Playback(recording, hooks, repeat),
         mWorkload(workload),
         mGpuShares(std::move(gpuShares)),
-        mBoostedLayer(boostedLayer) {}
+        mBoostedLayer(boostedLayer),
+        mListener(listener) {}
 
 PlayResult ModelPlayer::play(const Progress& progress) {
     begin();
@@ -30,9 +31,6 @@ PlayResult ModelPlayer::play(const Progress& progress) {
     PlayResult result = takeResult();
     result.costs.merge(mProducerCosts);
     result.frames = std::move(mFrames);
-    for (const model::ModelFrame& frame : mRun.frames) {
-        if (frame.superseded) ++result.droppedFrames;
-    }
     return result;
 }
 
@@ -49,7 +47,7 @@ void ModelPlayer::runModel(const Progress& progress) {
     };
     LibraryPolicy policy(mRecording, mHooks, mStartNs, mBoostedLayer, std::move(compositor),
                          mStopped);
-    mRun = model::DeviceModel(mWorkload, policy, mGpuShares).run();
+    mModelEndNs = model::DeviceModel(mWorkload, policy, mListener, mGpuShares).run();
     policy.finish();
     mProducerCosts = policy.costs();
     mFrames.reserve(policy.calls().size());

@@ -15,18 +15,20 @@ namespace corvane::replay {
 
 // Plays a recording's work on the device model, paced by the library: a frame that the library
 // holds back lets the next one begin later, and is latched and shown by the device's rules. In
-// simulated time only; the thread that plays owns the simulation.
+// simulated time only; the thread that plays owns the simulation. Which frames the model dropped,
+// its listener knows.
 class ModelPlayer : public Playback {
   public:
-    // The workload is that of the recording played `repeat` times.
+    // The workload is that of the recording played `repeat` times; the listener is told of it on
+    // the thread that plays.
     ModelPlayer(const Recording& recording, Hooks& hooks, int repeat,
                 const model::Workload& workload, std::vector<model::GpuShare> gpuShares,
-                size_t boostedLayer);
+                size_t boostedLayer, model::RunListener& listener);
 
     PlayResult play(const Progress& progress) override;
 
-    // The model's events, when it has played.
-    model::ModelRun takeRun() { return std::move(mRun); }
+    // When the model's run ended, in its time; after play().
+    int64_t modelEndNs() const { return mModelEndNs; }
 
   private:
     void runModel(const Progress& progress);
@@ -35,7 +37,8 @@ class ModelPlayer : public Playback {
     const model::Workload& mWorkload;
     const std::vector<model::GpuShare> mGpuShares;
     const size_t mBoostedLayer;
-    model::ModelRun mRun;
+    model::RunListener& mListener;
+    int64_t mModelEndNs = 0;
     HookCosts mProducerCosts;
     std::vector<PlayedFrame> mFrames;
 };

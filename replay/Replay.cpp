@@ -66,10 +66,12 @@ host::Simulation::Options simulationOptions(const std::optional<uint64_t>& seed)
 
 std::unique_ptr<Playback> makePlayer(const Recording& recording, Hooks& hooks, int repeat,
                                      const Scenario& scenario,
-                                     const std::optional<Comparison>& comparison) {
+                                     const std::optional<Comparison>& comparison,
+                                     std::optional<PolicyRunMaker>& libraryRun) {
     if (!comparison) return std::make_unique<Player>(recording, hooks, repeat);
     return std::make_unique<ModelPlayer>(recording, hooks, repeat, comparison->workload,
-                                         comparison->gpuShares, boostedLayer(scenario, recording));
+                                         comparison->gpuShares, boostedLayer(scenario, recording),
+                                         *libraryRun);
 }
 
 // What a reader of the report should know.
@@ -94,10 +96,8 @@ std::vector<std::string> notesOn(const ReplayInput& input, const Playback& playe
 }
 
 // The library's run, told from the model's events, beside those of the policies asked for.
-void addRuns(Comparison& comparison, ModelPlayer& player, size_t serviceCalls,
-             const std::vector<std::string>& against) {
-    comparison.library = policyRun(comparison, "library", player.takeRun());
-    comparison.library->serviceCalls = serviceCalls;
+void addRuns(Comparison& comparison, PolicyRun library, const std::vector<std::string>& against) {
+    comparison.library = std::move(library);
     for (const std::string& policy : against) addPolicy(comparison, policy);
 }
 
@@ -119,8 +119,13 @@ int replay(const Options& options, const ReplayInput& input) {
     ObservedLibrary library(scenario);
     LibraryHooks hooks;
     std::optional<Comparison> comparison;
-    if (!options.openLoop) comparison = prepareComparison(recording, input.repeat, scenario);
-    const auto player = makePlayer(recording, hooks, input.repeat, scenario, comparison);
+    std::optional<PolicyRunMaker> libraryRun;
+    if (!options.openLoop) {
+        comparison = prepareComparison(recording, input.repeat, scenario, outputs.hasDocuments());
+        libraryRun.emplace(*comparison);
+    }
+    const auto player =
+            makePlayer(recording, hooks, input.repeat, scenario, comparison, libraryRun);
     player->addScript("scenario", actionsOf(scenario));
     player->setFences(fencesOf(scenario, recording));
     const auto application = startApplication(input, *player);
@@ -136,8 +141,11 @@ int replay(const Options& options, const ReplayInput& input) {
     const Evidence evidence = library.takeEvidence();
     const Findings findings = findingsOf(recording, played, evidence);
     if (comparison) {
-        addRuns(*comparison, static_cast<ModelPlayer&>(*player), evidence.calls.size(),
-                options.against);
+        PolicyRun run =
+                libraryRun->take("library", static_cast<ModelPlayer&>(*player).modelEndNs());
+        run.serviceCalls = evidence.calls.size();
+        for (const auto& layer : run.figures) played.droppedFrames += layer.dropped;
+        addRuns(*comparison, std::move(run), options.against);
     }
     ReportSource source{input.file, options.scenario, scenario.description, input.repeat, recording,
                         played,     findings};

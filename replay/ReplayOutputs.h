@@ -23,6 +23,9 @@ class ReplayOutputs {
     static bool isTextApart(const Options& options);
     bool isTextApart() const { return mTextIsApart; }
 
+    // Some output lists each frame.
+    bool hasDocuments() const { return mJson.isOpen() || mPage.isOpen() || mTrace != nullptr; }
+
     // Every output is tried, whatever became of the ones before. Throws Stop with what failed.
     void write(const ReportSource& source, const LibraryTrace& trace);
 

@@ -11,8 +11,10 @@
 #include <numeric>
 #include <optional>
 #include <random>
+#include <tuple>
 #include <utility>
 
+#include "model/CountedValues.h"
 #include "model/DeviceModel.h"
 #include "model/Figures.h"
 #include "model/Fit.h"
@@ -25,6 +27,13 @@ using Random = std::mt19937_64;
 
 int64_t draw(Random& random, int64_t from, int64_t to) {
     return std::uniform_int_distribution<int64_t>(from, to)(random);
+}
+
+ModelRun record(const Workload& workload, PacingPolicy& policy, std::vector<GpuShare> shares,
+                int64_t* endNs) {
+    ModelRun run;
+    *endNs = DeviceModel(workload, policy, run, std::move(shares)).run();
+    return run;
 }
 
 // A phone of one layer that goes on in ticks of a tenth of a millisecond: as plain as can be, and
@@ -70,6 +79,18 @@ Recorded recordOnAPlainPhone(Random& random, bool vsyncDriven) {
     return recorded;
 }
 
+// No pacing, and no waiting for news: a latched frame of the only layer is known by the next vsync.
+class PromptnessPolicy : public NonePolicy, public ModelRun {
+  public:
+    explicit PromptnessPolicy(int initialDepth) : mUnseen(static_cast<size_t>(initialDepth)) {}
+    void latched(size_t, int, int64_t) override { ++mLatched; }
+    void vsync(int64_t) override { EXPECT_GE(frames.size() + mUnseen, mLatched); }
+
+  private:
+    const size_t mUnseen;
+    size_t mLatched = 0;
+};
+
 TEST(DeviceModel, GivesBackWhatAPlainPhoneRecorded) {
     for (uint64_t seed = 0; seed < 60; ++seed) {
         SCOPED_TRACE(seed);
@@ -87,9 +108,10 @@ TEST(DeviceModel, GivesBackWhatAPlainPhoneRecorded) {
         }
         EXPECT_EQ(vsyncDriven, workload.layers[0].kind == ProducerKind::kVsyncDriven)
                 << workload.layers[0].reason;
-        NonePolicy none;
-        const LayerFit fit =
-                compareWithRecording(recorded, workload, DeviceModel(workload, none).run())[0];
+        PromptnessPolicy none(workload.layers[0].initialDepth);
+        DeviceModel(workload, none, none).run();
+        const ModelRun& run = none;
+        const LayerFit fit = compareWithRecording(recorded, workload, run)[0];
         EXPECT_GE(fit.share(), 0.99) << fit.onVsync << " of " << fit.latches;
         EXPECT_EQ(0, fit.queueP95Ns);
         EXPECT_EQ("", fit.likelyReason);
@@ -179,7 +201,8 @@ double meanOf(const std::vector<int64_t>& values) {
 }
 
 // The figures of one layer, from their definitions.
-void expectFigures(const Workload& workload, const ModelRun& run, size_t layer, int64_t intended) {
+void expectFigures(const Workload& workload, const ModelRun& run, int64_t endNs, size_t layer,
+                   int64_t intended) {
     std::vector<int64_t> latencies, toDisplay, intervals, held, waiting;
     double dropped = 0, late = 0, boosts = 0, boosted = 0, squares = 0;
     std::optional<int64_t> before;
@@ -200,7 +223,7 @@ void expectFigures(const Workload& workload, const ModelRun& run, size_t layer, 
     }
     const double interval = meanOf(intervals);
     for (const int64_t ns : intervals) squares += std::pow(static_cast<double>(ns) - interval, 2);
-    int64_t untilNs = run.endNs;
+    int64_t untilNs = endNs;
     for (auto event = run.boosts.rbegin(); event != run.boosts.rend(); ++event) {
         if (event->layer != layer) continue;
         const bool isBoost = event->kind == PolicyEvent::Kind::kBoost;
@@ -208,8 +231,10 @@ void expectFigures(const Workload& workload, const ModelRun& run, size_t layer, 
         boosts += isBoost ? 1 : 0;
         untilNs = event->timeNs;
     }
-    const std::vector<int64_t> cadences(workload.layers.size(), intended);
-    const LayerFigures f = measure(workload, run, cadences)[layer];
+    FigureCounter counter(workload, std::vector<int64_t>(workload.layers.size(), intended));
+    for (const ModelFrame& frame : run.frames) counter.onFrame(frame);
+    for (const PolicyEvent& boost : run.boosts) counter.onBoost(boost);
+    const LayerFigures f = counter.figures(endNs)[layer];
     const auto number = [](auto value) { return static_cast<double>(value); };
     const std::pair<double, double> figures[] = {
             {nearestRank(latencies, 50), number(f.latencyP50Ns)},
@@ -235,8 +260,8 @@ void expectFigures(const Workload& workload, const ModelRun& run, size_t layer, 
     }
 }
 
-void expectTheDevicesRules(const Workload& workload, const ModelRun& run, bool isShallow,
-                           int64_t apart) {
+void expectTheDevicesRules(const Workload& workload, const ModelRun& run, int64_t endNs,
+                           bool isShallow, int64_t apart) {
     const VsyncGrid &compositor = workload.compositor, &app = workload.application;
     std::vector<const ModelFrame*> last(workload.layers.size());
     size_t latched = 0, frames = 0;
@@ -245,7 +270,7 @@ void expectTheDevicesRules(const Workload& workload, const ModelRun& run, bool i
     }
     for (const ModelFrame& frame : run.frames) {
         const LayerWork& layer = workload.layers[frame.layer];
-        const FrameWork& work = layer.frames[frame.index];
+        const FrameWork work = layer.frames[frame.index];
         const ModelFrame* const before = std::exchange(last[frame.layer], &frame);
         if (!frame.latchVsync) continue;
         ++latched;
@@ -270,8 +295,38 @@ void expectTheDevicesRules(const Workload& workload, const ModelRun& run, bool i
     constexpr int64_t kVsyncNs = 150'000'000;
     const int64_t limitNs =
             workload.durationNs * DeviceModel::kMaxStretch + DeviceModel::kMaxOverrunNs;
-    EXPECT_LE(run.endNs, limitNs + kVsyncNs);
-    EXPECT_TRUE(latched == frames || run.endNs > limitNs - kVsyncNs) << latched << " of " << frames;
+    EXPECT_LE(endNs, limitNs + kVsyncNs);
+    EXPECT_TRUE(latched == frames || endNs > limitNs - kVsyncNs) << latched << " of " << frames;
+}
+
+// A recording played many times is taken apart like one that was recorded so.
+void expectTheWorkOfEachPass(Random& random, const Recorded& once, int passes,
+                             const std::vector<LayerOverride>& overrides) {
+    SCOPED_TRACE(testing::Message() << passes << " passes");
+    const Workload played = takeApart(once, overrides, passes);
+    const Workload written = takeApart(repeated(once, passes), overrides);
+    EXPECT_EQ(written.durationNs, played.durationNs);
+    for (size_t i = 0; i < written.layers.size(); ++i) {
+        const FrameWorks &expected = written.layers[i].frames, &actual = played.layers[i].frames;
+        ASSERT_EQ(expected.size(), actual.size());
+        const auto fields = [](const FrameWork& work) {
+            return std::tuple(work.workNs, work.callNs, work.startsOnVsync, work.paceNs,
+                              work.notBeforeNs, work.superseded);
+        };
+        for (size_t k = 0; k < expected.size(); ++k) {
+            ASSERT_EQ(fields(expected[k]), fields(actual[k])) << "layer " << i << " frame " << k;
+        }
+    }
+    const std::pair<const VsyncGrid&, const VsyncGrid&> grids[] =
+            {{written.compositor, played.compositor}, {written.application, played.application}};
+    for (int k = 0; k < 200; ++k) {
+        const int64_t timeNs = draw(random, -played.durationNs / 4, played.durationNs * 5 / 4);
+        for (const auto& [expected, actual] : grids) {
+            const int64_t vsync = expected.lastUntil(timeNs);
+            ASSERT_EQ(vsync, actual.lastUntil(timeNs)) << timeNs;
+            ASSERT_EQ(expected.at(vsync), actual.at(vsync)) << vsync;
+        }
+    }
 }
 
 // Whatever was recorded, a run ends, keeps the device's rules, and gives figures that are right.
@@ -283,7 +338,6 @@ TEST(DeviceModel, KeepsTheDevicesRulesUnderEveryPolicy) {
             recorded = recordOnAPlainPhone(random, seed % 16 == 0);
             recorded.layers.push_back(recordOnAPlainPhone(random, seed % 3 == 0).layers[0]);
         }
-        recorded = repeated(recorded, static_cast<int>(draw(random, 1, 2)));
         std::vector<LayerOverride> overrides;
         std::vector<GpuShare> shares;
         for (size_t i = 0; i < recorded.layers.size(); ++i) {
@@ -293,7 +347,14 @@ TEST(DeviceModel, KeepsTheDevicesRulesUnderEveryPolicy) {
             if (seed % 2 > 0)
                 shares.push_back({i, static_cast<double>(draw(random, 0, 4)) / 4, 400});
         }
-        const Workload workload = takeApart(recorded, overrides);
+        const auto passes = static_cast<int>(draw(random, 1, 3));
+        const Workload workload = takeApart(recorded, overrides, passes);
+        expectTheWorkOfEachPass(random, recorded, passes, overrides);
+        // So many that most are not read one by one.
+        if (seed % 128 == 0 || seed % 16 == 3) {
+            expectTheWorkOfEachPass(random, recorded, static_cast<int>(draw(random, 80, 160)), {});
+        }
+        recorded = repeated(recorded, passes);
         NonePolicy none;
         IntervalPolicy interval(workload.application,
                                 std::vector<int64_t>(recorded.layers.size(), 2));
@@ -302,15 +363,41 @@ TEST(DeviceModel, KeepsTheDevicesRulesUnderEveryPolicy) {
         for (PacingPolicy* policy :
              std::initializer_list<PacingPolicy*>{&none, &interval, &shallow, &erratic}) {
             SCOPED_TRACE(testing::Message() << "seed " << seed << typeid(*policy).name());
-            const ModelRun run = DeviceModel(workload, *policy, shares).run();
-            expectTheDevicesRules(workload, run, policy == &shallow, policy == &interval ? 2 : 0);
+            int64_t endNs = 0;
+            const ModelRun run = record(workload, *policy, shares, &endNs);
+            expectTheDevicesRules(workload, run, endNs, policy == &shallow,
+                                  policy == &interval ? 2 : 0);
             for (size_t i = 0; i < workload.layers.size(); ++i) {
-                expectFigures(workload, run, i, draw(random, 1, 3));
+                expectFigures(workload, run, endNs, i, draw(random, 1, 3));
             }
             for (const LayerFit& fit : compareWithRecording(recorded, workload, run)) {
                 EXPECT_TRUE(fit.onVsync <= fit.latches && fit.presentsMet <= fit.presents);
             }
             if (HasFailure()) return;
+        }
+    }
+}
+
+TEST(CountedValues, CountsEachValueWhileFewDiffer) {
+    constexpr auto kMost = static_cast<int64_t>(CountedValues::kMaxDistinct);
+    for (const int64_t differing : {int64_t{1}, kMost / 2, kMost * 20}) {
+        Random random(static_cast<uint64_t>(differing));
+        CountedValues counted;
+        std::vector<int64_t> values;
+        while (values.size() < 60'000) {
+            const int64_t value = draw(random, -differing / 2, differing / 2);
+            const int64_t times = draw(random, 1, 3);
+            values.insert(values.end(), static_cast<size_t>(times), value);
+            counted.add(value, static_cast<size_t>(times));
+        }
+        EXPECT_EQ(values.size(), counted.count());
+        EXPECT_GE(CountedValues::kMaxDistinct, counted.values().size());
+        for (const size_t percent : {1, 50, 99, 100}) {
+            // A range never has more than twice as many values as it must.
+            const double expected = nearestRank(values, percent);
+            const auto actual = static_cast<double>(counted.percentile(percent));
+            EXPECT_LE(actual, expected);
+            EXPECT_GT(actual + std::max(1.0, 2.0 * differing / kMost), expected) << differing;
         }
     }
 }
