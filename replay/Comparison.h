@@ -3,8 +3,6 @@
 
 #pragma once
 
-#include <json/json.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -17,6 +15,7 @@
 #include "model/Recorded.h"
 #include "model/RunListener.h"
 #include "model/Workload.h"
+#include "replay/JsonStream.h"
 #include "replay/Recording.h"
 #include "replay/Scenario.h"
 #include "replay/Terminal.h"
@@ -83,6 +82,6 @@ class PolicyRunMaker : public model::RunListener {
 std::string comparisonText(const Comparison& comparison, const Terminal& terminal);
 
 // The report's "comparison": fits, assumptions, figures and frames of every policy.
-Json::Value comparisonJson(const Comparison& comparison);
+void writeComparison(const Comparison& comparison, JsonStream& json);
 
 }  // namespace corvane::replay

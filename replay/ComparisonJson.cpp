@@ -9,19 +9,15 @@
 namespace corvane::replay {
 namespace {
 
-Json::Value list() {
-    return Json::Value(Json::arrayValue);
-}
-
-Json::Value vsyncsOf(const Comparison& comparison) {
-    Json::Value values = list();
+void writeVsyncs(const Comparison& comparison, JsonStream& json) {
+    json.beginList("recordedVsyncsNs");
     for (size_t pass = 0; pass < comparison.passes; ++pass) {
         const int64_t byNs = static_cast<int64_t>(pass) * model::passNs(comparison.recorded);
         for (const int64_t timeNs : comparison.recorded.vsyncs) {
-            values.append(Json::Int64(timeNs + byNs));
+            json.element(Json::Int64(timeNs + byNs));
         }
     }
-    return values;
+    json.endList();
 }
 
 const char* unitName(Figure::Unit unit) {
@@ -99,38 +95,40 @@ Json::Value frameOf(const model::ModelFrame& frame, const model::Showing& showin
     return value;
 }
 
-Json::Value runOf(const Comparison& comparison, const PolicyRun& run) {
-    Json::Value value;
-    value["name"] = run.name;
-    value["endNs"] = Json::Int64(run.endNs);
-    value["serviceCalls"] = Json::UInt64(run.serviceCalls);
-    value["figures"] = list();
+void writeRun(const Comparison& comparison, const PolicyRun& run, JsonStream& json) {
+    json.beginObject();
+    json.member("name", run.name);
+    json.member("endNs", Json::Int64(run.endNs));
+    json.member("serviceCalls", Json::UInt64(run.serviceCalls));
+    json.beginList("figures");
     for (const model::LayerFigures& layer : run.figures) {
         Json::Value entry;
         for (const Figure& figure : figures()) entry[figure.jsonKey] = figure.get(layer);
-        value["figures"].append(std::move(entry));
+        json.element(entry);
     }
-    value["frames"] = list();
+    json.endList();
+    json.beginList("frames");
     model::ShowingTracker showings(comparison.workload, comparison.intendedVsyncs);
     for (const model::ModelFrame& frame : run.records.frames) {
-        value["frames"].append(
-                frameOf(frame, showings.next(frame), comparison.workload.compositor));
+        json.element(frameOf(frame, showings.next(frame), comparison.workload.compositor));
     }
-    value["boosts"] = list();
+    json.endList();
+    json.beginList("boosts");
     for (const model::PolicyEvent& boost : run.records.boosts) {
         Json::Value entry;
         entry["atNs"] = Json::Int64(boost.timeNs);
         entry["layer"] = Json::UInt64(boost.layer);
         entry["freqMHz"] = boost.kind == model::PolicyEvent::Kind::kBoost ? boost.freqMHz : 0;
-        value["boosts"].append(std::move(entry));
+        json.element(entry);
     }
-    return value;
+    json.endList();
+    json.endObject();
 }
 
 // How figures are named, rounded and judged, for whoever shows them: the page, and the programs
 // that read the JSON report.
-Json::Value figureKinds() {
-    Json::Value kinds = list();
+void writeFigureKinds(JsonStream& json) {
+    json.beginList("figureKinds");
     for (const Figure& figure : figures()) {
         Json::Value kind;
         kind["key"] = figure.key;
@@ -139,40 +137,40 @@ Json::Value figureKinds() {
         kind["unit"] = unitName(figure.unit);
         kind["better"] = betterName(figure.better);
         kind["resolution"] = shownResolution(figure.unit);
-        kinds.append(std::move(kind));
+        json.element(kind);
     }
-    return kinds;
+    json.endList();
 }
 
 }  // namespace
 
-Json::Value comparisonJson(const Comparison& comparison) {
-    Json::Value value;
-    value["vsyncPeriodNs"] = Json::Int64(comparison.recorded.rates.front().periodNs);
-    value["recordedVsyncsNs"] = vsyncsOf(comparison);
-    value["assumptions"] = list();
-    for (const std::string& assumption : comparison.workload.assumptions) {
-        value["assumptions"].append(assumption);
-    }
-    value["gpuShares"] = list();
+void writeComparison(const Comparison& comparison, JsonStream& json) {
+    json.beginObject("comparison");
+    json.member("vsyncPeriodNs", Json::Int64(comparison.recorded.rates.front().periodNs));
+    json.beginList("assumptions");
+    for (const std::string& assumption : comparison.workload.assumptions) json.element(assumption);
+    json.endList();
+    json.beginList("gpuShares");
     for (const model::GpuShare& share : comparison.gpuShares) {
         Json::Value entry;
         entry["layer"] = Json::UInt64(share.layer);
         entry["share"] = share.share;
         entry["baseFreqMHz"] = share.baseFreqMHz;
-        value["gpuShares"].append(std::move(entry));
+        json.element(entry);
     }
-    value["layers"] = list();
+    json.endList();
+    json.beginList("layers");
     for (size_t i = 0; i < comparison.recorded.layers.size(); ++i) {
-        value["layers"].append(layerOf(comparison, i));
+        json.element(layerOf(comparison, i));
     }
-    value["figureKinds"] = figureKinds();
-    value["policies"] = list();
-    if (comparison.library) value["policies"].append(runOf(comparison, *comparison.library));
-    for (const PolicyRun& other : comparison.others) {
-        value["policies"].append(runOf(comparison, other));
-    }
-    return value;
+    json.endList();
+    writeFigureKinds(json);
+    json.beginList("policies");
+    if (comparison.library) writeRun(comparison, *comparison.library, json);
+    for (const PolicyRun& other : comparison.others) writeRun(comparison, other, json);
+    json.endList();
+    writeVsyncs(comparison, json);
+    json.endObject();
 }
 
 }  // namespace corvane::replay

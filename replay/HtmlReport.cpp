@@ -3,6 +3,7 @@
 
 #include "replay/HtmlReport.h"
 
+#include <string>
 #include <string_view>
 
 #include "replay/PageSources.h"
@@ -12,13 +13,10 @@ namespace {
 
 // JSON that may stand within a script element. The writer escapes whatever is not ASCII, and
 // replaces what is not UTF-8; markup can begin only in a string, where an escape stands as well.
-std::string embedded(const Json::Value& value) {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    const std::string text = Json::writeString(builder, value);
+std::string embedded(std::string_view json) {
     std::string safe;
-    safe.reserve(text.size() + text.size() / 64);
-    for (const char c : text) {
+    safe.reserve(json.size() + json.size() / 64);
+    for (const char c : json) {
         if (c == '<') {
             safe += "\\u003c";
         } else {
@@ -30,19 +28,21 @@ std::string embedded(const Json::Value& value) {
 
 }  // namespace
 
-std::string htmlReport(const Json::Value& document) {
-    std::string page;
+void writeHtmlReport(const ReportSource& source, const JsonStream::Sink& sink) {
     std::string_view rest = kPageMarkup;
     // Replaced in the order in which they stand there, so that nothing is looked for in the data.
-    const auto put = [&](std::string_view mark, std::string_view text) {
+    const auto writeUntil = [&](std::string_view mark) {
         const size_t at = rest.find(mark);
-        page.append(rest.substr(0, at)).append(text);
+        sink(rest.substr(0, at));
         rest.remove_prefix(at + mark.size());
     };
-    put("%STYLE%", kPageStyle);
-    put("%DATA%", embedded(document));
-    put("%SCRIPT%", kPageScript);
-    return page.append(rest);
+    writeUntil("%STYLE%");
+    sink(kPageStyle);
+    writeUntil("%DATA%");
+    writeJsonReport(source, [&](std::string_view piece) { sink(embedded(piece)); });
+    writeUntil("%SCRIPT%");
+    sink(kPageScript);
+    sink(rest);
 }
 
 }  // namespace corvane::replay

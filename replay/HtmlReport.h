@@ -5,13 +5,14 @@
 
 #include <json/json.h>
 
-#include <string>
+#include "replay/JsonStream.h"
+#include "replay/Report.h"
 
 namespace corvane::replay {
 
-// The report as one page for people, which needs no network and no server: it carries `document`,
-// the report for programs, with the script that draws it (replay/page/). Whatever names the
-// document holds, none of them becomes markup or script.
-std::string htmlReport(const Json::Value& document);
+// The report as one page for people, which needs no network and no server: it carries the report
+// for programs, with the script that draws it (replay/page/). Whatever names that holds, none of
+// them becomes markup or script.
+void writeHtmlReport(const ReportSource& source, const JsonStream::Sink& sink);
 
 }  // namespace corvane::replay

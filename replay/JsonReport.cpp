@@ -20,25 +20,35 @@ Json::Value orNull(const std::optional<T>& value) {
     return value ? Json::Value(*value) : Json::Value();
 }
 
+Json::Value textOrNull(const std::string& text) {
+    return text.empty() ? Json::Value() : Json::Value(text);
+}
+
+Json::Value textsOf(const std::vector<std::string>& texts) {
+    Json::Value values = list();
+    for (const std::string& text : texts) values.append(text);
+    return values;
+}
+
 Json::Value timeOrNull(const std::optional<int64_t>& timeNs) {
     return timeNs ? Json::Value(Json::Int64(*timeNs)) : Json::Value();
 }
 
-Json::Value switchesOf(const std::vector<FeatureSwitch>& switches) {
-    Json::Value values = list();
+void writeSwitches(const std::vector<FeatureSwitch>& switches, JsonStream& json) {
+    json.beginList("switches");
     for (const auto& change : switches) {
         Json::Value value;
         value["atNs"] = Json::Int64(change.atNs);
         value["on"] = change.on;
         if (change.targetFps > 0.0) value["targetFps"] = change.targetFps;
         if (change.becauseOfJank) value["becauseOfJank"] = true;
-        values.append(std::move(value));
+        json.element(value);
     }
-    return values;
+    json.endList();
 }
 
-Json::Value boostsOf(const std::vector<Boost>& boosts) {
-    Json::Value values = list();
+void writeBoosts(const char* key, const std::vector<Boost>& boosts, JsonStream& json) {
+    json.beginList(key);
     for (const auto& boost : boosts) {
         Json::Value value;
         value["atNs"] = Json::Int64(boost.atNs);
@@ -48,123 +58,133 @@ Json::Value boostsOf(const std::vector<Boost>& boosts) {
             value["frame"] = Json::UInt64(boost.frame);
             value["sinceQueueNs"] = Json::Int64(boost.sinceQueueNs);
         }
-        values.append(std::move(value));
+        json.element(value);
     }
-    return values;
+    json.endList();
 }
 
-Json::Value featuresOf(const LayerFindings& found) {
-    Json::Value headroom;
-    headroom["switches"] = switchesOf(found.of(FeatureKind::kHeadroom));
-    headroom["headroomNs"] = timeOrNull(found.headroomNs);
-    headroom["inForce"] = list();
+void writeFeatures(const LayerFindings& found, JsonStream& json) {
+    json.beginObject("features");
+    json.beginObject("headroom");
+    writeSwitches(found.of(FeatureKind::kHeadroom), json);
+    json.member("headroomNs", timeOrNull(found.headroomNs));
+    json.beginList("inForce");
     for (const auto& change : found.headroomInForce) {
         Json::Value value;
         value["atNs"] = Json::Int64(change.atNs);
         value["headroomNs"] = Json::Int64(change.headroomNs);
-        headroom["inForce"].append(std::move(value));
+        json.element(value);
     }
-    headroom["held"] = list();
+    json.endList();
     std::vector<int64_t> held, before;
+    json.beginList("held");
     for (const auto& frame : found.held) {
         Json::Value value;
         value["atNs"] = Json::Int64(frame.atNs);
         value["heldNs"] = Json::Int64(frame.heldNs);
         value["beforeVsyncNs"] = timeOrNull(frame.beforeVsyncNs);
-        headroom["held"].append(std::move(value));
+        json.element(value);
         held.push_back(frame.heldNs);
         if (frame.beforeVsyncNs) before.push_back(*frame.beforeVsyncNs);
     }
-    headroom["heldSpread"] = valueOf(spreadOf(held));
-    headroom["beforeVsyncSpread"] = valueOf(spreadOf(before));
+    json.endList();
+    json.member("heldSpread", valueOf(spreadOf(held)));
+    json.member("beforeVsyncSpread", valueOf(spreadOf(before)));
+    json.endObject();
 
-    Json::Value targetFps;
-    targetFps["switches"] = switchesOf(found.of(FeatureKind::kTargetFps));
-    targetFps["pacedSpread"] = valueOf(spreadOf(found.pacedNs));
+    json.beginObject("targetFps");
+    writeSwitches(found.of(FeatureKind::kTargetFps), json);
+    json.member("pacedSpread", valueOf(spreadOf(found.pacedNs)));
+    json.endObject();
 
-    Json::Value rescue;
-    rescue["switches"] = switchesOf(found.of(FeatureKind::kFrameRescue));
-    rescue["boosts"] = boostsOf(found.boosts);
-
-    Json::Value features;
-    features["headroom"] = std::move(headroom);
-    features["targetFps"] = std::move(targetFps);
-    features["frameRescue"] = std::move(rescue);
-    return features;
+    json.beginObject("frameRescue");
+    writeSwitches(found.of(FeatureKind::kFrameRescue), json);
+    writeBoosts("boosts", found.boosts, json);
+    json.endObject();
+    json.endObject();
 }
 
-Json::Value framesOf(const LayerFindings& found) {
-    Json::Value values = list();
+void writeRates(const LayerFindings& found, JsonStream& json) {
+    const bool hasMode = !found.windows.empty() && found.windows.back().mode >= 0;
+    json.member("fps", found.windows.empty() ? Json::Value() : found.windows.back().fps);
+    json.member("fpsOfRun", orNull(found.runFps));
+    json.member("fpsMode", hasMode ? Json::Value(found.windows.back().mode) : Json::Value());
+    json.beginList("fpsWindows");
+    for (const auto& window : found.windows) {
+        Json::Value value;
+        value["atNs"] = Json::Int64(window.atNs);
+        value["fps"] = window.fps;
+        value["mode"] = window.mode >= 0 ? Json::Value(window.mode) : Json::Value();
+        json.element(value);
+    }
+    json.endList();
+    json.beginList("fpsModes");
+    for (const auto& [atNs, mode] : found.modes) {
+        Json::Value value;
+        value["atNs"] = Json::Int64(atNs);
+        value["mode"] = mode;
+        json.element(value);
+    }
+    json.endList();
+}
+
+void writeFrames(const LayerFindings& found, JsonStream& json) {
+    json.beginList("frameRecords");
     for (const auto& frame : found.frames) {
         Json::Value value;
         value["queueNs"] = Json::Int64(frame.queueNs);
         value["returnNs"] = Json::Int64(frame.returnNs);
         value["heldNs"] = Json::Int64(frame.heldNs);
         value["pacedNs"] = Json::Int64(frame.pacedNs);
-        values.append(std::move(value));
+        json.element(value);
     }
-    return values;
+    json.endList();
 }
 
-Json::Value layersOf(const ReportSource& source) {
-    Json::Value values = list();
-    const size_t focusedProcess = source.recording.focusedProcess();
-    for (size_t i = 0; i < source.recording.layers.size(); ++i) {
-        const Layer& layer = source.recording.layers[i];
-        const Process& process = source.recording.processes[layer.process];
-        const LayerFindings& found = source.findings.layers[i];
+void writeLatches(const ReportSource& source, size_t layer, JsonStream& json) {
+    json.beginList("latches");
+    for (const auto& latch : source.played.latches) {
+        if (latch.layer != layer) continue;
         Json::Value value;
-        value["id"] = layer.id;
-        value["name"] = layer.name;
-        value["pid"] = process.pid;
-        value["uid"] = process.uid;
-        value["focused"] = layer.focused.value_or(layer.process == focusedProcess);
-        value["visible"] = layer.visible;
-        const auto& [left, top, right, bottom] = layer.bounds;
-        for (const int32_t edge : {left, top, right, bottom}) value["bounds"].append(edge);
-        value["frames"] = Json::UInt64(layer.frames);
-        value["package"] = found.package.empty() ? Json::Value() : Json::Value(found.package);
-        value["game"] = orNull(found.game);
-        value["weight"] = orNull(found.weight);
-        value["candidateNs"] = timeOrNull(found.candidateNs);
-        value["promotedNs"] = timeOrNull(found.promotedNs);
-        const bool hasMode = !found.windows.empty() && found.windows.back().mode >= 0;
-        value["fps"] = found.windows.empty() ? Json::Value() : found.windows.back().fps;
-        value["fpsOfRun"] = orNull(found.runFps);
-        value["fpsMode"] = hasMode ? Json::Value(found.windows.back().mode) : Json::Value();
-        value["fpsWindows"] = list();
-        for (const auto& window : found.windows) {
-            Json::Value entry;
-            entry["atNs"] = Json::Int64(window.atNs);
-            entry["fps"] = window.fps;
-            entry["mode"] = window.mode >= 0 ? Json::Value(window.mode) : Json::Value();
-            value["fpsWindows"].append(std::move(entry));
-        }
-        value["fpsModes"] = list();
-        for (const auto& [atNs, mode] : found.modes) {
-            Json::Value entry;
-            entry["atNs"] = Json::Int64(atNs);
-            entry["mode"] = mode;
-            value["fpsModes"].append(std::move(entry));
-        }
-        value["features"] = featuresOf(found);
-        value["frameRecords"] = framesOf(found);
-        value["latches"] = list();
-        for (const auto& latch : source.played.latches) {
-            if (latch.layer != i) continue;
-            Json::Value entry;
-            entry["atNs"] = Json::Int64(latch.atNs);
-            entry["count"] = latch.count;
-            entry["pending"] = latch.pending;
-            value["latches"].append(std::move(entry));
-        }
-        values.append(std::move(value));
+        value["atNs"] = Json::Int64(latch.atNs);
+        value["count"] = latch.count;
+        value["pending"] = latch.pending;
+        json.element(value);
     }
-    return values;
+    json.endList();
 }
 
-Json::Value serviceCallsOf(const ReportSource& source) {
-    Json::Value values = list();
+void writeLayer(const ReportSource& source, size_t index, JsonStream& json) {
+    const Layer& layer = source.recording.layers[index];
+    const Process& process = source.recording.processes[layer.process];
+    const LayerFindings& found = source.findings.layers[index];
+    const size_t focusedProcess = source.recording.focusedProcess();
+    json.beginObject();
+    json.member("id", layer.id);
+    json.member("name", layer.name);
+    json.member("pid", process.pid);
+    json.member("uid", process.uid);
+    json.member("focused", layer.focused.value_or(layer.process == focusedProcess));
+    json.member("visible", layer.visible);
+    Json::Value bounds = list();
+    const auto& [left, top, right, bottom] = layer.bounds;
+    for (const int32_t edge : {left, top, right, bottom}) bounds.append(edge);
+    json.member("bounds", bounds);
+    json.member("frames", Json::UInt64(layer.frames));
+    json.member("package", textOrNull(found.package));
+    json.member("game", orNull(found.game));
+    json.member("weight", orNull(found.weight));
+    json.member("candidateNs", timeOrNull(found.candidateNs));
+    json.member("promotedNs", timeOrNull(found.promotedNs));
+    writeRates(found, json);
+    writeFeatures(found, json);
+    writeFrames(found, json);
+    writeLatches(source, index, json);
+    json.endObject();
+}
+
+void writeServiceCalls(const ReportSource& source, JsonStream& json) {
+    json.beginList("serviceCalls");
     for (const auto& call : source.findings.calls) {
         Json::Value value;
         value["entry"] = call.entry;
@@ -175,87 +195,116 @@ Json::Value serviceCallsOf(const ReportSource& source) {
         for (const int arg : call.args) value["args"].append(arg);
         value["result"] = call.result;
         value["thread"] = call.thread;
-        values.append(std::move(value));
+        json.element(value);
     }
-    return values;
+    json.endList();
+}
+
+Json::Value recordingOf(const ReportSource& source) {
+    const Recording& recording = source.recording;
+    Json::Value value;
+    value["file"] = source.recordingFile;
+    value["durationNs"] = Json::Int64(recording.durationNs);
+    value["vsyncPeriodNs"] = Json::Int64(recording.vsyncPeriodNs);
+    value["rateSource"] = recording.rateSource;
+    value["rateChanges"] = list();
+    for (const Rate& change : recording.rateChanges) {
+        Json::Value rate;
+        rate["atNs"] = Json::Int64(change.atNs);
+        rate["vsyncPeriodNs"] = Json::Int64(change.periodNs);
+        value["rateChanges"].append(std::move(rate));
+    }
+    value["vsyncs"] = Json::UInt64(recording.vsyncs);
+    value["frames"] = Json::UInt64(recording.frames);
+    value["linesSkipped"] = Json::UInt64(recording.skippedLines);
+    value["layersLeftOut"] = Json::UInt64(recording.skippedLayers);
+    return value;
+}
+
+Json::Value scenarioOf(const ReportSource& source) {
+    if (source.scenarioFile.empty()) return {};
+    Json::Value value;
+    value["file"] = source.scenarioFile;
+    value["description"] = source.scenarioDescription;
+    return value;
+}
+
+Json::Value replayOf(const ReportSource& source) {
+    const PlayResult& played = source.played;
+    Json::Value value;
+    value["repeat"] = source.repeat;
+    value["stopped"] = played.stopped;
+    value["durationNs"] = Json::Int64(played.durationNs);
+    value["realtime"] = source.isRealtime;
+    value["vsyncLateness"] = source.isRealtime ? valueOf(played.lateness) : Json::Value();
+    value["droppedFrames"] = Json::UInt64(played.droppedFrames);
+    value["missedLatches"] = Json::UInt64(played.missedLatches);
+    return value;
+}
+
+Json::Value fencesOf(const FenceFindings& fences) {
+    Json::Value value;
+    value["told"] = Json::UInt64(fences.told);
+    value["deadlinesSent"] = Json::UInt64(fences.sent);
+    value["filtered"] = Json::UInt64(fences.filtered);
+    value["skipped"] = Json::UInt64(fences.skipped());
+    value["origins"] = textsOf(fences.origins);
+    return value;
+}
+
+void writeHooks(const HookCosts& costs, JsonStream& json) {
+    json.beginList("hooks");
+    for (size_t i = 0; i < static_cast<size_t>(Hook::kCount); ++i) {
+        const auto hook = static_cast<Hook>(i);
+        Json::Value value = valueOf(costs.spread(hook));
+        value["name"] = hookName(hook);
+        json.element(value);
+    }
+    json.endList();
+}
+
+void writeComplaints(const Findings& findings, JsonStream& json) {
+    json.beginList("complaints");
+    for (const auto& [text, count] : findings.complaints) {
+        Json::Value value;
+        value["text"] = text;
+        value["count"] = Json::UInt64(count);
+        json.element(value);
+    }
+    json.endList();
 }
 
 }  // namespace
 
-Json::Value reportDocument(const ReportSource& source) {
-    const Recording& recording = source.recording;
-    const PlayResult& played = source.played;
-    Json::Value root;
-    root["schemaVersion"] = kReportSchemaVersion;
-    root["recording"]["file"] = source.recordingFile;
-    root["recording"]["durationNs"] = Json::Int64(recording.durationNs);
-    root["recording"]["vsyncPeriodNs"] = Json::Int64(recording.vsyncPeriodNs);
-    root["recording"]["rateSource"] = recording.rateSource;
-    root["recording"]["rateChanges"] = list();
-    for (const Rate& change : recording.rateChanges) {
-        Json::Value value;
-        value["atNs"] = Json::Int64(change.atNs);
-        value["vsyncPeriodNs"] = Json::Int64(change.periodNs);
-        root["recording"]["rateChanges"].append(std::move(value));
-    }
-    root["recording"]["vsyncs"] = Json::UInt64(recording.vsyncs);
-    root["recording"]["frames"] = Json::UInt64(recording.frames);
-    root["recording"]["linesSkipped"] = Json::UInt64(recording.skippedLines);
-    root["recording"]["layersLeftOut"] = Json::UInt64(recording.skippedLayers);
-    if (source.scenarioFile.empty()) {
-        root["scenario"] = Json::Value();
+void writeJsonReport(const ReportSource& source, const JsonStream::Sink& sink) {
+    const Findings& findings = source.findings;
+    JsonStream json(sink);
+    json.beginObject();
+    json.member("schemaVersion", kReportSchemaVersion);
+    json.member("recording", recordingOf(source));
+    json.member("scenario", scenarioOf(source));
+    json.member("settings", source.scenario != nullptr
+                                    ? settingsJson(*source.scenario, findings.calls)
+                                    : Json::Value());
+    json.member("notes", textsOf(source.notes));
+    json.member("suggestion", textOrNull(source.suggestion));
+    json.member("replay", replayOf(source));
+    json.beginList("layers");
+    for (size_t i = 0; i < source.recording.layers.size(); ++i) writeLayer(source, i, json);
+    json.endList();
+    writeBoosts("boostsOfNoLayer", findings.unclaimedBoosts, json);
+    json.member("buffersUnblocked", Json::UInt64(findings.unblocked));
+    json.member("fences", fencesOf(findings.fences));
+    json.member("application", source.application ? valueOf(*source.application) : Json::Value());
+    writeServiceCalls(source, json);
+    writeHooks(source.played.costs, json);
+    writeComplaints(findings, json);
+    if (source.comparison != nullptr) {
+        writeComparison(*source.comparison, json);
     } else {
-        root["scenario"]["file"] = source.scenarioFile;
-        root["scenario"]["description"] = source.scenarioDescription;
+        json.member("comparison", Json::Value());
     }
-    root["settings"] = source.scenario != nullptr
-                               ? settingsJson(*source.scenario, source.findings.calls)
-                               : Json::Value();
-    root["notes"] = list();
-    for (const auto& note : source.notes) root["notes"].append(note);
-    root["suggestion"] = source.suggestion.empty() ? Json::Value() : Json::Value(source.suggestion);
-    root["replay"]["repeat"] = source.repeat;
-    root["replay"]["stopped"] = played.stopped;
-    root["replay"]["durationNs"] = Json::Int64(played.durationNs);
-    root["replay"]["realtime"] = source.isRealtime;
-    root["replay"]["vsyncLateness"] = source.isRealtime ? valueOf(played.lateness) : Json::Value();
-    root["replay"]["droppedFrames"] = Json::UInt64(played.droppedFrames);
-    root["replay"]["missedLatches"] = Json::UInt64(played.missedLatches);
-    root["layers"] = layersOf(source);
-    root["boostsOfNoLayer"] = boostsOf(source.findings.unclaimedBoosts);
-    root["serviceCalls"] = serviceCallsOf(source);
-    root["hooks"] = list();
-    for (size_t i = 0; i < static_cast<size_t>(Hook::kCount); ++i) {
-        const auto hook = static_cast<Hook>(i);
-        Json::Value value = valueOf(played.costs.spread(hook));
-        value["name"] = hookName(hook);
-        root["hooks"].append(std::move(value));
-    }
-    root["comparison"] =
-            source.comparison != nullptr ? comparisonJson(*source.comparison) : Json::Value();
-    root["buffersUnblocked"] = Json::UInt64(source.findings.unblocked);
-    const FenceFindings& fences = source.findings.fences;
-    root["fences"]["told"] = Json::UInt64(fences.told);
-    root["fences"]["deadlinesSent"] = Json::UInt64(fences.sent);
-    root["fences"]["filtered"] = Json::UInt64(fences.filtered);
-    root["fences"]["skipped"] = Json::UInt64(fences.skipped());
-    root["fences"]["origins"] = list();
-    for (const auto& origin : fences.origins) root["fences"]["origins"].append(origin);
-    root["application"] = source.application ? valueOf(*source.application) : Json::Value();
-    root["complaints"] = list();
-    for (const auto& [text, count] : source.findings.complaints) {
-        Json::Value value;
-        value["text"] = text;
-        value["count"] = Json::UInt64(count);
-        root["complaints"].append(std::move(value));
-    }
-    return root;
-}
-
-std::string jsonReport(const Json::Value& document) {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "  ";
-    return Json::writeString(builder, document) + "\n";
+    json.endObject();
 }
 
 }  // namespace corvane::replay

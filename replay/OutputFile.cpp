@@ -75,19 +75,22 @@ OutputFile::~OutputFile() {
     if (mFd >= 0) close(mFd);
 }
 
-std::string OutputFile::finish(std::string_view text) {
-    int error = 0;
-    while (!text.empty() && error == 0) {
-        const ssize_t count = write(mFd, text.data(), text.size());
+void OutputFile::write(std::string_view piece) {
+    while (!piece.empty() && mError == 0) {
+        const ssize_t count = ::write(mFd, piece.data(), piece.size());
         if (count > 0) {
-            text.remove_prefix(static_cast<size_t>(count));
+            piece.remove_prefix(static_cast<size_t>(count));
         } else if (count == 0 || errno != EINTR) {
-            error = count == 0 ? EIO : errno;
+            mError = count == 0 ? EIO : errno;
         }
     }
+}
+
+std::string OutputFile::finish(std::string_view last) {
+    write(last);
     // Some file systems tell only now that the disk is full.
-    if (close(std::exchange(mFd, -1)) != 0 && error == 0 && errno != EINTR) error = errno;
-    return error == 0 ? "" : "cannot write " + nameOf(mPath) + ": " + std::strerror(error);
+    if (close(std::exchange(mFd, -1)) != 0 && mError == 0 && errno != EINTR) mError = errno;
+    return mError == 0 ? "" : "cannot write " + nameOf(mPath) + ": " + std::strerror(mError);
 }
 
 }  // namespace corvane::replay

@@ -28,12 +28,16 @@ class OutputFile {
 
     bool isOpen() const { return mFd >= 0; }
     bool isStandardOutput() const { return mPath == kStandardStream; }
-    // Writes the whole text and closes the file. Returns what failed, as a sentence, or nothing.
-    std::string finish(std::string_view text);
+    // The next piece. Once one has failed, nothing more is written.
+    void write(std::string_view piece);
+    // Writes the last piece and closes the file. Returns what failed since it was opened, as a
+    // sentence, or nothing.
+    std::string finish(std::string_view last = {});
 
   private:
     const std::string mPath;
     int mFd = -1;
+    int mError = 0;  // of the first write that failed
 };
 
 }  // namespace corvane::replay

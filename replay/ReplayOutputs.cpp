@@ -3,8 +3,6 @@
 
 #include "replay/ReplayOutputs.h"
 
-#include <json/json.h>
-
 #include <cstdio>
 #include <string>
 #include <string_view>
@@ -50,10 +48,13 @@ void ReplayOutputs::write(const ReportSource& source, const LibraryTrace& trace)
             note(stop.sentence);
         }
     }
-    if (mJson.isOpen() || mPage.isOpen()) {
-        const Json::Value document = reportDocument(source);
-        if (mJson.isOpen()) note(mJson.finish(jsonReport(document)));
-        if (mPage.isOpen()) note(mPage.finish(htmlReport(document)));
+    if (mJson.isOpen()) {
+        writeJsonReport(source, [this](std::string_view piece) { mJson.write(piece); });
+        note(mJson.finish());
+    }
+    if (mPage.isOpen()) {
+        writeHtmlReport(source, [this](std::string_view piece) { mPage.write(piece); });
+        note(mPage.finish());
     }
     if (mTextIsApart) {
         std::fputs(textReport(source).c_str(), stderr);

@@ -3,8 +3,6 @@
 
 #pragma once
 
-#include <json/json.h>
-
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,6 +10,7 @@
 #include "replay/Application.h"
 #include "replay/Comparison.h"
 #include "replay/Findings.h"
+#include "replay/JsonStream.h"
 #include "replay/Player.h"
 #include "replay/Recording.h"
 #include "replay/Scenario.h"
@@ -45,7 +44,6 @@ std::string textReport(const ReportSource& source);
 // The same for programs, one JSON document as report.schema.json describes it; times in nanoseconds
 // from the start of the replay. A change that breaks a reader raises the version.
 constexpr int kReportSchemaVersion = 1;
-Json::Value reportDocument(const ReportSource& source);
-std::string jsonReport(const Json::Value& document);
+void writeJsonReport(const ReportSource& source, const JsonStream::Sink& sink);
 
 }  // namespace corvane::replay
