@@ -17,8 +17,8 @@
 #include <vector>
 
 #include "DescriptorLimit.h"
+#include "FramePathScheduling.h"
 #include "RandomSteps.h"
-#include "RecordedPriorities.h"
 #include "TracedEvents.h"
 #include "corvane/host/Devices.h"
 #include "corvane/host/LogCapture.h"
@@ -494,7 +494,7 @@ TEST_F(GFRMonitorTest, ALateFrameIsBoostedInStagesAndReleasedByTheNext) {
                                                "3 7000000 3000 after 19 msBLT",
                                                "0 4000000 0 after 100 ms"};
     EXPECT_EQ(expected, hints);
-    EXPECT_EQ(RecordedPriorities::ofTheFramePath(), RecordedPriorities::of("BLT"));
+    expectFramePathScheduling("BLT");
 }
 
 TEST_F(GFRMonitorTest, WithoutADeviceTheServiceIsAsked) {

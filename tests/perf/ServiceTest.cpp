@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "DescriptorLimit.h"
+#include "FramePathScheduling.h"
 #include "RandomSteps.h"
-#include "RecordedPriorities.h"
 #include "TracedEvents.h"
 #include "corvane/host/Devices.h"
 #include "corvane/host/LogCapture.h"
@@ -231,7 +231,7 @@ TEST(BoostTest, OneLowLatencyLockAndAWorkerThatKeepsTheClock) {
     EXPECT_NE(0u, proxy.postTaskDelayed(5'000, [&] { ran = Simulation::now(); }));
     Simulation::advance(6'000);
     EXPECT_EQ(kStart + 5'000, ran);
-    EXPECT_EQ(RecordedPriorities::ofTheFramePath(), RecordedPriorities::of("BP"));
+    expectFramePathScheduling("BP");
 }
 
 TEST(BoostTest, TheWorkerStartsStopsOrFails) {

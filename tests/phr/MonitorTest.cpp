@@ -21,8 +21,8 @@
 #include <thread>
 #include <vector>
 
+#include "FramePathScheduling.h"
 #include "RandomSteps.h"
-#include "RecordedPriorities.h"
 #include "TracedEvents.h"
 #include "corvane/host/LogCapture.h"
 #include "corvane/host/PerfService.h"
@@ -735,7 +735,7 @@ TEST_F(MonitorTest, MayFailToStartAndStartLater) {
     start();
     EXPECT_TRUE(monitor.init()) << "it runs already";
     simulation.settle();
-    EXPECT_EQ(RecordedPriorities::ofTheFramePath(), RecordedPriorities::of("PHR"));
+    expectFramePathScheduling("PHR");
 }
 
 // The display switches just before a change gets hold of the layer's record. The layer has been

@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <limits>
 
+#include "corvane/host/Simulation.h"
+
 namespace corvane::host {
 
 constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
@@ -54,6 +56,7 @@ struct SimThread {
     uint64_t yieldedAt = 0;  // the progress when it last yielded
     int uninterrupted = 0;   // depth of Simulation::Uninterrupted
     int exitRounds = 0;      // of pthread key destructors
+    Simulation::Scheduling scheduling{};
     pthread_t handle{};
     void* (*routine)(void*) = nullptr;  // what it is to run
     void* argument = nullptr;

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 
 #include "Scheduler.h"
 
@@ -107,6 +108,14 @@ void Simulation::restartSchedule() {
 
 size_t Simulation::threads() {
     return Scheduler::get().threads();
+}
+
+Simulation::Scheduling Simulation::schedulingOf(const char* threadName) {
+    const ThreadTable& table = Scheduler::get().table();
+    for (const SimThread* thread : table) {
+        if (std::strcmp(table.nameOf(thread->id), threadName) == 0) return thread->scheduling;
+    }
+    return {};
 }
 
 bool Simulation::isOn() {

@@ -1,10 +1,12 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Threads: start, end, join, names and numbers; and the basic blocks of instrumented code.
+// Threads: start, end, join, names, numbers and priorities; and the basic blocks of instrumented
+// code.
 
 #include <pthread.h>
 #include <sched.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -168,6 +170,21 @@ CORVANE_WRAP int __wrap_pthread_setname_np(pthread_t handle, const char* name) {
 CORVANE_WRAP int __wrap_sched_yield() {
     if (Scheduler::self() == nullptr) return sched_yield();
     Scheduler::get().yield(CORVANE_CALLER);
+    return 0;
+}
+
+CORVANE_WRAP int __wrap_setpriority(__priority_which_t which, id_t who, int nice) {
+    SimThread* self = Scheduler::self();
+    if (self == nullptr || which != PRIO_PROCESS || who != 0) return setpriority(which, who, nice);
+    self->scheduling.nice = nice;
+    return 0;
+}
+
+CORVANE_WRAP int __wrap_sched_setscheduler(pid_t thread, int policy, const sched_param* param) {
+    SimThread* self = Scheduler::self();
+    if (self == nullptr || thread != 0) return sched_setscheduler(thread, policy, param);
+    self->scheduling.policy = policy;
+    self->scheduling.priority = param->sched_priority;
     return 0;
 }
 

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <sched.h>
 #include <sys/types.h>
 
 #include <cstddef>
@@ -127,6 +128,16 @@ class __attribute__((visibility("default"))) Simulation {
     static void restartSchedule();
     // Threads that take part and have not ended, the owner among them.
     static size_t threads();
+
+    // What the threads ask of the system's scheduling for themselves counts as done and is not:
+    // taking turns, they gain nothing by it, and the machine would lose the processor to them.
+    struct Scheduling {
+        int nice = 0;
+        int policy = SCHED_OTHER;
+        int priority = 0;  // with SCHED_FIFO and SCHED_RR
+    };
+    // As asked for so far by the thread of this name that has not ended; unchanged for none.
+    static Scheduling schedulingOf(const char* threadName);
 
     // All below: on any thread, simulated or not.
 
