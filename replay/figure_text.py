@@ -27,6 +27,12 @@ def text(kind: Dict[str, Any], value: float, sign: str = "") -> str:
     return bare(kind, value, sign) + UNITS.get(kind["unit"], DEFAULT_UNIT)[1]
 
 
+def span(kind: Dict[str, Any], values: List[float]) -> str:
+    """Their least and their greatest, where these differ."""
+    low, high = text(kind, min(values)), text(kind, max(values))
+    return low if low == high else f"{low} to {high}"
+
+
 def heading(kind: Dict[str, Any]) -> str:
     """The figure's name and, in brackets, the unit of its bare values."""
     return kind["label"] + (f" ({unit(kind)})" if unit(kind) else "")

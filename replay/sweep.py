@@ -10,9 +10,11 @@ import argparse
 import concurrent.futures
 import copy
 import csv
+import glob
 import hashlib
 import itertools
 import json
+import math
 import os
 import shutil
 import subprocess
@@ -34,6 +36,7 @@ KEYS = """settings (--set):
 KEY=FROM:TO:STEP counts up, TO included; KEY=A,B,C lists. headroom, target and rescue are those of the
 scenario's first game.
 """
+RESCUE_FLAGS = ("0", "1", "2")
 MAX_COMBINATIONS = 1_000_000
 # Of a scenario that does not say how often it is played: features come on after a few seconds only.
 DEFAULT_REPEAT = 3
@@ -70,9 +73,12 @@ def parse_settings(texts: List[str]) -> List[Tuple[str, List[str]]]:
 
 def number(key: str, value: str) -> float:
     try:
-        return float(value)
+        found = float(value)
     except ValueError:
-        raise SweepError(f"{key} needs numbers, not '{value}'") from None
+        found = math.nan
+    if not math.isfinite(found):
+        raise SweepError(f"{key} needs numbers, not '{value}'")
+    return found
 
 
 def set_property(scenario: Dict[str, Any], name: str, value: str) -> None:
@@ -106,7 +112,9 @@ def apply(scenario: Dict[str, Any], key: str, value: str) -> None:
     elif key == "rescue" or key.startswith("rescue."):
         rescue = game.setdefault("frameRescue", {"flag": 1, "tunables": "jank=1.3;1.6;1.9"})
         if key == "rescue":
-            rescue["flag"] = int(number(key, value))
+            if value not in RESCUE_FLAGS:
+                raise SweepError(f"rescue needs one of {', '.join(RESCUE_FLAGS)}, not '{value}'")
+            rescue["flag"] = int(value)
         else:
             rescue["tunables"] = set_tunable(rescue["tunables"], key[len("rescue."):], value)
     else:
@@ -128,14 +136,22 @@ class Sweep:
 
     def __init__(self, options: argparse.Namespace):
         self.options = options
-        self.recording, self.scenario = self.load_scenario()
-        self.grid = list(combinations(parse_settings(options.set)))
-        if len(self.grid) > MAX_COMBINATIONS:
-            raise SweepError(f"{len(self.grid)} combinations are more than {MAX_COMBINATIONS}")
-        for combination in self.grid[:1] + self.grid[-1:]:
-            self.scenario_of(combination)  # a key that is wrong says so before anything runs
+        settings = parse_settings(options.set)
+        count = math.prod(len(values) for _, values in settings)
+        if count > MAX_COMBINATIONS:
+            raise SweepError(f"{count} combinations are more than {MAX_COMBINATIONS}")
+        try:
+            self.recording, self.scenario = self.load_scenario()
+            for key, values in settings:
+                for value in values:
+                    self.scenario_of([(key, value)])  # what is wrong says so before anything runs
+        except (AttributeError, KeyError, TypeError):
+            raise SweepError(f"{options.config} is not usable; ./corvane replay --config tells "
+                             "the place") from None
+        self.grid = list(combinations(settings))
+        self.inputs = self.fingerprint()
         self.results = options.results or os.path.join(
-            tempfile.gettempdir(), "corvane-sweep-" + self.fingerprint()[:16])
+            tempfile.gettempdir(), "corvane-sweep-" + self.inputs[:16])
         os.makedirs(self.results, exist_ok=True)
 
     def load_scenario(self) -> Tuple[str, Dict[str, Any]]:
@@ -146,6 +162,8 @@ class Sweep:
                     scenario = json.load(file)
             except (OSError, ValueError) as error:
                 raise SweepError(f"cannot read {self.options.config}: {error}") from None
+        if ":" in self.options.game:
+            raise SweepError("--game takes a package alone; --set tells its features")
         if self.options.game:
             scenario.setdefault("games", []).insert(0, {"package": self.options.game, "weight": 2})
         recording = self.options.recording
@@ -160,9 +178,11 @@ class Sweep:
         return recording, scenario
 
     def fingerprint(self) -> str:
-        """Of everything that the results depend on; the same sweep finds its results again."""
-        digest = hashlib.sha256(json.dumps(self.scenario, sort_keys=True).encode())
-        for path in (self.recording, self.options.program):
+        """Of everything that all results depend on; the same sweep finds its results again."""
+        digest = hashlib.sha256(json.dumps([{**self.scenario, "recording": ""}, self.options.layer],
+                                           sort_keys=True).encode())
+        libraries = os.path.join(os.path.dirname(self.options.program), os.pardir, "*.so")
+        for path in (self.recording, self.options.program, *sorted(glob.glob(libraries))):
             with open(path, "rb") as file:
                 digest.update(hashlib.file_digest(file, "sha256").digest())
         return digest.hexdigest()
@@ -174,12 +194,19 @@ class Sweep:
         return scenario
 
     def result_file(self, combination) -> str:
-        digest = hashlib.sha256(json.dumps(self.scenario_of(combination), sort_keys=True).encode())
+        digest = hashlib.sha256((self.inputs + json.dumps(combination)).encode())
         return os.path.join(self.results, digest.hexdigest()[:24] + ".json")
 
     def mine(self) -> List[Any]:
         index, count = self.options.shard
         return [c for i, c in enumerate(self.grid) if i % count == index - 1]
+
+    def run_first(self, keys: List[str]) -> None:
+        """So that a figure that is none says so before all the others run."""
+        for combination in self.mine()[:1]:
+            self.run_one(combination)
+            with open(self.result_file(combination), encoding="utf-8") as file:
+                ranking([json.load(file)], keys)
 
     def run_one(self, combination) -> None:
         target = self.result_file(combination)
@@ -244,6 +271,7 @@ def summary(report: Dict[str, Any], combination, layer_part: str) -> Dict[str, A
     return {
         "setting": dict(combination),
         "layer": layers[layer]["name"],
+        "anyGame": bool(games),
         "goodFit": layers[layer]["fit"]["good"],
         "kinds": comparison["figureKinds"],
         "library": policies["library"],
@@ -266,18 +294,35 @@ def end_progress() -> None:
         sys.stderr.write("\r" + " " * 70 + "\r")
 
 
-def ranking(results: List[Dict[str, Any]], keys: List[str]) -> List[Dict[str, Any]]:
-    kinds = {kind["key"]: kind for kind in results[0]["kinds"]}
+def order(result: Dict[str, Any], policy: str, keys: List[str]) -> List[float]:
+    """What a result is ranked by: less is better."""
+    kinds = {kind["key"]: kind for kind in result["kinds"]}
     for key in keys:
         if key not in kinds:
             raise SweepError(f"no figure is named '{key}'; there are {', '.join(kinds)}")
+    signs = {"higher": -1}
+    return [signs.get(kinds[key]["better"], 1) * result[policy][kinds[key]["jsonKey"]] for key in keys]
 
-    def order(result):
-        signs = {"higher": -1}
-        return [signs.get(kinds[key]["better"], 1) * result["library"][kinds[key]["jsonKey"]]
-                for key in keys]
 
-    return sorted(results, key=order)
+def ranking(results: List[Dict[str, Any]], keys: List[str]) -> List[Dict[str, Any]]:
+    return sorted(results, key=lambda result: order(result, "library", keys))
+
+
+def remarks(ranked: List[Dict[str, Any]], keys: List[str]) -> List[str]:
+    """What to know before the ranking is believed."""
+    best = ranked[0]
+    said = []
+    if not best["goodFit"]:
+        said.append("The model fits this recording badly: trust the figures little "
+                    "(./corvane replay says why).")
+    if not best["anyGame"]:
+        said.append("The library took no layer for a game, so that no setting of a game came on.")
+    if len({result["none"]["lateFrames"] for result in ranked}) > 1:
+        said.append("Frames are late by each combination's own target, so that late frames of "
+                    "different targets do not compare; --by fps,latency-p95 ranks by what does.")
+    if order(best, "library", keys) >= order(best, "none", keys):
+        said.append("No combination does better by these figures than the phone without the library.")
+    return said
 
 
 def table(results: List[Dict[str, Any]], keys: List[str], rows: int) -> str:
@@ -289,7 +334,8 @@ def table(results: List[Dict[str, Any]], keys: List[str], rows: int) -> str:
         lines.append([str(place)] + list(result["setting"].values()) +
                      [figure_text.text(kinds[key], result["library"][kinds[key]["jsonKey"]]) for key in columns])
     lines.append(["without"] + ["" for _ in names] +
-                 [figure_text.text(kinds[key], results[0]["none"][kinds[key]["jsonKey"]]) for key in columns])
+                 [figure_text.span(kinds[key], [result["none"][kinds[key]["jsonKey"]] for result in results])
+                  for key in columns])
     return figure_text.table(lines)
 
 
@@ -310,6 +356,13 @@ def write_csv(path: str, results: List[Dict[str, Any]]) -> None:
         for result in results:
             writer.writerow(list(result["setting"].values()) +
                             [result["library"][kind["jsonKey"]] for kind in kinds])
+
+
+def positive(text: str) -> int:
+    value = int(text)
+    if value < 1:
+        raise ValueError
+    return value
 
 
 def parse_shard(text: str) -> Tuple[int, int]:
@@ -337,8 +390,8 @@ def parse_arguments() -> argparse.Namespace:
     parser.add_argument("--csv", default="", metavar="FILE", help="also write all results as a table")
     parser.add_argument("--report", default="", metavar="FILE.html",
                         help="also draw the trade-off between the first two figures of --by")
-    parser.add_argument("--rows", type=int, default=10, help="of the ranking (default: %(default)s)")
-    parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="processes at a time")
+    parser.add_argument("--rows", type=positive, default=10, help="of the ranking (default: %(default)s)")
+    parser.add_argument("--jobs", type=positive, default=os.cpu_count(), help="processes at a time")
     parser.add_argument("--shard", type=parse_shard, default=(1, 1), metavar="I/N",
                         help="run only the I-th of N parts; with --results on a shared folder, whoever "
                              "is last ranks them all")
@@ -351,7 +404,10 @@ def parse_arguments() -> argparse.Namespace:
 def main() -> int:
     options = parse_arguments()
     keys = [key for key in options.by.split(",") if key]
+    if not keys:
+        raise SweepError("--by needs a figure")
     sweep = Sweep(options)
+    sweep.run_first(keys)
     sweep.run()
     results, missing = sweep.collect()
     if missing:
@@ -359,18 +415,20 @@ def main() -> int:
               f"{sweep.results}")
         return 0
     ranked = ranking(results, keys)
-    print(f"{len(ranked)} combinations for {ranked[0]['layer']}, ranked by {', '.join(keys)}")
-    if not ranked[0]["goodFit"]:
-        print("The model fits this recording badly: trust the figures little (./corvane replay says why).")
+    said = remarks(ranked, keys)
+    layer = ranked[0]["layer"].encode("unicode_escape").decode()
+    print(f"{len(ranked)} combinations for {layer}, ranked by {', '.join(keys)}")
+    for remark in said:
+        print(remark)
     print(table(ranked, keys, options.rows))
     print(f"Best: {name_of(ranked[0]['setting'].items())}, which a service sets with")
     print(callback_text(ranked[0]))
     if options.csv:
         write_csv(options.csv, ranked)
     if options.report:
-        sweep_page.write(options.report, ranked, keys, callback_text(ranked[0]))
+        sweep_page.write(options.report, ranked, keys, said, callback_text(ranked[0]))
     if not options.results:
-        shutil.rmtree(sweep.results)
+        shutil.rmtree(sweep.results, ignore_errors=True)  # another shard may be at it, too
     return 0
 
 

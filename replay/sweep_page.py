@@ -160,7 +160,7 @@ def rows(ranked: List[Dict[str, Any]], keys: List[str]) -> str:
     return f"<div class='table' tabindex='0'><table><tr>{head}</tr>{''.join(body)}</table></div>"
 
 
-def write(path: str, ranked: List[Dict[str, Any]], keys: List[str], best: str) -> None:
+def write(path: str, ranked: List[Dict[str, Any]], keys: List[str], remarks: List[str], best: str) -> None:
     kinds = {kind["key"]: kind for kind in ranked[0]["kinds"]}
     pair = (keys + [key for key in ("latency-p95", "late-frames") if key not in keys])[:2]
     up, across = kinds[pair[0]], kinds[pair[1]]
@@ -172,6 +172,7 @@ def write(path: str, ranked: List[Dict[str, Any]], keys: List[str], best: str) -
 <title>Sweep of {layer}</title><style>{STYLE}</style></head><body>
 <h1>A sweep of {len(ranked)} combinations</h1>
 <p class="layer">{layer}</p>
+{"".join(f"<p>{html.escape(remark)}</p>" for remark in remarks)}
 {plot(ranked, across, up)}
 {key(keys)}
 <h2>The best, as a service sets it</h2><pre>{html.escape(textwrap.dedent(best))}</pre>
