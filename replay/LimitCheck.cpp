@@ -16,8 +16,10 @@ bool exceedsLimits(const Comparison& comparison, const Findings& findings,
     const auto isGame = [](const LayerFindings& layer) { return layer.game.value_or(false); };
     const bool anyGame = std::any_of(findings.layers.begin(), findings.layers.end(), isGame);
     bool exceeds = false;
+    bool any = false;
     for (size_t i = 0; i < findings.layers.size(); ++i) {
         if (anyGame ? !isGame(findings.layers[i]) : !comparison.isWorthATable(i)) continue;
+        any = true;
         for (const Limit& limit : limits) {
             const double value = limit.figure->get(comparison.library->figures[i]);
             if (limit.above ? value <= limit.value : value >= limit.value) continue;
@@ -27,7 +29,11 @@ bool exceedsLimits(const Comparison& comparison, const Findings& findings,
                          shown(comparison.recorded.layers[i].name).c_str());
         }
     }
-    return exceeds;
+    // A check that looked at nothing has not passed.
+    if (!any && !limits.empty()) {
+        std::fprintf(stderr, "corvane-replay: --fail-if: no layer has frames enough to check\n");
+    }
+    return exceeds || (!any && !limits.empty());
 }
 
 }  // namespace corvane::replay

@@ -293,6 +293,13 @@ OptionsResult parseOptions(int argc, const char* const* argv) {
     if (part.toNs && *part.toNs <= part.fromNs.value_or(0)) {
         return {std::nullopt, "--to must be later than --from"};
     }
+    const bool plays = !options.json.empty() || !options.report.empty() || !options.trace.empty() ||
+                       !options.against.empty() || !options.limits.empty();
+    if (options.list && plays) {
+        return {std::nullopt,
+                "--list plays nothing, so that --json, --report, --trace, --against and --fail-if "
+                "do not go with it"};
+    }
     options.openLoop = options.openLoop || options.realtime;
     if (options.openLoop && !(options.against.empty() && options.limits.empty())) {
         return {std::nullopt,

@@ -66,6 +66,9 @@ def main() -> int:
 if __name__ == "__main__":
     try:
         sys.exit(main())
+    except (AttributeError, IndexError, KeyError, TypeError):
+        sys.stderr.write("corvane compare: these are no reports that ./corvane replay --json wrote\n")
+        sys.exit(EXIT_USAGE)
     except CompareError as error:
         sys.stderr.write(f"corvane compare: {error}\n")
         sys.exit(EXIT_USAGE)

@@ -196,7 +196,8 @@ class Page {
   fitLine(layer) {
     const meant = plural(layer.intendedVsyncs, 'vsync');
     return `${layer.producer} (${shown(layer.producerReason)}), ${layer.buffers} buffers, a frame every `
-      + `${meant} intended; the model gives back ${percent(layer.fit.share)} of the recorded latches`;
+      + `${meant} intended; ${layer.fit.latches === 0 ? 'no latch is recorded to fit the model to'
+        : `the model gives back ${percent(layer.fit.share)} of the recorded latches`}`;
   }
 
   tableRow(layer, figure) {
@@ -253,13 +254,14 @@ class Page {
       html('td', {}, layer.buffers), html('td', {}, millis(layer.latchOffsetNs)),
       html('td', {}, millis(layer.gpuNs)),
       html('td', { 'data-layer': layer.index, 'data-fit': 'share', 'data-value': layer.fit.share },
-        `${percent(layer.fit.share)} (${layer.fit.onVsync} of ${layer.fit.latches})`),
+        layer.fit.latches === 0 ? 'none recorded'
+          : `${percent(layer.fit.share)} (${layer.fit.onVsync} of ${layer.fit.latches})`),
       html('td', { 'data-layer': layer.index, 'data-fit': 'queueP50Ns', 'data-value': layer.fit.queueP50Ns },
         millis(layer.fit.queueP50Ns)),
       html('td', { 'data-layer': layer.index, 'data-fit': 'queueP95Ns', 'data-value': layer.fit.queueP95Ns },
         millis(layer.fit.queueP95Ns)),
       html('td', {}, html('span', { class: layer.fit.good ? 'tag better' : 'tag worse' },
-        layer.fit.good ? 'good' : 'bad'))));
+        layer.fit.latches === 0 ? 'not known' : layer.fit.good ? 'good' : 'bad'))));
     section.append(this.wide(html('table', {}, html('thead', {}, html('tr', {},
       head.map((text) => html('th', { scope: 'col', class: texts.includes(text) ? 'text' : '' }, text)))),
     html('tbody', {}, rows))));

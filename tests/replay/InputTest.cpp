@@ -50,7 +50,7 @@ std::string textOf(const std::vector<ServiceCallback>& callbacks) {
 TEST(Options, AreTakenInEitherForm) {
     const Options options =
             parse("--repeat 3 --json=out.json - --trace t --config c.json --default-config d.json "
-                  "--game com.a:headroom=80,target=30,rescue=1 --game=com.b --list --from 1.5 "
+                  "--game com.a:headroom=80,target=30,rescue=1 --game=com.b --from 1.5 "
                   "--to=2 --layer x --refresh-rate 60,120@1.5")
                     .options.value();
     EXPECT_EQ(options.recording + options.json + options.trace + options.scenario +
@@ -62,7 +62,6 @@ TEST(Options, AreTakenInEitherForm) {
               "com.a 4187: 0 0 80 1 80; com.a 4171: 3000; "
               "com.a:jank=1.3;1.6;1.9_baseFreq=500;800;3000 4189: 0 1; ");
     EXPECT_EQ(options.additions.properties.size(), 2U);
-    EXPECT_TRUE(options.list);
     EXPECT_EQ(options.part.fromNs, 1'500'000'000);
     EXPECT_EQ(options.part.toNs, 2'000'000'000);
     EXPECT_EQ(options.additions.refreshRates.at(1).atNs, 1'500'000'000);
@@ -92,6 +91,7 @@ TEST(Options, WrongOnesGetOneClearLine) {
     EXPECT_EQ(parse("a.txt --json").error.find("option --json needs"), 0U);
     EXPECT_EQ(parse("a.txt --json=").error.find("option --json needs"), 0U);
     EXPECT_EQ(parse("a.txt --from 2 --to 2").error.find("--to must"), 0U);
+    EXPECT_EQ(parse("a.txt --list --fail-if fps<1").error.find("--list plays nothing"), 0U);
     EXPECT_EQ(parse("''").error, "the recording's name is empty");
 }
 
