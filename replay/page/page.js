@@ -65,7 +65,7 @@ class Page {
       seconds(recording.durationNs, 2),
       `display at ${hertz(recording.vsyncPeriodNs)} (${millis(recording.vsyncPeriodNs)})`,
       plural(doc.layers.length, 'layer'),
-      `${counted(recording.frames)}\u00a0frames`,
+      `${counted(recording.frames)}\u00a0frame${recording.frames === 1 ? '' : 's'}`,
       replay.stopped ? 'stopped before its end'
         : replay.repeat === 1 ? 'played once' : `played ${replay.repeat} times`,
     ];
