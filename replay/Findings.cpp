@@ -3,12 +3,9 @@
 
 #include "replay/Findings.h"
 
-#include <android/log.h>
-
 #include <algorithm>
 #include <cstdio>
-#include <iterator>
-#include <map>
+#include <string_view>
 #include <unordered_map>
 
 #include "replay/FtraceParser.h"
@@ -19,30 +16,24 @@ namespace {
 constexpr int kGameRequest = 5633;  // the service's game classification and weight
 constexpr int kIsGame = 2;          // its answer for a game
 constexpr int kFrameRescueEvent = 4186;
-// Only a debug line to the library, but what a scenario's author has to know.
-constexpr std::string_view kHeadroomSwitchedOff = "set PhrMinRate fail, Quick Touch disable!";
 
 bool startsWith(std::string_view text, std::string_view prefix) {
     return text.substr(0, prefix.size()) == prefix;
 }
 
-// The text behind the last `mark`. Layer names, which may hold anything, stand before it.
-const char* behindLast(const std::string& text, std::string_view mark) {
-    const size_t at = text.rfind(mark);
-    return at == std::string::npos ? nullptr : text.c_str() + at + mark.size();
-}
-
 class Collector {
   public:
-    Collector(const Recording& recording, const PlayResult& played)
-          : mRecording(recording), mPlayed(played) {
-        mFindings.layers.resize(recording.layers.size());
+    Collector(const Recording& recording, const PlayResult& played, Findings ofLog)
+          : mRecording(recording),
+            mPlayed(played),
+            mFindings(std::move(ofLog)),
+            mNextFrame(recording.layers.size()) {
         for (size_t i = 0; i < recording.layers.size(); ++i) mById[recording.layers[i].id] = i;
-        for (const auto& frame : played.frames) {
+        for (const PlayedFrame frame : played.frames) {
             mFindings.layers[frame.layer].frames.push_back({frame.callNs, frame.returnNs});
         }
         std::vector<size_t> busyRuns(recording.layers.size());
-        for (const auto& latch : played.latches) {
+        for (const PlayedLatch latch : played.latches) {
             size_t& run = busyRuns[latch.layer];
             run = latch.pending > 0 ? run + 1 : 0;
             auto& longest = mFindings.layers[latch.layer].longestBusyRun;
@@ -57,13 +48,12 @@ class Collector {
         }
     }
 
-    void readLog(const std::vector<host::LogLine>& log);
-    void readCalls(const std::vector<host::PerfCall>& calls);
+    void readCalls(std::vector<host::PerfCall> calls);
     void readTrace(const LibraryTrace& trace);
-    void readBoosts(const std::vector<host::BoostRequest>& requests);
-    void readFences(const std::vector<host::FenceDeadline>& deadlines) {
+    void readBoosts(const Spool<host::BoostRequest>& requests);
+    void readFences(size_t deadlines) {
         mFindings.fences.told = mPlayed.fences;
-        mFindings.fences.sent = deadlines.size();
+        mFindings.fences.sent = deadlines;
     }
     Findings take() { return std::move(mFindings); }
 
@@ -76,9 +66,16 @@ class Collector {
         int64_t pacedSinceNs = -1;
     };
 
-    LayerFindings* layer(int id) {
+    // A held buffer for which no vsync has come since its release.
+    struct Release {
+        size_t layer;
+        size_t held;  // its index there
+        int64_t atNs;
+    };
+
+    std::optional<size_t> layer(int id) const {
         const auto entry = mById.find(id);
-        return entry == mById.end() ? nullptr : &mFindings.layers[entry->second];
+        return entry == mById.end() ? std::nullopt : std::optional(entry->second);
     }
     // The library's trace has microseconds; this much earlier than it was a time may be written.
     static constexpr int64_t kTraceGrainNs = 1'000;
@@ -86,117 +83,32 @@ class Collector {
 
     int64_t sinceStart(int64_t timeNs) const { return timeNs - mPlayed.startNs; }
 
-    void readStartLine(const std::string& text);
-    FrameRecord* frameAt(int layerId, int64_t traceTimeNs);
-    void readRegistryLine(const std::string& text, int64_t atNs);
-    void readFeatureLine(const std::string& text, int64_t atNs);
-    void addSwitch(int id, FeatureKind kind, FeatureSwitch change);
+    size_t framesUntil(size_t layer, int64_t FrameRecord::*time, int64_t untilNs);
+    void addToFrame(size_t layer, int64_t traceTimeNs, int64_t FrameRecord::*part, int64_t partNs);
     void onBegin(const TraceEvent& event, Queueing& queueing);
     void addHeadroomInForce(int layerId, int64_t atNs, int64_t headroomNs);
     void addHeld(const Queueing& queueing, int64_t releaseNs);
-    void placeReleases();
+    void addPaced(const Queueing& queueing, int64_t wokenNs);
+    void onVsync(int64_t atNs);
+    bool place(const Release& release, int64_t vsyncNs);
     int layerOfPackage(const std::string& package) const;
     void addBoost(int id, int64_t atNs, int level, int freqMHz);
 
     const Recording& mRecording;
     const PlayResult& mPlayed;
     std::unordered_map<int, size_t> mById;
-    int mHeadroomOffId = 0;  // the layer whose headroom control was switched off last
-    std::vector<int64_t> mVsyncs;
+    int64_t mLastVsyncNs = INT64_MIN;  // of those in the trace
+    std::vector<Release> mReleases;
     struct DeviceTrace {
         int level, freqMHz, id;
     };
-    std::vector<DeviceTrace> mDeviceTrace;
+    Spool<DeviceTrace> mDeviceTrace;
     Findings mFindings;
+    std::vector<size_t> mNextFrame;  // by layers: one behind what was looked for last
 };
 
-void Collector::readLog(const std::vector<host::LogLine>& log) {
-    std::map<std::string, size_t> index;
-    for (const auto& line : log) {
-        const int64_t atNs = sinceStart(line.timeNs);
-        if (line.priority >= ANDROID_LOG_WARN || line.text == kHeadroomSwitchedOff) {
-            const auto [entry, isNew] = index.emplace(line.text, mFindings.complaints.size());
-            if (isNew) mFindings.complaints.emplace_back(line.text, 0);
-            ++mFindings.complaints[entry->second].second;
-        }
-        if (startsWith(line.text, "[GPU JANK DETECTION] fence origin: ")) {
-            mFindings.fences.origins.push_back(line.text);
-        }
-        mFindings.debugLog |= line.priority == ANDROID_LOG_DEBUG;
-        readStartLine(line.text);
-        readRegistryLine(line.text, atNs);
-        readFeatureLine(line.text, atNs);
-    }
-}
-
-void Collector::readStartLine(const std::string& text) {
-    long long periodNs = 0;
-    if (startsWith(text, "[TFPS:")) {
-        mFindings.switchLine = text;
-    } else if (std::sscanf(text.c_str(), "vsync: %lld", &periodNs) == 1 && periodNs > 0) {
-        mFindings.displayHz.push_back(kNsPerSecond / static_cast<double>(periodNs));
-    }
-}
-
-void Collector::readRegistryLine(const std::string& text, int64_t atNs) {
-    int id = 0;
-    int mode = 0;
-    double fps = 0.0;
-    if (std::sscanf(text.c_str(), "Add new candidate layer: %d [", &id) == 1) {
-        auto* found = layer(id);
-        if (found != nullptr && !found->candidateNs) found->candidateNs = atNs;
-    } else if (startsWith(text, "Add new layer to full tracking: [")) {
-        const char* rest = behindLast(text, "] layer ");
-        auto* found = rest != nullptr && std::sscanf(rest, "%d", &id) == 1 ? layer(id) : nullptr;
-        if (found != nullptr && !found->promotedNs) found->promotedNs = atNs;
-    } else if (std::sscanf(text.c_str(), "Stable FPS shift detected for layer %d: %lf (mode -> %d)",
-                           &id, &fps, &mode) == 3) {
-        if (auto* found = layer(id)) found->modes.emplace_back(atNs, mode);
-    } else if (std::sscanf(text.c_str(), "FPS:%lf[", &fps) == 1) {
-        const char* rest = behindLast(text, "] layer ");
-        if (rest == nullptr || std::sscanf(rest, "%d, (%*d, %*d) mode:%d", &id, &mode) != 2) return;
-        if (auto* found = layer(id)) found->windows.push_back({atNs, fps, mode});
-    }
-}
-
-void Collector::readFeatureLine(const std::string& text, int64_t atNs) {
-    int id = 0;
-    double fps = 0.0;
-    char word[32] = {};
-    char rest = 0;
-    long long headroomNs = 0;
-    if (std::sscanf(text.c_str(), "Layer %d set headroom: %lld", &id, &headroomNs) == 2) {
-        if (auto* found = layer(id)) found->headroomNs = headroomNs;
-    } else if (std::sscanf(text.c_str(), "Layer %d: enable target fps: %lf", &id, &fps) == 2) {
-        addSwitch(id, FeatureKind::kTargetFps, {atNs, true, fps});
-    } else if (std::sscanf(text.c_str(), "Layer %d: %31[a-z] target fp%c", &id, word, &rest) == 3) {
-        addSwitch(id, FeatureKind::kTargetFps, {atNs, false});
-    } else if (std::sscanf(text.c_str(), "Layer %d: %31[a-z] PH%c", &id, word, &rest) == 3) {
-        addSwitch(id, FeatureKind::kHeadroom, {atNs, std::string_view(word) == "enable"});
-    } else if (text == "Disable QuickTouch due to jank") {
-        // Says no layer, but follows the switch that it explains.
-        auto* found = layer(mHeadroomOffId);
-        if (found == nullptr) return;
-        found->switches[static_cast<size_t>(FeatureKind::kHeadroom)].back().becauseOfJank = true;
-    } else if (std::sscanf(text.c_str(), "Layer %d %31[a-z] GF%c", &id, word, &rest) == 3) {
-        addSwitch(id, FeatureKind::kFrameRescue, {atNs, std::string_view(word) == "enable"});
-    }
-}
-
-// The library confirms switches that change nothing as well; only changes are told.
-void Collector::addSwitch(int id, FeatureKind kind, FeatureSwitch change) {
-    auto* found = layer(id);
-    if (found == nullptr) return;
-    auto& switches = found->switches[static_cast<size_t>(kind)];
-    const bool wasOn = !switches.empty() && switches.back().on;
-    const double wasTarget = switches.empty() ? 0.0 : switches.back().targetFps;
-    if (change.on == wasOn && change.targetFps == wasTarget) return;
-    switches.push_back(change);
-    if (kind == FeatureKind::kHeadroom && !change.on) mHeadroomOffId = id;
-}
-
-void Collector::readCalls(const std::vector<host::PerfCall>& calls) {
-    mFindings.calls = calls;
+void Collector::readCalls(std::vector<host::PerfCall> calls) {
+    mFindings.calls = std::move(calls);
     for (auto& call : mFindings.calls) {
         call.timeNs = sinceStart(call.timeNs);
         if (call.number != kGameRequest || call.package.empty()) continue;
@@ -240,26 +152,19 @@ void Collector::readTrace(const LibraryTrace& trace) {
                 break;
             case TraceEvent::Kind::kEnd:
                 // Nothing is traced within the sleep, so this is its end.
-                if (queueing.pacedSinceNs < 0) break;
-                if (auto* found = layer(queueing.layerId)) {
-                    found->pacedNs.push_back(event.timeNs - queueing.pacedSinceNs);
-                    if (auto* frame = frameAt(queueing.layerId, queueing.pacedSinceNs)) {
-                        frame->pacedNs = found->pacedNs.back();
-                    }
-                }
+                if (queueing.pacedSinceNs >= 0) addPaced(queueing, event.timeNs);
                 queueing.pacedSinceNs = -1;
                 break;
             case TraceEvent::Kind::kCounter:
                 break;
         }
     });
-    placeReleases();
 }
 
 void Collector::onBegin(const TraceEvent& event, Queueing& queueing) {
     long long headroomNs = 0;
     if (event.name == "onVsync") {
-        mVsyncs.push_back(event.timeNs);
+        onVsync(event.timeNs);
     } else if (event.name == "delay finish" || event.name == "additional delay") {
         queueing.held = true;
     } else if (event.name == "unblockBuffer") {
@@ -284,60 +189,86 @@ void Collector::onBegin(const TraceEvent& event, Queueing& queueing) {
 }
 
 void Collector::addHeadroomInForce(int layerId, int64_t atNs, int64_t headroomNs) {
-    auto* found = layer(layerId);
-    if (found == nullptr) return;
-    auto& changes = found->headroomInForce;
+    const auto index = layer(layerId);
+    if (!index) return;
+    auto& changes = mFindings.layers[*index].headroomInForce;
     if (changes.empty() || changes.back().headroomNs != headroomNs) {
         changes.push_back({atNs, headroomNs});
     }
 }
 
 void Collector::addHeld(const Queueing& queueing, int64_t releaseNs) {
-    auto* found = layer(queueing.layerId);
-    if (found == nullptr) return;
-    found->held.push_back(
-            {sinceStart(queueing.sinceNs), releaseNs - queueing.sinceNs, std::nullopt});
-    if (auto* frame = frameAt(queueing.layerId, queueing.sinceNs)) {
-        frame->heldNs = found->held.back().heldNs;
-    }
+    const auto index = layer(queueing.layerId);
+    if (!index) return;
+    auto& held = mFindings.layers[*index].held;
+    const int64_t heldNs = releaseNs - queueing.sinceNs;
+    held.push_back({sinceStart(queueing.sinceNs), heldNs, std::nullopt});
+    addToFrame(*index, queueing.sinceNs, &FrameRecord::heldNs, heldNs);
+    const Release release{*index, held.size() - 1, releaseNs};
+    // A vsync of the same microsecond may have been written before.
+    if (!place(release, mLastVsyncNs)) mReleases.push_back(release);
 }
 
-// The buffer within whose call the library traced something; null for none.
-FrameRecord* Collector::frameAt(int layerId, int64_t traceTimeNs) {
-    auto* found = layer(layerId);
-    if (found == nullptr) return nullptr;
-    const int64_t latestNs = sinceStart(traceTimeNs) + kTraceGrainNs;
-    auto& frames = found->frames;
-    const auto next = std::partition_point(frames.begin(), frames.end(), [&](const auto& frame) {
-        return frame.queueNs <= latestNs;
-    });
-    if (next == frames.begin() || std::prev(next)->returnNs < sinceStart(traceTimeNs))
-        return nullptr;
-    return &*std::prev(next);
+void Collector::addPaced(const Queueing& queueing, int64_t wokenNs) {
+    const auto index = layer(queueing.layerId);
+    if (!index) return;
+    const int64_t pacedNs = wokenNs - queueing.pacedSinceNs;
+    ++mFindings.layers[*index].pacedNs[pacedNs];
+    addToFrame(*index, queueing.pacedSinceNs, &FrameRecord::pacedNs, pacedNs);
 }
 
-void Collector::placeReleases() {
-    for (auto& found : mFindings.layers) {
-        for (auto& frame : found.held) {
-            const int64_t releaseNs = mPlayed.startNs + frame.atNs + frame.heldNs;
-            const auto next = std::lower_bound(mVsyncs.begin(), mVsyncs.end(), releaseNs);
-            if (next != mVsyncs.end()) frame.beforeVsyncNs = *next - releaseNs;
-        }
-    }
+void Collector::onVsync(int64_t atNs) {
+    mLastVsyncNs = atNs;
+    mReleases.erase(std::remove_if(mReleases.begin(), mReleases.end(),
+                                   [&](const Release& release) { return place(release, atNs); }),
+                    mReleases.end());
+}
+
+// Whether the vsync came after the release, which is then told of the held buffer.
+bool Collector::place(const Release& release, int64_t vsyncNs) {
+    if (vsyncNs < release.atNs) return false;
+    auto& held = mFindings.layers[release.layer].held;
+    HeldFrame frame = held[release.held];
+    frame.beforeVsyncNs = vsyncNs - release.atNs;
+    held.set(release.held, frame);
+    return true;
+}
+
+// How many of the layer's buffers have this time up to `untilNs`. They are in its order, and what
+// is looked for mostly goes forward.
+size_t Collector::framesUntil(size_t layer, int64_t FrameRecord::*time, int64_t untilNs) {
+    const auto& frames = mFindings.layers[layer].frames;
+    size_t& next = mNextFrame[layer];
+    while (next < frames.size() && frames[next].*time <= untilNs) ++next;
+    while (next > 0 && frames[next - 1].*time > untilNs) --next;
+    return next;
+}
+
+// To the buffer within whose call the library traced something, if there is one.
+void Collector::addToFrame(size_t layer, int64_t traceTimeNs, int64_t FrameRecord::*part,
+                           int64_t partNs) {
+    const int64_t atNs = sinceStart(traceTimeNs);
+    const size_t next = framesUntil(layer, &FrameRecord::queueNs, atNs + kTraceGrainNs);
+    if (next == 0) return;
+    auto& frames = mFindings.layers[layer].frames;
+    FrameRecord frame = frames[next - 1];
+    if (frame.returnNs < atNs) return;
+    frame.*part = partNs;
+    frames.set(next - 1, frame);
 }
 
 // The device is told the level and frequency alone; the trace, written right before each request,
 // adds the layer.
-void Collector::readBoosts(const std::vector<host::BoostRequest>& requests) {
-    auto traced = mDeviceTrace.begin();
-    for (const auto& request : requests) {
-        const auto match = std::find_if(traced, mDeviceTrace.end(), [&](const DeviceTrace& t) {
-            return t.level == request.level && t.freqMHz == request.freqMHz;
-        });
+void Collector::readBoosts(const Spool<host::BoostRequest>& requests) {
+    size_t traced = 0;
+    for (const host::BoostRequest request : requests) {
         int id = 0;
-        if (match != mDeviceTrace.end()) {
-            id = match->id;
-            traced = std::next(match);
+        for (size_t i = traced; i < mDeviceTrace.size(); ++i) {
+            const DeviceTrace written = mDeviceTrace[i];
+            if (written.level != request.level || written.freqMHz != request.freqMHz) continue;
+            id = written.id;
+            traced = i + 1;
+            break;
         }
         addBoost(id, sinceStart(request.timeNs), request.level, request.freqMHz);
     }
@@ -362,33 +293,37 @@ int Collector::layerOfPackage(const std::string& package) const {
 
 void Collector::addBoost(int id, int64_t atNs, int level, int freqMHz) {
     Boost boost{atNs, level, freqMHz, 0, 0};
-    const auto entry = mById.find(id);
-    if (entry == mById.end()) {
+    const auto index = layer(id);
+    if (!index) {
         mFindings.unclaimedBoosts.push_back(boost);
         return;
     }
+    auto& found = mFindings.layers[*index];
     // A release comes from within the next buffer's call, a boost after the late buffer's.
-    const auto& frames = mFindings.layers[entry->second].frames;
-    const auto next = std::partition_point(frames.begin(), frames.end(), [&](const auto& frame) {
-        return (level == 0 ? frame.queueNs : frame.returnNs) <= atNs;
-    });
-    if (next != frames.begin()) {
-        boost.frame = static_cast<size_t>(next - frames.begin());
-        boost.sinceQueueNs = atNs - std::prev(next)->queueNs;
-    }
-    mFindings.layers[entry->second].boosts.push_back(boost);
+    boost.frame =
+            framesUntil(*index, level == 0 ? &FrameRecord::queueNs : &FrameRecord::returnNs, atNs);
+    if (boost.frame > 0) boost.sinceQueueNs = atNs - found.frames[boost.frame - 1].queueNs;
+    found.boosts.push_back(boost);
 }
 
 }  // namespace
 
-Findings findingsOf(const Recording& recording, const PlayResult& played,
-                    const Evidence& evidence) {
-    Collector collector(recording, played);
-    collector.readLog(evidence.log);
-    collector.readCalls(evidence.calls);
+HeldSpreads spreadsOf(const Spool<HeldFrame>& frames) {
+    ValueCounts held, beforeVsync;
+    for (const HeldFrame frame : frames) {
+        ++held[frame.heldNs];
+        if (frame.beforeVsyncNs) ++beforeVsync[*frame.beforeVsyncNs];
+    }
+    return {spreadOf(held), spreadOf(beforeVsync)};
+}
+
+Findings findingsOf(const Recording& recording, const PlayResult& played, Evidence evidence) {
+    Collector collector(recording, played, std::move(evidence.ofLog));
+    collector.readCalls(std::move(evidence.calls));
     if (evidence.trace != nullptr) collector.readTrace(*evidence.trace);
     collector.readBoosts(evidence.boosts);
     collector.readFences(evidence.deadlines);
+    SpoolFile::check();  // before a report is begun
     return collector.take();
 }
 

@@ -14,11 +14,12 @@
 #include <vector>
 
 #include "corvane/host/Devices.h"
-#include "corvane/host/LogCapture.h"
 #include "corvane/host/PerfService.h"
+#include "replay/HookCosts.h"
 #include "replay/LibraryTrace.h"
 #include "replay/Player.h"
 #include "replay/Recording.h"
+#include "replay/Spool.h"
 
 namespace corvane::replay {
 
@@ -30,6 +31,12 @@ struct FpsWindow {
     int64_t atNs;
     double fps;
     int mode;  // accepted by then; -1 for none
+};
+
+// A mode that was accepted.
+struct ModeChange {
+    int64_t atNs;
+    int mode;
 };
 
 enum class FeatureKind : size_t { kHeadroom, kTargetFps, kFrameRescue, kCount };
@@ -62,6 +69,13 @@ struct HeldFrame {
     std::optional<int64_t> beforeVsyncNs;  // from its release to the next vsync, if one followed
 };
 
+// How long buffers were held, and how long before the next vsync they were released.
+struct HeldSpreads {
+    Spread held;
+    Spread beforeVsync;
+};
+HeldSpreads spreadsOf(const Spool<HeldFrame>& frames);
+
 // One frame-rescue request; level 0 releases an earlier one.
 struct Boost {
     int64_t atNs;
@@ -77,20 +91,20 @@ struct LayerFindings {
     std::string package;  // as the library told it to the service
     std::optional<bool> game;
     std::optional<int> weight;
-    std::vector<FpsWindow> windows;
-    std::vector<std::pair<int64_t, int>> modes;  // time and value of each mode that was accepted
-    std::array<std::vector<FeatureSwitch>, static_cast<size_t>(FeatureKind::kCount)> switches;
-    std::optional<int64_t> headroomNs;             // as configured, when last set
-    std::vector<HeadroomInForce> headroomInForce;  // its changes, as frames met them
-    std::vector<HeldFrame> held;
-    std::vector<int64_t> pacedNs;  // how long target-FPS pacing let the producer sleep
-    std::vector<Boost> boosts;
-    std::vector<FrameRecord> frames;  // all that were played, in order
-    size_t longestBusyRun = 0;        // of latches in a row, each of which left a buffer waiting
+    Spool<FpsWindow> windows;
+    Spool<ModeChange> modes;
+    std::array<Spool<FeatureSwitch>, static_cast<size_t>(FeatureKind::kCount)> switches;
+    std::optional<int64_t> headroomNs;       // as configured, when last set
+    Spool<HeadroomInForce> headroomInForce;  // its changes, as frames met them
+    Spool<HeldFrame> held;
+    ValueCounts pacedNs;        // how long target-FPS pacing let the producer sleep
+    Spool<Boost> boosts;        // the device's in the order of their times, then the service's
+    Spool<FrameRecord> frames;  // all that were played, in order
+    size_t longestBusyRun = 0;  // of latches in a row, each of which left a buffer waiting
     // Of the whole run, from the first buffer to the last; none for fewer than two.
     std::optional<double> runFps;
 
-    const std::vector<FeatureSwitch>& of(FeatureKind kind) const {
+    const Spool<FeatureSwitch>& of(FeatureKind kind) const {
         return switches[static_cast<size_t>(kind)];
     }
 };
@@ -114,20 +128,21 @@ struct Findings {
     size_t unblocked = 0;               // held buffers that the compositor's smart touch let go
     std::vector<host::PerfCall> calls;  // with times from the start of the replay
     FenceFindings fences;
-    std::vector<Boost> unclaimedBoosts;  // whose layer the trace does not tell
+    Spool<Boost> unclaimedBoosts;  // whose layer the trace does not tell
     // Warnings and errors that the library logged, with how often.
     std::vector<std::pair<std::string, size_t>> complaints;
 };
 
 // The raw material, with times as systemTime gave them.
 struct Evidence {
-    std::vector<host::LogLine> log;
+    Findings ofLog;  // what the log tells, with a place for each layer
     std::vector<host::PerfCall> calls;
-    std::vector<host::BoostRequest> boosts;
-    std::vector<host::FenceDeadline> deadlines;
+    Spool<host::BoostRequest> boosts;
+    size_t deadlines = 0;                 // sent to sync files
     const LibraryTrace* trace = nullptr;  // none: nothing was traced
 };
 
-Findings findingsOf(const Recording& recording, const PlayResult& played, const Evidence& evidence);
+// Throws Stop when something of it cannot be kept or read.
+Findings findingsOf(const Recording& recording, const PlayResult& played, Evidence evidence);
 
 }  // namespace corvane::replay

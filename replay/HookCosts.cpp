@@ -49,13 +49,7 @@ const char* hookName(Hook hook) {
     return "";
 }
 
-Spread spreadOf(const std::vector<int64_t>& values) {
-    ValueCounts counts;
-    for (const int64_t value : values) ++counts[value];
-    return spreadOfCounts(counts);
-}
-
-Spread spreadOfCounts(const ValueCounts& counts) {
+Spread spreadOf(const ValueCounts& counts) {
     if (counts.empty()) return {};
     Spread spread;
     for (const auto& [value, count] : counts) spread.count += count;

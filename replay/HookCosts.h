@@ -9,7 +9,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
-#include <vector>
 
 namespace corvane::replay {
 
@@ -38,6 +37,9 @@ enum class Hook : size_t {
 
 const char* hookName(Hook hook);
 
+// How often each value came: in simulated time few differ, however long a replay lasts.
+using ValueCounts = std::map<int64_t, size_t>;
+
 // Median, 99th percentile and maximum of a set of values, by the nearest-rank rule; all 0 when
 // empty.
 struct Spread {
@@ -46,11 +48,7 @@ struct Spread {
     int64_t p99 = 0;
     int64_t max = 0;
 };
-Spread spreadOf(const std::vector<int64_t>& values);
-
-// How often each value came: in simulated time few differ, however long a replay lasts.
-using ValueCounts = std::map<int64_t, size_t>;
-Spread spreadOfCounts(const ValueCounts& counts);
+Spread spreadOf(const ValueCounts& counts);
 
 // What each hook call cost, waits inside the hook included. Not synchronised: every thread fills
 // one of its own, and they are merged when the threads have ended.
@@ -67,7 +65,7 @@ class HookCosts {
     }
 
     void merge(const HookCosts& other);
-    Spread spread(Hook hook) const { return spreadOfCounts(mCosts[static_cast<size_t>(hook)]); }
+    Spread spread(Hook hook) const { return spreadOf(mCosts[static_cast<size_t>(hook)]); }
 
   private:
     std::array<ValueCounts, static_cast<size_t>(Hook::kCount)> mCosts;

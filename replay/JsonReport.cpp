@@ -34,7 +34,7 @@ Json::Value timeOrNull(const std::optional<int64_t>& timeNs) {
     return timeNs ? Json::Value(Json::Int64(*timeNs)) : Json::Value();
 }
 
-void writeSwitches(const std::vector<FeatureSwitch>& switches, JsonStream& json) {
+void writeSwitches(const Spool<FeatureSwitch>& switches, JsonStream& json) {
     json.beginList("switches");
     for (const auto& change : switches) {
         Json::Value value;
@@ -47,7 +47,7 @@ void writeSwitches(const std::vector<FeatureSwitch>& switches, JsonStream& json)
     json.endList();
 }
 
-void writeBoosts(const char* key, const std::vector<Boost>& boosts, JsonStream& json) {
+void writeBoosts(const char* key, const Spool<Boost>& boosts, JsonStream& json) {
     json.beginList(key);
     for (const auto& boost : boosts) {
         Json::Value value;
@@ -76,7 +76,6 @@ void writeFeatures(const LayerFindings& found, JsonStream& json) {
         json.element(value);
     }
     json.endList();
-    std::vector<int64_t> held, before;
     json.beginList("held");
     for (const auto& frame : found.held) {
         Json::Value value;
@@ -84,12 +83,11 @@ void writeFeatures(const LayerFindings& found, JsonStream& json) {
         value["heldNs"] = Json::Int64(frame.heldNs);
         value["beforeVsyncNs"] = timeOrNull(frame.beforeVsyncNs);
         json.element(value);
-        held.push_back(frame.heldNs);
-        if (frame.beforeVsyncNs) before.push_back(*frame.beforeVsyncNs);
     }
     json.endList();
-    json.member("heldSpread", valueOf(spreadOf(held)));
-    json.member("beforeVsyncSpread", valueOf(spreadOf(before)));
+    const auto [held, beforeVsync] = spreadsOf(found.held);
+    json.member("heldSpread", valueOf(held));
+    json.member("beforeVsyncSpread", valueOf(beforeVsync));
     json.endObject();
 
     json.beginObject("targetFps");

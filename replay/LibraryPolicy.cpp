@@ -77,7 +77,7 @@ void LibraryPolicy::runProducer(size_t index) {
         const int64_t returnNs = now();
         lock.lock();
         mCosts.merge(costs);
-        mCalls.push_back({index, callNs, returnNs});
+        mFrames.push_back({index, callNs, returnNs});
         mEvents.push_back({returnNs, model::PolicyEvent::Kind::kRelease, index});
         mHappened.notify_all();
     }

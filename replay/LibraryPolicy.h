@@ -12,12 +12,15 @@
 #include <mutex>
 #include <optional>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "model/PacingPolicy.h"
 #include "replay/HookCosts.h"
 #include "replay/Hooks.h"
+#include "replay/Playback.h"
 #include "replay/Recording.h"
+#include "replay/Spool.h"
 
 namespace corvane::replay {
 
@@ -35,13 +38,6 @@ class LibraryPolicy : public model::PacingPolicy {
         std::function<void(size_t layer, int waiting, int64_t nowNs)> latched = [](size_t, int,
                                                                                    int64_t) {};
     };
-    // A buffer's way through the queue hook, in the model's time.
-    struct Call {
-        size_t layer;
-        int64_t callNs;
-        int64_t returnNs;
-    };
-
     // Boosts count for `boostedLayer`: the device is told of frequencies alone.
     // When `stopped` becomes true the run ends.
     LibraryPolicy(const Recording& recording, Hooks& hooks, int64_t startNs, size_t boostedLayer,
@@ -55,10 +51,10 @@ class LibraryPolicy : public model::PacingPolicy {
     void vsync(int64_t nowNs) override;
     std::optional<model::PolicyEvent> advance(int64_t untilNs) override;
 
-    // Waits for the buffers that are still held. Then calls() has all calls of the queue hook, in
-    // the order of their returns, and costs() what they cost.
+    // Waits for the buffers that are still held. Then takeFrames() has all that went through the
+    // queue hook, in the order of their returns, and costs() what the hook cost.
     void finish();
-    const std::vector<Call>& calls() const { return mCalls; }
+    Spool<PlayedFrame> takeFrames() { return std::move(mFrames); }
     const HookCosts& costs() const { return mCosts; }
 
   private:
@@ -82,7 +78,7 @@ class LibraryPolicy : public model::PacingPolicy {
     std::condition_variable mHappened;  // mEvents has something new
     std::vector<Producer> mProducers;
     std::list<model::PolicyEvent> mEvents;
-    std::vector<Call> mCalls;
+    Spool<PlayedFrame> mFrames;
     HookCosts mCosts;
     bool mEnds = false;
 };

@@ -3,7 +3,6 @@
 
 #include "replay/ModelPlayer.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "replay/LibraryPolicy.h"
@@ -50,12 +49,7 @@ void ModelPlayer::runModel(const Progress& progress) {
     mModelEndNs = model::DeviceModel(mWorkload, policy, mListener, mGpuShares).run();
     policy.finish();
     mProducerCosts = policy.costs();
-    mFrames.reserve(policy.calls().size());
-    for (const LibraryPolicy::Call& call : policy.calls()) {
-        mFrames.push_back({call.layer, call.callNs, call.returnNs});
-    }
-    std::stable_sort(mFrames.begin(), mFrames.end(),
-                     [](const auto& a, const auto& b) { return a.callNs < b.callNs; });
+    mFrames = policy.takeFrames();
 }
 
 // The display's period at this time of the pass.

@@ -40,7 +40,7 @@ class ModelPlayer : public Playback {
     model::RunListener& mListener;
     int64_t mModelEndNs = 0;
     HookCosts mProducerCosts;
-    std::vector<PlayedFrame> mFrames;
+    Spool<PlayedFrame> mFrames;
 };
 
 }  // namespace corvane::replay

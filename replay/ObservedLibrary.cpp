@@ -5,13 +5,19 @@
 
 #include <corvane/hooks.h>
 
+#include <utility>
+
 #include "corvane/host/Devices.h"
 #include "corvane/host/PerfService.h"
 #include "replay/Phone.h"
 
 namespace corvane::replay {
 
-ObservedLibrary::ObservedLibrary(const Scenario& scenario) {
+ObservedLibrary::ObservedLibrary(const Scenario& scenario, const Recording& recording)
+      : mRecording(recording) {
+    host::BoostDevice::setSink(
+            [this](const host::BoostRequest& request) { mBoosts.push_back(request); });
+    host::SyncFiles::setSink([this](const host::FenceDeadline&) { ++mDeadlines; });
     setUpPhone(scenario);
     mCosts.measure(Hook::kInit, [this] { mEnabled = corvaneInit(0, 0); });
     for (const auto& game : scenario.games) {
@@ -24,10 +30,30 @@ void ObservedLibrary::query() {
     mCosts.measure(Hook::kIsTargetFpsActive, [] { corvaneIsTargetFpsActive(); });
 }
 
+ObservedLibrary::~ObservedLibrary() {
+    endReading();
+}
+
+void ObservedLibrary::begin(int64_t startNs, bool readsAlong) {
+    mDigest.emplace(mRecording, startNs);
+    if (readsAlong) readLog();
+}
+
+void ObservedLibrary::readLog() {
+    mLog.setSink([this](const host::LogLine& line) { mDigest->add(line); });
+}
+
+void ObservedLibrary::endReading() {
+    mLog.setSink(nullptr);
+    host::BoostDevice::setSink(nullptr);
+    host::SyncFiles::setSink(nullptr);
+}
+
 Evidence ObservedLibrary::takeEvidence() {
     mTrace.end();
-    return {mLog.lines(), host::PerfService::calls(), host::BoostDevice::requests(),
-            host::SyncFiles::deadlines(), &mTrace};
+    readLog();
+    endReading();
+    return {mDigest->take(), host::PerfService::calls(), std::move(mBoosts), mDeadlines, &mTrace};
 }
 
 }  // namespace corvane::replay

@@ -3,11 +3,19 @@
 
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+#include "corvane/host/Devices.h"
 #include "corvane/host/LogCapture.h"
 #include "replay/Findings.h"
 #include "replay/HookCosts.h"
 #include "replay/LibraryTrace.h"
+#include "replay/LogDigest.h"
+#include "replay/Recording.h"
 #include "replay/Scenario.h"
+#include "replay/Spool.h"
 
 namespace corvane::replay {
 
@@ -16,7 +24,8 @@ namespace corvane::replay {
 class ObservedLibrary {
   public:
     // Throws Stop.
-    explicit ObservedLibrary(const Scenario& scenario);
+    ObservedLibrary(const Scenario& scenario, const Recording& recording);
+    ~ObservedLibrary();
     ObservedLibrary(const ObservedLibrary&) = delete;
     ObservedLibrary& operator=(const ObservedLibrary&) = delete;
 
@@ -26,12 +35,22 @@ class ObservedLibrary {
     // Of the start and of the queries.
     const HookCosts& costs() const { return mCosts; }
 
-    // What it did until now; ends the trace, which stays here. Throws Stop.
+    // The replay starts at this systemTime. Reading along, log lines are read as they come, so that
+    // none is kept; else at the end, so that reading costs the library no time.
+    void begin(int64_t startNs, bool readsAlong);
+    // What it did until now; ends the trace, which stays here. After begin(), once. Throws Stop.
     Evidence takeEvidence();
     const LibraryTrace& trace() const { return mTrace; }
 
   private:
-    const host::LogCapture mLog;
+    void readLog();
+    void endReading();
+
+    const Recording& mRecording;
+    host::LogCapture mLog;
+    std::optional<LogDigest> mDigest;   // filled with the log's lock held
+    Spool<host::BoostRequest> mBoosts;  // filled with the device's lock held, as the next
+    size_t mDeadlines = 0;
     LibraryTrace mTrace;
     HookCosts mCosts;
     bool mEnabled = false;

@@ -137,7 +137,7 @@ PlayResult Playback::takeResult() {
     result.stopped = mStopped;
     result.latches = std::move(mLatches);
     result.fences = mToldFences;
-    result.lateness = spreadOfCounts(mVsyncLateness);
+    result.lateness = spreadOf(mVsyncLateness);
     result.costs.merge(mCompositorCosts);
     for (const Script& script : mScripts) result.costs.merge(script.costs);
     return result;

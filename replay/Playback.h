@@ -17,6 +17,7 @@
 #include "replay/HookCosts.h"
 #include "replay/Hooks.h"
 #include "replay/Recording.h"
+#include "replay/Spool.h"
 
 namespace corvane::replay {
 
@@ -57,8 +58,8 @@ struct PlayResult {
     int64_t durationNs = 0;
     bool stopped = false;  // before its end
     HookCosts costs;
-    std::vector<PlayedFrame> frames;  // in the order of their calls
-    std::vector<PlayedLatch> latches;
+    Spool<PlayedFrame> frames;  // those of one layer in the order of their calls
+    Spool<PlayedLatch> latches;
     size_t droppedFrames = 0;  // never drawn, since their producer was still held back
     size_t missedLatches = 0;  // buffers that a recorded latch took and this one did not find
     size_t fences = 0;         // told as unsignalled
@@ -148,7 +149,7 @@ class Playback {
     int64_t mPeriodNs = 0;
     HookCosts mCompositorCosts;
     ValueCounts mVsyncLateness;
-    std::vector<PlayedLatch> mLatches;
+    Spool<PlayedLatch> mLatches;
     std::vector<size_t> mLatched;  // per layer, frames latched so far
     std::vector<int> mOpenFences;  // recorded since the last flush
     size_t mToldFences = 0;

@@ -92,10 +92,8 @@ PlayResult Player::play(const Progress& progress) {
     for (auto& producer : mProducers) {
         result.costs.merge(producer.costs);
         result.droppedFrames += producer.dropped;
-        result.frames.insert(result.frames.end(), producer.frames.begin(), producer.frames.end());
+        for (const PlayedFrame frame : producer.frames) result.frames.push_back(frame);
     }
-    std::stable_sort(result.frames.begin(), result.frames.end(),
-                     [](const auto& a, const auto& b) { return a.callNs < b.callNs; });
     return result;
 }
 

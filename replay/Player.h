@@ -46,7 +46,7 @@ class Player : public Playback {
         std::vector<size_t> toNext;   // from each, how many steps on the layer queues again
         std::vector<int64_t> drawNs;  // of each, from getting the buffer to queueing it; 0: unknown
         HookCosts costs;
-        std::vector<PlayedFrame> frames;
+        Spool<PlayedFrame> frames;
         size_t dropped = 0;
     };
 

@@ -116,7 +116,7 @@ int replay(const Options& options, const ReplayInput& input) {
     ReplayOutputs outputs(options);
     std::optional<host::Simulation> simulation;
     if (!options.realtime) simulation.emplace(simulationOptions(options.seed));
-    ObservedLibrary library(scenario);
+    ObservedLibrary library(scenario, recording);
     LibraryHooks hooks;
     std::optional<Comparison> comparison;
     std::optional<PolicyRunMaker> libraryRun;
@@ -129,21 +129,21 @@ int replay(const Options& options, const ReplayInput& input) {
     player->addScript("scenario", actionsOf(scenario));
     player->setFences(fencesOf(scenario, recording));
     const auto application = startApplication(input, *player);
-    if (application) {
-        player->setOnStart([&](int64_t startNs) { application->begin(startNs); });
-        if (!options.realtime) player->addScript("application", clockOf(*application));
-    }
+    player->setOnStart([&](int64_t startNs) {
+        library.begin(startNs, !options.realtime);
+        if (application) application->begin(startNs);
+    });
+    if (application && !options.realtime) player->addScript("application", clockOf(*application));
     library.query();
     PlayResult played = play(*player, application.get(), interruption);
     library.query();
     played.costs.merge(library.costs());
 
-    const Evidence evidence = library.takeEvidence();
-    const Findings findings = findingsOf(recording, played, evidence);
+    const Findings findings = findingsOf(recording, played, library.takeEvidence());
     if (comparison) {
         PolicyRun run =
                 libraryRun->take("library", static_cast<ModelPlayer&>(*player).modelEndNs());
-        run.serviceCalls = evidence.calls.size();
+        run.serviceCalls = findings.calls.size();
         for (const auto& layer : run.figures) played.droppedFrames += layer.dropped;
         addRuns(*comparison, std::move(run), options.against);
     }

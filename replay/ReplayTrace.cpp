@@ -46,26 +46,28 @@ void forEachStep(const ReportSource& source, PassBegins passBegins, Use use) {
 }
 
 // A feature that is on from a time is so until the next switch.
-void addSwitches(const std::vector<FeatureSwitch>& switches, const char* name, int64_t startNs,
+void addSwitches(const Spool<FeatureSwitch>& switches, const char* name, int64_t startNs,
                  int64_t endNs, Track& row) {
     for (size_t i = 0; i < switches.size(); ++i) {
-        if (!switches[i].on) continue;
+        const FeatureSwitch change = switches[i];
+        if (!change.on) continue;
         const int64_t untilNs = i + 1 < switches.size() ? startNs + switches[i + 1].atNs : endNs;
         std::string text = name;
-        if (switches[i].targetFps > 0.0) text += format(" %.3g fps", switches[i].targetFps);
-        row.slices.push_back({startNs + switches[i].atNs, untilNs, text});
+        if (change.targetFps > 0.0) text += format(" %.3g fps", change.targetFps);
+        row.slices.push_back({startNs + change.atNs, untilNs, text});
     }
 }
 
 // A boost lasts until the next request of its layer.
-Track boostRow(size_t parent, const std::vector<Boost>& boosts, int64_t startNs, int64_t endNs) {
+Track boostRow(size_t parent, const Spool<Boost>& boosts, int64_t startNs, int64_t endNs) {
     Track row = rowOf(parent, "boosts asked for");
     for (size_t i = 0; i < boosts.size(); ++i) {
-        if (boosts[i].level == 0) continue;
+        const Boost boost = boosts[i];
+        if (boost.level == 0) continue;
         const int64_t untilNs = i + 1 < boosts.size() ? startNs + boosts[i + 1].atNs : endNs;
-        row.slices.push_back({startNs + boosts[i].atNs, untilNs,
-                              format("level %d, %d MHz, frame %zu", boosts[i].level,
-                                     boosts[i].freqMHz, boosts[i].frame)});
+        row.slices.push_back(
+                {startNs + boost.atNs, untilNs,
+                 format("level %d, %d MHz, frame %zu", boost.level, boost.freqMHz, boost.frame)});
     }
     return row;
 }
@@ -240,7 +242,7 @@ class TrackBuilder {
         Track held = rowOf(group, "held for headroom");
         Track paced = rowOf(group, "held for target FPS");
         for (size_t i = 0; i < found.frames.size(); ++i) {
-            const FrameRecord& frame = found.frames[i];
+            const FrameRecord frame = found.frames[i];
             const std::string name = "frame " + std::to_string(i + 1);
             const int64_t queueNs = mStartNs + frame.queueNs;
             const int64_t returnNs = mStartNs + frame.returnNs;

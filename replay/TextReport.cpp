@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include <algorithm>
+#include <cstdint>
 #include <filesystem>
 #include <map>
 #include <utility>
@@ -135,8 +136,8 @@ std::string layersPart(const ReportSource& source) {
         if (found.modes.empty()) continue;
         std::string modes = format("layer %d:", source.recording.layers[i].id);
         for (size_t m = 0; m < std::min(found.modes.size(), kMaxSwitches); ++m) {
-            modes += format("%s mode %d at ", m == 0 ? "" : ",", found.modes[m].second) +
-                     seconds(found.modes[m].first);
+            modes += format("%s mode %d at ", m == 0 ? "" : ",", found.modes[m].mode) +
+                     seconds(found.modes[m].atNs);
         }
         if (found.modes.size() > kMaxSwitches) modes += ", ...";
         text += wrapped(modes, kIndent, source.terminal.width);
@@ -144,14 +145,15 @@ std::string layersPart(const ReportSource& source) {
     return text;
 }
 
-std::string switchesText(const std::vector<FeatureSwitch>& switches) {
+std::string switchesText(const Spool<FeatureSwitch>& switches) {
     std::string text;
     for (size_t i = 0; i < switches.size(); ++i) {
         if (i == kMaxSwitches) return text + format(", ... (%zu changes)", switches.size());
         if (i > 0) text += ", ";
-        text += (switches[i].on ? "on " : "off ") + seconds(switches[i].atNs);
-        if (switches[i].targetFps > 0.0) text += format(" (%.0f fps)", switches[i].targetFps);
-        if (switches[i].becauseOfJank) text += " (jank)";
+        const FeatureSwitch change = switches[i];
+        text += (change.on ? "on " : "off ") + seconds(change.atNs);
+        if (change.targetFps > 0.0) text += format(" (%.0f fps)", change.targetFps);
+        if (change.becauseOfJank) text += " (jank)";
     }
     return text;
 }
@@ -164,77 +166,117 @@ std::string spreadText(const Spread& spread) {
 void addHeadroom(TextTable& table, const LayerFindings& found, size_t unblocked) {
     const std::string set = found.headroomNs ? "set to " + millis(*found.headroomNs) + "; " : "";
     table.add({"headroom", set + switchesText(found.of(FeatureKind::kHeadroom))});
-    std::vector<int64_t> held, before;
-    for (const auto& frame : found.held) {
-        held.push_back(frame.heldNs);
-        if (frame.beforeVsyncNs) before.push_back(*frame.beforeVsyncNs);
-    }
-    if (held.empty()) return;
-    table.add({"", plural(held.size(), "frame") + " held back for " + spreadText(spreadOf(held))});
-    table.add({"", "released before the next vsync by " + spreadText(spreadOf(before))});
+    if (found.held.empty()) return;
+    const auto [held, before] = spreadsOf(found.held);
+    table.add({"", plural(held.count, "frame") + " held back for " + spreadText(held)});
+    table.add({"", "released before the next vsync by " + spreadText(before)});
     if (unblocked > 0) table.add({"", plural(unblocked, "buffer") + " let go early by touch"});
 }
 
 void addTargetFps(TextTable& table, const LayerFindings& found) {
     table.add({"target FPS", switchesText(found.of(FeatureKind::kTargetFps))});
     if (found.pacedNs.empty()) return;
-    table.add({"", plural(found.pacedNs.size(), "frame") + " paced, asleep for " +
-                           spreadText(spreadOf(found.pacedNs))});
+    const Spread paced = spreadOf(found.pacedNs);
+    table.add({"", plural(paced.count, "frame") + " paced, asleep for " + spreadText(paced)});
 }
 
-// "500" or "871-1612", from ascending values.
-std::string rangeText(const std::vector<int>& values) {
-    if (values.front() == values.back()) return std::to_string(values.front());
-    return format("%d-%d", values.front(), values.back());
-}
+// What the boosts of one level come to.
+struct LevelBoosts {
+    Boost first;
+    int lowestMHz;
+    int highestMHz;
+    size_t count = 0;
+    ValueCounts delaysNs = {};  // of those whose frame is known
 
-std::string boostsOfLevel(int level, const std::vector<const Boost*>& boosts) {
-    std::vector<int> freqs;
-    std::vector<int64_t> delays;
-    for (const Boost* boost : boosts) {
-        freqs.push_back(boost->freqMHz);
-        if (boost->frame > 0) delays.push_back(boost->sinceQueueNs);
+    explicit LevelBoosts(const Boost& boost)
+          : first(boost), lowestMHz(boost.freqMHz), highestMHz(boost.freqMHz) {}
+    void add(const Boost& boost) {
+        lowestMHz = std::min(lowestMHz, boost.freqMHz);
+        highestMHz = std::max(highestMHz, boost.freqMHz);
+        ++count;
+        if (boost.frame > 0) ++delaysNs[boost.sinceQueueNs];
     }
-    std::sort(freqs.begin(), freqs.end());
-    std::string text = format("level %d: %zux", level, boosts.size());
+};
+
+std::string boostsOfLevel(int level, const LevelBoosts& boosts) {
+    std::string text = format("level %d: %zux", level, boosts.count);
     // The service is not told a frequency.
-    if (freqs.back() > 0) text += " " + rangeText(freqs) + " MHz";
-    if (delays.empty()) return text;
-    return text + ", " + millis(spreadOf(delays).p50) + " p50 after queueing" +
-           format(", first frame %zu at ", boosts.front()->frame) + seconds(boosts.front()->atNs);
+    if (boosts.highestMHz > 0) {
+        text += format(boosts.lowestMHz == boosts.highestMHz ? " %d" : " %d-%d", boosts.lowestMHz,
+                       boosts.highestMHz) +
+                " MHz";
+    }
+    if (boosts.delaysNs.empty()) return text;
+    return text + ", " + millis(spreadOf(boosts.delaysNs).p50) + " p50 after queueing" +
+           format(", first frame %zu at ", boosts.first.frame) + seconds(boosts.first.atNs);
+}
+
+// The boosts that a frame asked for, in their order; frame by frame, from the first on. Those of
+// the service are behind all of the device's, and both may be of one frame.
+template <typename Use>
+void forEachFrame(const Spool<Boost>& boosts, Use use) {
+    struct Run {
+        size_t next, end;
+    };
+    size_t ofDevice = 0;
+    for (int64_t atNs = INT64_MIN; ofDevice < boosts.size(); ++ofDevice) {
+        const int64_t nextNs = boosts[ofDevice].atNs;
+        if (nextNs < std::exchange(atNs, nextNs)) break;
+    }
+    Run runs[] = {{0, ofDevice}, {ofDevice, boosts.size()}};
+    const auto isStage = [](const Boost& boost) { return boost.level != 0 && boost.frame != 0; };
+    for (;;) {
+        size_t frame = SIZE_MAX;
+        for (Run& run : runs) {
+            while (run.next < run.end && !isStage(boosts[run.next])) ++run.next;
+            if (run.next < run.end) frame = std::min(frame, boosts[run.next].frame);
+        }
+        if (frame == SIZE_MAX) return;
+        std::vector<Boost> stages;
+        for (Run& run : runs) {
+            for (; run.next < run.end; ++run.next) {
+                const Boost boost = boosts[run.next];
+                if (!isStage(boost)) continue;
+                if (boost.frame != frame) break;
+                stages.push_back(boost);
+            }
+        }
+        use(frame, stages);
+    }
 }
 
 // The frames whose rescue went furthest, with the frequency of each stage.
-std::string furthestFrames(const std::vector<Boost>& boosts) {
-    std::map<size_t, std::vector<const Boost*>> frames;
-    size_t furthest = 0;
-    for (const auto& boost : boosts) {
-        if (boost.level == 0 || boost.frame == 0) continue;
-        auto& stages = frames[boost.frame];
-        stages.push_back(&boost);
-        furthest = std::max(furthest, stages.size());
-    }
+std::string furthestFrames(const Spool<Boost>& boosts) {
     std::string text;
+    size_t furthest = 0;
     size_t count = 0;
-    for (const auto& [frame, stages] : frames) {
-        if (stages.size() != furthest || ++count > kMaxFrames) continue;
-        text += text.empty() ? "furthest: " : "; ";
-        text += format("frame %zu: ", frame);
-        for (const Boost* stage : stages) {
-            text += (stage == stages.front() ? "" : ", ") + std::to_string(stage->freqMHz);
+    forEachFrame(boosts, [&](size_t frame, const std::vector<Boost>& stages) {
+        if (stages.size() < furthest) return;
+        if (stages.size() > furthest) {
+            furthest = stages.size();
+            count = 0;
+            text.clear();
+        }
+        if (++count > kMaxFrames) return;
+        text += (count == 1 ? "furthest: " : "; ") + format("frame %zu: ", frame);
+        for (size_t i = 0; i < stages.size(); ++i) {
+            text += (i == 0 ? "" : ", ") + std::to_string(stages[i].freqMHz);
         }
         text += " MHz";
-    }
+    });
     if (count > kMaxFrames) text += format("; %zu more", count - kMaxFrames);
     return text;
 }
 
-void addBoosts(TextTable& table, const std::vector<Boost>& boosts) {
-    std::map<int, std::vector<const Boost*>> levels;
+void addBoosts(TextTable& table, const Spool<Boost>& boosts) {
+    std::map<int, LevelBoosts> levels;
     size_t releases = 0;
-    for (const auto& boost : boosts) {
-        if (boost.level == 0) ++releases;
-        if (boost.level != 0) levels[boost.level].push_back(&boost);
+    for (const Boost boost : boosts) {
+        if (boost.level == 0) {
+            ++releases;
+        } else {
+            levels.try_emplace(boost.level, boost).first->second.add(boost);
+        }
     }
     for (const auto& [level, ofLevel] : levels) {
         table.add({"", boostsOfLevel(level, ofLevel)});

@@ -8,9 +8,11 @@
 #include <sstream>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "replay/Findings.h"
+#include "replay/LogDigest.h"
 #include "replay/NeverOn.h"
 #include "replay/Report.h"
 #include "replay/Scenario.h"
@@ -36,16 +38,22 @@ class FindingsTest : public testing::Test {
         mPlayed.startNs = kStartNs;
     }
     void log(int64_t ms, const std::string& text, int priority = ANDROID_LOG_DEBUG) {
-        mEvidence.log.push_back({priority, "Corvane", text, kStartNs + ms * kMs});
+        mLog.push_back({priority, "Corvane", text, kStartNs + ms * kMs});
     }
     void call(const std::string& entry, int number, const std::string& package, int result) {
-        mEvidence.calls.push_back({entry, number, true, package, {}, result, kStartNs, 1, "BP"});
+        mCalls.push_back({entry, number, true, package, {}, result, kStartNs, 1, "BP"});
     }
-    Findings find() { return findingsOf(mRecording, mPlayed, mEvidence); }
+    // Of what was logged and called since the last time.
+    Findings find() {
+        LogDigest digest(mRecording, kStartNs);
+        for (const auto& line : std::exchange(mLog, {})) digest.add(line);
+        return findingsOf(mRecording, mPlayed, {digest.take(), std::exchange(mCalls, {}), {}});
+    }
 
     Recording mRecording;
     PlayResult mPlayed;
-    Evidence mEvidence;
+    std::vector<host::LogLine> mLog;
+    std::vector<host::PerfCall> mCalls;
 };
 
 TEST_F(FindingsTest, TellsWhyAConfiguredFeatureNeverCameOn) {
@@ -96,7 +104,6 @@ TEST_F(FindingsTest, TellsWhyAConfiguredFeatureNeverCameOn) {
     };
     for (const int pending : {1, 1, 0, 2}) mPlayed.latches.push_back({1, 0, 1, pending});
     for (const auto& test : kCases) {
-        mEvidence = {};
         std::istringstream words(test.log);
         for (std::string word; words >> word;) {
             log(10, lines.at(word), word[0] == 'b' ? ANDROID_LOG_ERROR : ANDROID_LOG_DEBUG);

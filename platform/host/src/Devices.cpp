@@ -1,8 +1,10 @@
 // Copyright 2026 The libcorvane Authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The emulated boost device and sync files. An emulated file is a memory file of its own, known by
-// its inode, so that a descriptor that was closed and given out again is not mistaken for it.
+// The emulated boost device and sync files. An emulated file is a memory file of its own, so that a
+// descriptor that was closed and given out again is not mistaken for it: the boost device's are
+// known by their inodes, sync files by the memory file's name, and what these hold is the fence's.
+// Nothing else is kept of a sync file: there may be one for each frame.
 
 #include "corvane/host/Devices.h"
 
@@ -19,7 +21,6 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
-#include <map>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -56,6 +57,43 @@ std::optional<FileId> idOf(int fd) {
     return FileId{status.st_dev, status.st_ino};
 }
 
+// Records that are kept until there is a sink for them.
+template <typename T>
+struct Records {
+    std::vector<T> kept;
+    std::function<void(const T&)> sink;
+
+    void add(const T& record) {
+        if (sink) {
+            sink(record);
+        } else {
+            kept.push_back(record);
+        }
+    }
+    void setSink(std::function<void(const T&)> newSink) {
+        sink = std::move(newSink);
+        if (!sink) return;
+        for (const T& record : std::exchange(kept, {})) sink(record);
+    }
+};
+
+constexpr char kSyncFile[] = "sync_file";
+
+// Nothing when `fd` is no emulated sync file.
+std::optional<std::string> fenceNameOf(int fd) {
+    const std::string expected = std::string("/memfd:") + kSyncFile + " (deleted)";
+    std::string text(expected.size() + 1, '\0');
+    const std::string link = "/proc/self/fd/" + std::to_string(fd);
+    const ssize_t length = readlink(link.c_str(), text.data(), text.size());
+    if (length < 0 || text.compare(0, static_cast<size_t>(length), expected) != 0) {
+        return std::nullopt;
+    }
+    std::string name(sizeof(sync_file_info::name), '\0');
+    const ssize_t size = pread(fd, name.data(), name.size(), 0);
+    name.resize(static_cast<size_t>(std::max<ssize_t>(0, size)));
+    return name;
+}
+
 struct Devices {
     std::mutex mutex;
 
@@ -63,14 +101,13 @@ struct Devices {
     int boostOpenErrno = 0;
     int boostIoctlErrno = 0;
     int boostOpens = 0;
-    std::vector<BoostRequest> boostRequests;
+    Records<BoostRequest> boostRequests;
     std::function<void(const BoostRequest&)> boostListener;
 
-    std::map<FileId, std::string> fenceNames;
     int syncInfoErrno = 0;
     int syncDeadlineErrno = 0;
     int syncInfos = 0;
-    std::vector<FenceDeadline> syncDeadlines;
+    Records<FenceDeadline> syncDeadlines;
 };
 
 // Never destroyed: the library's threads may call until the process ends.
@@ -108,9 +145,10 @@ int boostIoctl(Devices& d, unsigned long request, const void* argument) {
     if (request != kBoostRequest) return fail(ENOTTY);
     BoostRecord record;
     memcpy(&record, argument, sizeof(record));
-    d.boostRequests.push_back({record.level, record.headroomNs, record.freqMHz,
-                               systemTime(SYSTEM_TIME_MONOTONIC), static_cast<uint64_t>(gettid())});
-    if (d.boostListener) d.boostListener(d.boostRequests.back());
+    const BoostRequest made{record.level, record.headroomNs, record.freqMHz,
+                            systemTime(SYSTEM_TIME_MONOTONIC), static_cast<uint64_t>(gettid())};
+    d.boostRequests.add(made);
+    if (d.boostListener) d.boostListener(made);
     return outcome(d.boostIoctlErrno);
 }
 
@@ -129,7 +167,7 @@ int syncIoctl(Devices& d, int fd, const std::string& fenceName, unsigned long re
     if (request == kSyncSetDeadline) {
         SyncDeadline deadline;
         memcpy(&deadline, argument, sizeof(deadline));
-        d.syncDeadlines.push_back({fd, deadline.deadlineNs, systemTime(SYSTEM_TIME_MONOTONIC)});
+        d.syncDeadlines.add({fd, deadline.deadlineNs, systemTime(SYSTEM_TIME_MONOTONIC)});
         return outcome(d.syncDeadlineErrno);
     }
     return fail(ENOTTY);
@@ -142,8 +180,8 @@ std::optional<int> emulatedIoctl(int fd, unsigned long request, void* argument) 
     Devices& d = devices();
     const std::lock_guard<std::mutex> lock(d.mutex);
     if (d.boostFiles.count(*id) != 0) return boostIoctl(d, request, argument);
-    const auto fence = d.fenceNames.find(*id);
-    if (fence != d.fenceNames.end()) return syncIoctl(d, fd, fence->second, request, argument);
+    const std::optional<std::string> fence = fenceNameOf(fd);
+    if (fence) return syncIoctl(d, fd, *fence, request, argument);
     return std::nullopt;
 }
 
@@ -184,26 +222,33 @@ int BoostDevice::openCount() {
 }
 
 std::vector<BoostRequest> BoostDevice::requests() {
-    return load(&Devices::boostRequests);
+    return load(&Devices::boostRequests).kept;
 }
 
 void BoostDevice::setListener(std::function<void(const BoostRequest&)> listener) {
     store(&Devices::boostListener, std::move(listener));
 }
 
+void BoostDevice::setSink(std::function<void(const BoostRequest&)> sink) {
+    Devices& d = devices();
+    const std::lock_guard<std::mutex> lock(d.mutex);
+    d.boostRequests.setSink(std::move(sink));
+}
+
 void BoostDevice::clear() {
     Devices& d = devices();
     const std::lock_guard<std::mutex> lock(d.mutex);
     d.boostOpens = 0;
-    d.boostRequests.clear();
+    d.boostRequests.kept.clear();
 }
 
 int SyncFiles::create(const std::string& fenceName) {
-    const int fd = memfd_create("sync_file", MFD_CLOEXEC);
+    const int fd = memfd_create(kSyncFile, MFD_CLOEXEC);
     if (fd < 0) return fd;
-    Devices& d = devices();
-    const std::lock_guard<std::mutex> lock(d.mutex);
-    d.fenceNames[*idOf(fd)] = fenceName;
+    if (pwrite(fd, fenceName.data(), fenceName.size(), 0) < 0) {
+        close(fd);
+        return -1;
+    }
     sHasFiles.store(true, std::memory_order_relaxed);
     return fd;
 }
@@ -221,14 +266,20 @@ int SyncFiles::infoCount() {
 }
 
 std::vector<FenceDeadline> SyncFiles::deadlines() {
-    return load(&Devices::syncDeadlines);
+    return load(&Devices::syncDeadlines).kept;
+}
+
+void SyncFiles::setSink(std::function<void(const FenceDeadline&)> sink) {
+    Devices& d = devices();
+    const std::lock_guard<std::mutex> lock(d.mutex);
+    d.syncDeadlines.setSink(std::move(sink));
 }
 
 void SyncFiles::clear() {
     Devices& d = devices();
     const std::lock_guard<std::mutex> lock(d.mutex);
     d.syncInfos = 0;
-    d.syncDeadlines.clear();
+    d.syncDeadlines.kept.clear();
 }
 
 }  // namespace corvane::host

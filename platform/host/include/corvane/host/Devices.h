@@ -37,6 +37,10 @@ class BoostDevice {
     // Called for every request on the thread that makes it, with the device's lock held; null: no
     // more.
     static void setListener(std::function<void(const BoostRequest&)> listener);
+    // Hands `sink` the requests kept so far and every later one, and keeps them no longer: on the
+    // thread that makes it, with the device's lock held. Null: later ones are kept again, and the
+    // sink before is not called once this returns.
+    static void setSink(std::function<void(const BoostRequest&)> sink);
     static void clear();
 };
 
@@ -56,6 +60,8 @@ class SyncFiles {
     static void failDeadline(int errnoValue);
     static int infoCount();  // SYNC_IOC_FILE_INFO requests tried
     static std::vector<FenceDeadline> deadlines();
+    // As BoostDevice's.
+    static void setSink(std::function<void(const FenceDeadline&)> sink);
     static void clear();
 };
 

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,11 @@ class LogCapture {
     ~LogCapture();
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
+
+    // Hands `sink` the lines kept so far and every later one, and keeps them no longer: on the
+    // thread that logs, with the log's locks held, so that it must neither log nor throw. Null:
+    // later lines are kept again, and the sink before is not called once this returns.
+    void setSink(std::function<void(const LogLine&)> sink);
 
     std::vector<LogLine> lines() const;
     // Lines whose text contains `text`, in order.
