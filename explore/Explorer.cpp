@@ -92,7 +92,7 @@ size_t openDescriptors() {
     _exit(0);
 }
 
-// How long a run is, with basic blocks as scheduling points and without.
+// How many scheduling points a run has, with basic blocks among them and without.
 struct Lengths {
     uint64_t calls = 1;
     uint64_t blocks = 1;
@@ -139,6 +139,7 @@ Simulation::Options optionsFor(const Order& order, const Lengths& lengths) {
 // Runs one schedule in a process of its own, and returns when that has ended.
 void runApart(const Story& story, const Simulation::Options& options, Report& report) {
     report.failed = false;
+    report.steps = 0;  // as of a run that ends in exit()
     report.what[0] = '\0';
     const pid_t child = fork();
     if (child == 0) {
@@ -159,14 +160,20 @@ void runApart(const Story& story, const Simulation::Options& options, Report& re
     }
 }
 
+// The longest of some drawn runs: what a story draws makes it longer or shorter, and beyond the
+// length that it counts on, kPct changes no priority. One that fails may run in circles and tells
+// nothing.
 Lengths measure(const Story& story, Report& report) {
+    constexpr uint64_t kMeasured = 32;
     Lengths lengths;
-    Simulation::Options options = optionsFor({}, lengths);
-    runApart(story, options, report);
-    lengths.calls = std::max<uint64_t>(report.steps, 1);
-    options.basicBlocks = true;
-    runApart(story, options, report);
-    lengths.blocks = std::max<uint64_t>(report.steps, 1);
+    Order order;
+    order.policy = Simulation::Policy::kRandom;
+    for (order.seed = 1; order.seed <= kMeasured; ++order.seed) {
+        const Simulation::Options options = optionsFor(order, lengths);
+        runApart(story, options, report);
+        uint64_t& longest = options.basicBlocks ? lengths.blocks : lengths.calls;
+        if (!report.failed) longest = std::max(longest, report.steps);
+    }
     return lengths;
 }
 
@@ -269,7 +276,7 @@ Outcome explore(const Story& story, const Search& search) {
         return sum;
     };
     constexpr auto kInterval = std::chrono::milliseconds(200);
-    const bool showsProgress = !search.isQuiet && isatty(STDERR_FILENO) != 0;
+    const bool showsProgress = isatty(STDERR_FILENO) != 0;
     for (size_t i = 0; i < children.size();) {
         if (waitpid(children[i], nullptr, WNOHANG) != 0) {
             ++i;

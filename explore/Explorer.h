@@ -27,7 +27,6 @@ struct Search {
     // None: a mixture, by the seed.
     std::optional<Order> policy;
     unsigned workers = 1;
-    bool isQuiet = false;  // no progress
 };
 
 struct Finding {
@@ -38,7 +37,7 @@ struct Finding {
 
 struct Outcome {
     uint64_t schedules = 0;  // run
-    uint64_t points = 0;     // scheduling points of one run
+    uint64_t points = 0;     // scheduling points of a long run
     double seconds = 0;
     std::optional<Finding> finding;  // the first
 };

@@ -95,7 +95,8 @@ void timerQueue() {
             removed[i].due = Simulation::now() + 2 * kMs;
             queue->sendMessageDelayed(2 * kMs, recorder, android::Message(static_cast<int>(i)));
         }
-        Simulation::sleepFor(kMs);
+        // Ahead of time, or just when they are dispatched.
+        Simulation::sleepFor(drawOne<int64_t>({kMs, 2 * kMs}));
         queue->removeMessages(recorder, 0);
         removed[0].cancelled = Simulation::now();
         queue->removeMessages(recorder);

@@ -256,9 +256,11 @@ TEST_F(Program, ListsThenNamesTheLineToTypeThenPlaysTheGame) {
 // its reader, the other in what would be a minute of real time.
 TEST_F(Program, EndsOnASignalWithTheReportSoFar) {
     const std::tuple<int, const char*, const char*> kCases[] = {
-            {SIGINT, "--trace fifo", "until [ -e out.json ]; do :; done; kill -INT $$; cat fifo"},
+            {SIGINT, "--trace fifo",
+             "until [ -e out.json ] || ! kill -0 $$; do :; done; kill -INT $$; cat fifo"},
             {SIGTERM, "--realtime --repeat 300",
-             "until grep -qs ^app- /proc/$$/task/*/comm; do :; done; kill -TERM $$"},
+             "until grep -qs ^app- /proc/$$/task/*/comm || ! kill -0 $$; do :; done;"
+             "kill -TERM $$"},
     };
     for (const auto& [signal, arguments, sender] : kCases) {
         const Outcome outcome =
