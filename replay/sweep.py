@@ -391,7 +391,7 @@ def parse_arguments() -> argparse.Namespace:
     parser.add_argument("--report", default="", metavar="FILE.html",
                         help="also draw the trade-off between the first two figures of --by")
     parser.add_argument("--rows", type=positive, default=10, help="of the ranking (default: %(default)s)")
-    parser.add_argument("--jobs", type=positive, default=os.cpu_count(), help="processes at a time")
+    parser.add_argument("--jobs", type=positive, default=len(os.sched_getaffinity(0)), help="processes at a time")
     parser.add_argument("--shard", type=parse_shard, default=(1, 1), metavar="I/N",
                         help="run only the I-th of N parts; with --results on a shared folder, whoever "
                              "is last ranks them all")

@@ -193,7 +193,7 @@ def main() -> int:
     parser.add_argument("files", nargs="*", help="only these sources or folders")
     parser.add_argument("--sample", type=int, help="try so many mutants, chosen by the seed; default all")
     parser.add_argument("--seed", type=int, default=1)
-    parser.add_argument("--jobs", type=int, default=os.cpu_count())
+    parser.add_argument("--jobs", type=int, default=len(os.sched_getaffinity(0)))
     parser.add_argument("--list", action="store_true", help="only list the mutants")
     options = parser.parse_args()
 
