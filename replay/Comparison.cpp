@@ -84,16 +84,17 @@ PolicyRunMaker::PolicyRunMaker(const Comparison& comparison)
 
 void PolicyRunMaker::onFrame(const model::ModelFrame& frame) {
     mFigures.onFrame(frame);
-    if (mKeepsRecords) mRecords.onFrame(frame);
+    if (mKeepsRecords) mFrames.push_back(frame);
 }
 
 void PolicyRunMaker::onBoost(const model::PolicyEvent& boost) {
     mFigures.onBoost(boost);
-    if (mKeepsRecords) mRecords.onBoost(boost);
+    if (mKeepsRecords) mBoosts.push_back(boost);
 }
 
 PolicyRun PolicyRunMaker::take(std::string name, int64_t endNs) {
-    return {std::move(name), endNs, mFigures.figures(endNs), std::move(mRecords), 0};
+    return {std::move(name),   endNs, mFigures.figures(endNs), 0, std::move(mFrames),
+            std::move(mBoosts)};
 }
 
 void addPolicy(Comparison& comparison, const std::string& name) {

@@ -18,6 +18,7 @@
 #include "replay/JsonStream.h"
 #include "replay/Recording.h"
 #include "replay/Scenario.h"
+#include "replay/Spool.h"
 #include "replay/Terminal.h"
 
 namespace corvane::replay {
@@ -27,8 +28,10 @@ struct PolicyRun {
     std::string name;  // "none", "interval", "shallow" or "library"
     int64_t endNs;
     std::vector<model::LayerFigures> figures;  // one per layer
-    model::ModelRun records;                   // nothing unless the comparison keeps them
     size_t serviceCalls = 0;                   // of the library to the performance service
+    // Nothing unless the comparison keeps records; in the run's order.
+    Spool<model::ModelFrame> frames = {};
+    Spool<model::PolicyEvent> boosts = {};
 };
 
 // The recorded device with the library and without it, under the same work.
@@ -75,7 +78,8 @@ class PolicyRunMaker : public model::RunListener {
   private:
     model::FigureCounter mFigures;
     const bool mKeepsRecords;
-    model::ModelRun mRecords;
+    Spool<model::ModelFrame> mFrames;
+    Spool<model::PolicyEvent> mBoosts;
 };
 
 // The table at the end of the text report.

@@ -109,12 +109,12 @@ void writeRun(const Comparison& comparison, const PolicyRun& run, JsonStream& js
     json.endList();
     json.beginList("frames");
     model::ShowingTracker showings(comparison.workload, comparison.intendedVsyncs);
-    for (const model::ModelFrame& frame : run.records.frames) {
+    for (const model::ModelFrame& frame : run.frames) {
         json.element(frameOf(frame, showings.next(frame), comparison.workload.compositor));
     }
     json.endList();
     json.beginList("boosts");
-    for (const model::PolicyEvent& boost : run.records.boosts) {
+    for (const model::PolicyEvent& boost : run.boosts) {
         Json::Value entry;
         entry["atNs"] = Json::Int64(boost.timeNs);
         entry["layer"] = Json::UInt64(boost.layer);

@@ -172,7 +172,7 @@ class TrackBuilder {
         };
         Track drawing = row("drawing"), held = row("held"), waiting = row("waiting"),
               shown = row("shown");
-        for (const auto& frame : run.records.frames) {
+        for (const auto& frame : run.frames) {
             if (frame.layer != layer || frame.queueNs == model::ModelFrame::kNever) continue;
             const std::string name = "frame " + std::to_string(frame.index + 1);
             const auto add = [&](Track& stage, int64_t beginNs, int64_t endNs) {

@@ -202,7 +202,8 @@ int run() {
     if (!plan) return 1;
     std::optional<host::Simulation> simulation;
     if (plan->simulatedFromNs) simulation.emplace(*plan->simulatedFromNs);
-    const host::LogCapture quiet;
+    host::LogCapture quiet;
+    quiet.setSink([](const host::LogLine&) {});
     for (const auto& property : plan->properties) {
         android::base::SetProperty(property.name, property.value);
     }

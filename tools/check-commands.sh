@@ -3,9 +3,10 @@
 # SPDX-License-Identifier: Apache-2.0
 #
 # Runs every replay, sweep, convert, compare and record command that the docs show as a command of its
-# own (indented by four), in a folder where the files have the names that the docs give a user's own.
-# Fails when one fails with another status than the docs' (3, for a --fail-if) or says nothing, and when
-# a row of the headroom table says something else than the replay. Needs jq.
+# own (indented by four), those that read their reports, and the sweeps in parts, in a folder where the
+# files have the names that the docs give a user's own. Fails when one fails with another status than the
+# docs' (3, for a --fail-if), and when a row of the headroom table says something else than the replay.
+# Needs jq and jsonschema.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 readonly ROOT=$PWD
@@ -30,10 +31,34 @@ while IFS= read -r command; do
         exit 1
     fi
     ran=$((ran + 1))
-done < <(cd "$ROOT" && grep -hoE '^    \./corvane (replay|sweep|convert|compare|record)\b[^#]*' \
-    README.md docs/*.md replay/README.md | grep -v 'FILE' | sort -u)
+done < <(cd "$ROOT" && grep -hoE '^    (\./corvane (replay|sweep|convert|compare|record)|jq|jsonschema)\b[^#]*' \
+    README.md docs/*.md replay/README.md | grep -v 'FILE' |
+    awk '!seen[$0]++ { print ($2 == "replay" ? 0 : 1) "\t" $0 }' | sort -s -k1,1 | cut -f2)
 [ "$ran" -gt 5 ] || { echo "only $ran commands found in the docs" >&2; exit 1; }
 echo "The $ran commands that the docs show run."
+
+# The sweeps in parts, each part on its own; the last of them ranks what all have left.
+cp mine.txt game.txt
+echo '{"games": [{"package": "com.example.reader", "weight": 2}]}' >game.json
+export SLURM_ARRAY_TASK_ID=1
+part() { bash -c "$1" </dev/null >output 2>errors || { echo "fails: $1" >&2; cat errors >&2; exit 1; }; }
+parts=0
+while IFS= read -r command; do
+    case "$command" in
+        "parallel "*" ::: "*)
+            job=${command#parallel }
+            for number in ${command##* ::: }; do
+                part "$(sed "s@{}@$number@" <<<"${job% ::: *}")"
+                parts=$((parts + 1))
+            done
+            grep -q '^Best: ' output || { echo "the last part does not rank: $command" >&2; exit 1; }
+            ;;
+        *) part "${command//\/shared/$folder/shared}"; parts=$((parts + 1)) ;;
+    esac
+done < <(awk '/^```/ { inside = $0 == "```sh"; next } inside && !/^#/' "$ROOT/docs/tuning.md" |
+    sed -e ':join' -e '/\\$/ { N; s/\\\n */ /; b join' -e '}')
+[ "$parts" -gt 2 ] || { echo "only $parts parts of sweeps found in the docs" >&2; exit 1; }
+echo "The $parts parts of sweeps that the docs show run."
 
 # "| 40 % | 47.4 ms | 10 | 1.27 |"
 rows=0
