@@ -213,7 +213,7 @@ void Collector::addPaced(const Queueing& queueing, int64_t wokenNs) {
     const auto index = layer(queueing.layerId);
     if (!index) return;
     const int64_t pacedNs = wokenNs - queueing.pacedSinceNs;
-    ++mFindings.layers[*index].pacedNs[pacedNs];
+    mFindings.layers[*index].pacedNs.add(pacedNs);
     addToFrame(*index, queueing.pacedSinceNs, &FrameRecord::pacedNs, pacedNs);
 }
 
@@ -309,10 +309,10 @@ void Collector::addBoost(int id, int64_t atNs, int level, int freqMHz) {
 }  // namespace
 
 HeldSpreads spreadsOf(const Spool<HeldFrame>& frames) {
-    ValueCounts held, beforeVsync;
+    model::CountedValues held, beforeVsync;
     for (const HeldFrame frame : frames) {
-        ++held[frame.heldNs];
-        if (frame.beforeVsyncNs) ++beforeVsync[*frame.beforeVsyncNs];
+        held.add(frame.heldNs);
+        if (frame.beforeVsyncNs) beforeVsync.add(*frame.beforeVsyncNs);
     }
     return {spreadOf(held), spreadOf(beforeVsync)};
 }

@@ -97,10 +97,10 @@ struct LayerFindings {
     std::optional<int64_t> headroomNs;       // as configured, when last set
     Spool<HeadroomInForce> headroomInForce;  // its changes, as frames met them
     Spool<HeldFrame> held;
-    ValueCounts pacedNs;        // how long target-FPS pacing let the producer sleep
-    Spool<Boost> boosts;        // the device's in the order of their times, then the service's
-    Spool<FrameRecord> frames;  // all that were played, in order
-    size_t longestBusyRun = 0;  // of latches in a row, each of which left a buffer waiting
+    model::CountedValues pacedNs;  // how long target-FPS pacing let the producer sleep
+    Spool<Boost> boosts;           // the device's in the order of their times, then the service's
+    Spool<FrameRecord> frames;     // all that were played, in order
+    size_t longestBusyRun = 0;     // of latches in a row, each of which left a buffer waiting
     // Of the whole run, from the first buffer to the last; none for fewer than two.
     std::optional<double> runFps;
 

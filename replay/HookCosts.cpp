@@ -49,31 +49,12 @@ const char* hookName(Hook hook) {
     return "";
 }
 
-Spread spreadOf(const ValueCounts& counts) {
-    if (counts.empty()) return {};
-    Spread spread;
-    for (const auto& [value, count] : counts) spread.count += count;
-    const auto ofRank = [&counts](size_t rank) {
-        size_t seen = 0;
-        for (const auto& [value, count] : counts) {
-            seen += count;
-            if (seen >= rank) return value;
-        }
-        return counts.rbegin()->first;
-    };
-    const auto percentile = [&](size_t percent) {
-        return ofRank((spread.count * percent + 99) / 100);
-    };
-    spread.p50 = percentile(50);
-    spread.p99 = percentile(99);
-    spread.max = counts.rbegin()->first;
-    return spread;
+Spread spreadOf(const model::CountedValues& values) {
+    return {values.count(), values.percentile(50), values.percentile(99), values.max()};
 }
 
 void HookCosts::merge(const HookCosts& other) {
-    for (size_t i = 0; i < mCosts.size(); ++i) {
-        for (const auto& [cost, count] : other.mCosts[i]) mCosts[i][cost] += count;
-    }
+    for (size_t i = 0; i < mCosts.size(); ++i) mCosts[i].add(other.mCosts[i]);
 }
 
 }  // namespace corvane::replay

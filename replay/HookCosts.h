@@ -8,7 +8,8 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <map>
+
+#include "model/CountedValues.h"
 
 namespace corvane::replay {
 
@@ -37,9 +38,6 @@ enum class Hook : size_t {
 
 const char* hookName(Hook hook);
 
-// How often each value came: in simulated time few differ, however long a replay lasts.
-using ValueCounts = std::map<int64_t, size_t>;
-
 // Median, 99th percentile and maximum of a set of values, by the nearest-rank rule; all 0 when
 // empty.
 struct Spread {
@@ -48,7 +46,7 @@ struct Spread {
     int64_t p99 = 0;
     int64_t max = 0;
 };
-Spread spreadOf(const ValueCounts& counts);
+Spread spreadOf(const model::CountedValues& values);
 
 // What each hook call cost, waits inside the hook included. Not synchronised: every thread fills
 // one of its own, and they are merged when the threads have ended.
@@ -60,7 +58,7 @@ class HookCosts {
         const nsecs_t begin = systemTime(SYSTEM_TIME_MONOTONIC);
         call();
         const int64_t cost = systemTime(SYSTEM_TIME_MONOTONIC) - begin;
-        ++mCosts[static_cast<size_t>(hook)][cost];
+        mCosts[static_cast<size_t>(hook)].add(cost);
         return cost;
     }
 
@@ -68,7 +66,7 @@ class HookCosts {
     Spread spread(Hook hook) const { return spreadOf(mCosts[static_cast<size_t>(hook)]); }
 
   private:
-    std::array<ValueCounts, static_cast<size_t>(Hook::kCount)> mCosts;
+    std::array<model::CountedValues, static_cast<size_t>(Hook::kCount)> mCosts;
 };
 
 }  // namespace corvane::replay

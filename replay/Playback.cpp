@@ -39,7 +39,7 @@ void Playback::setPeriod(int64_t periodNs) {
 }
 
 void Playback::signalVsync(int64_t lateNs) {
-    ++mVsyncLateness[lateNs];
+    mVsyncLateness.add(lateNs);
     mCompositorCosts.measure(Hook::kTrackVsyncSignal, [&] { mHooks.trackVsyncSignal(); });
 }
 

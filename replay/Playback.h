@@ -148,7 +148,7 @@ class Playback {
     // Of the compositor's thread.
     int64_t mPeriodNs = 0;
     HookCosts mCompositorCosts;
-    ValueCounts mVsyncLateness;
+    model::CountedValues mVsyncLateness;
     Spool<PlayedLatch> mLatches;
     std::vector<size_t> mLatched;  // per layer, frames latched so far
     std::vector<int> mOpenFences;  // recorded since the last flush

@@ -175,7 +175,7 @@ void addHeadroom(TextTable& table, const LayerFindings& found, size_t unblocked)
 
 void addTargetFps(TextTable& table, const LayerFindings& found) {
     table.add({"target FPS", switchesText(found.of(FeatureKind::kTargetFps))});
-    if (found.pacedNs.empty()) return;
+    if (found.pacedNs.count() == 0) return;
     const Spread paced = spreadOf(found.pacedNs);
     table.add({"", plural(paced.count, "frame") + " paced, asleep for " + spreadText(paced)});
 }
@@ -186,7 +186,7 @@ struct LevelBoosts {
     int lowestMHz;
     int highestMHz;
     size_t count = 0;
-    ValueCounts delaysNs = {};  // of those whose frame is known
+    model::CountedValues delaysNs = {};  // of those whose frame is known
 
     explicit LevelBoosts(const Boost& boost)
           : first(boost), lowestMHz(boost.freqMHz), highestMHz(boost.freqMHz) {}
@@ -194,7 +194,7 @@ struct LevelBoosts {
         lowestMHz = std::min(lowestMHz, boost.freqMHz);
         highestMHz = std::max(highestMHz, boost.freqMHz);
         ++count;
-        if (boost.frame > 0) ++delaysNs[boost.sinceQueueNs];
+        if (boost.frame > 0) delaysNs.add(boost.sinceQueueNs);
     }
 };
 
@@ -206,8 +206,8 @@ std::string boostsOfLevel(int level, const LevelBoosts& boosts) {
                        boosts.highestMHz) +
                 " MHz";
     }
-    if (boosts.delaysNs.empty()) return text;
-    return text + ", " + millis(spreadOf(boosts.delaysNs).p50) + " p50 after queueing" +
+    if (boosts.delaysNs.count() == 0) return text;
+    return text + ", " + millis(boosts.delaysNs.percentile(50)) + " p50 after queueing" +
            format(", first frame %zu at ", boosts.first.frame) + seconds(boosts.first.atNs);
 }
 

@@ -175,14 +175,5 @@ TEST(Player, TellsOfRatesFencesAndWhatAScenarioDoes) {
     EXPECT_EQ(played.costs.spread(Hook::kUnblockPendingBuffer).count, 3U);
 }
 
-TEST(HookCosts, SpreadsUseTheNearestRank) {
-    ValueCounts values;
-    for (int i = 1; i <= 190; ++i) ++values[std::min(i, 100)];
-    for (int i = 191; i <= 200; ++i) ++values[i];
-    const Spread spread = spreadOf(values), none = spreadOf({});
-    EXPECT_TRUE(spread.count == 200 && spread.p50 == 100 && spread.p99 == 198 && spread.max == 200);
-    EXPECT_TRUE(none.count == 0 && none.p50 == 0 && none.p99 == 0 && none.max == 0);
-}
-
 }  // namespace
 }  // namespace corvane::replay
