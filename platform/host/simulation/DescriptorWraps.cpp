@@ -5,7 +5,6 @@
 // other call answer as ever. A timer descriptor is an event counter in truth: the scheduler counts
 // it up when its deadline comes. Others than those created in the simulation go to the kernel.
 
-#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/syscall.h>
@@ -44,11 +43,6 @@ int remember(int fd, const Descriptor& descriptor) {
 
 const void* objectOf(int fd) {
     return reinterpret_cast<const void*>(static_cast<intptr_t>(fd));
-}
-
-bool isReadable(int fd) {
-    pollfd p{fd, POLLIN, 0};
-    return syscall(SYS_poll, &p, 1, 0) == 1;
 }
 
 // Not by read(): nobody handed anything over.
@@ -140,7 +134,7 @@ CORVANE_WRAP ssize_t __wrap_read(int fd, void* buffer, size_t size) {
     const Descriptor* descriptor = Scheduler::self() == nullptr ? nullptr : find(fd);
     if (descriptor == nullptr) return read(fd, buffer, size);
     Scheduler::get().point("read", objectOf(fd), CORVANE_CALLER);
-    while (descriptor->blocks && !isReadable(fd)) {
+    while (descriptor->blocks && !Scheduler::isReadable(fd)) {
         Scheduler::get().block(Wait::kDescriptor, objectOf(fd), kNever, CORVANE_CALLER);
     }
     return read(fd, buffer, size);

@@ -33,11 +33,6 @@ long futex(std::atomic<uint32_t>& word, int operation, uint32_t value) {
                    value, nullptr, nullptr, 0);
 }
 
-bool isReadable(int fd) {
-    pollfd p{fd, POLLIN, 0};
-    return syscall(SYS_poll, &p, 1, 0) == 1;
-}
-
 void onThreadExit(void* slot) {
     auto& thread = *static_cast<SimThread*>(slot);
     // After all other destructors, which may still wait and wake, but before the sanitizers' own,
@@ -243,6 +238,11 @@ void Scheduler::wakeReaders() {
             makeReady(*thread, false);
         }
     }
+}
+
+bool Scheduler::isReadable(int fd) {
+    pollfd p{fd, POLLIN, 0};
+    return syscall(SYS_poll, &p, 1, 0) == 1;
 }
 
 void Scheduler::addHeld(const void* object, SimThread& holder) {

@@ -69,6 +69,8 @@ class Scheduler {
     void releaseThread(SimThread& child) { mThreads.remove(child); }
     ThreadTable& table() { return mThreads; }
 
+    // Of the kernel's, by a bare system call.
+    static bool isReadable(int fd);
     // Timer descriptors. At its deadline one becomes readable.
     void armTimer(int fd, int64_t deadline);
     void disarmTimer(int fd) { mTimers.disarm(fd); }

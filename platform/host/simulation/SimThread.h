@@ -15,6 +15,12 @@ namespace corvane::host {
 
 constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
 
+// Saturates: a wait without limit is one until the end of time.
+inline int64_t addSaturated(int64_t a, int64_t b) {
+    int64_t sum = 0;
+    return __builtin_add_overflow(a, b, &sum) ? kNever : sum;
+}
+
 // What a parked thread waits for.
 enum class Wait : uint8_t {
     kNothing,

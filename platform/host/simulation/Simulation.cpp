@@ -35,11 +35,6 @@ void unpin() {
     sIsPinned = false;
 }
 
-int64_t addSaturated(int64_t a, int64_t b) {
-    int64_t sum = 0;
-    return __builtin_add_overflow(a, b, &sum) ? kNever : sum;
-}
-
 Simulation::Options optionsFrom(int64_t startNs) {
     Simulation::Options options;
     options.startNs = startNs;

@@ -25,15 +25,10 @@ inline bool isValid(const timespec& time) {
     return time.tv_sec >= 0 && time.tv_nsec >= 0 && time.tv_nsec < kNsPerSecond;
 }
 
-// All saturate: a wait without limit is one until the end of time.
+// Saturates, too: a wait without limit is one until the end of time.
 inline int64_t toNs(const timespec& time) {
     return time.tv_sec >= kNever / kNsPerSecond ? kNever
                                                 : time.tv_sec * kNsPerSecond + time.tv_nsec;
-}
-
-inline int64_t addSaturated(int64_t a, int64_t b) {
-    int64_t sum = 0;
-    return __builtin_add_overflow(a, b, &sum) ? kNever : sum;
 }
 
 inline timespec toTimespec(int64_t ns) {
