@@ -14,10 +14,26 @@
 #include <utility>
 #include <vector>
 
+#include "RandomSteps.h"
 #include "corvane/host/Simulation.h"
 #include "corvane/host/TraceCapture.h"
 
 namespace android {
+
+// What a model says that the library logs and traces, in its order.
+struct ModelLines {
+    std::vector<std::string> logs, traces;
+
+  protected:
+    template <typename... Args>
+    void log(const char* format, Args... args) {
+        logs.push_back(formatted(format, args...));
+    }
+    template <typename... Args>
+    void trace(const char* format, Args... args) {
+        traces.push_back(formatted(format, args...));
+    }
+};
 
 // The trace events that the process emits while `action` runs: their type and all that follows the
 // process id.

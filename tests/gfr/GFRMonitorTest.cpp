@@ -68,7 +68,7 @@ struct Layer {
     }
 };
 
-class Model {
+class Model : public ModelLines {
   public:
     void init() {
         if (isRunning) return;
@@ -189,18 +189,9 @@ class Model {
     bool isRunning = false;
     bool isTied = false;  // of two checks due at once, which comes first is the heap's choice
     std::map<int, Layer> layers;
-    std::vector<std::string> hints, logs, traces;
+    std::vector<std::string> hints;
 
   private:
-    template <typename... Args>
-    void log(const char* format, Args... args) {
-        logs.push_back(formatted(format, args...));
-    }
-    template <typename... Args>
-    void trace(const char* format, Args... args) {
-        traces.push_back(formatted(format, args...));
-    }
-
     void update(Layer& layer, float fps, bool force) const {
         const nsecs_t period = fps > 0.01f ? static_cast<nsecs_t>(1e9f / fps) : vsync;
         if (!force && (period < 1 || period == layer.period)) return;

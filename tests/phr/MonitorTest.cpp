@@ -68,7 +68,7 @@ struct Layer {
 using LayerPtr = std::shared_ptr<Layer>;
 
 // Its operations have the monitor's names, so that a step can take both.
-class Model {
+class Model : public ModelLines {
   public:
     explicit Model(const Config& config) : mConfig(config) {}
 
@@ -275,7 +275,6 @@ class Model {
     int fps = 60, focus = -1;
     bool isRunning = false;
     std::map<int, LayerPtr> layers;
-    std::vector<std::string> logs, traces;
 
   private:
     // A queueing thread that waits, and what it does then.
@@ -289,14 +288,6 @@ class Model {
     bool isFast() const { return fps > 60; }
     int rate(const Layer& layer) const { return layer.rates[isFast()]; }
 
-    template <typename... Args>
-    void log(const char* format, Args... args) {
-        logs.push_back(formatted(format, args...));
-    }
-    template <typename... Args>
-    void trace(const char* format, Args... args) {
-        traces.push_back(formatted(format, args...));
-    }
     void track(char type, const char* what, const Layer& layer) {
         trace("%c|%s - %s|%d", type, what, layer.name.c_str(), layer.id);
     }
