@@ -9,6 +9,7 @@
 #include <unordered_map>
 
 #include "replay/FtraceParser.h"
+#include "replay/TextCursor.h"
 
 namespace corvane::replay {
 namespace {
@@ -16,10 +17,6 @@ namespace {
 constexpr int kGameRequest = 5633;  // the service's game classification and weight
 constexpr int kIsGame = 2;          // its answer for a game
 constexpr int kFrameRescueEvent = 4186;
-
-bool startsWith(std::string_view text, std::string_view prefix) {
-    return text.substr(0, prefix.size()) == prefix;
-}
 
 class Collector {
   public:

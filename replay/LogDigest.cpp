@@ -8,16 +8,14 @@
 #include <cstdio>
 #include <string_view>
 
+#include "replay/TextCursor.h"
+
 namespace corvane::replay {
 namespace {
 
 constexpr double kNsPerSecond = 1e9;
 // Only a debug line to the library, but what a scenario's author has to know.
 constexpr std::string_view kHeadroomSwitchedOff = "set PhrMinRate fail, Quick Touch disable!";
-
-bool startsWith(std::string_view text, std::string_view prefix) {
-    return text.substr(0, prefix.size()) == prefix;
-}
 
 // The text behind the last `mark`. Layer names, which may hold anything, stand before it.
 const char* behindLast(const std::string& text, std::string_view mark) {

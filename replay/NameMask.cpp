@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <iterator>
 
+#include "replay/TextCursor.h"
+
 namespace corvane::replay {
 namespace {
 
@@ -37,10 +39,6 @@ constexpr const char* kOther = "other";
 bool isWordCharacter(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
            c == '.' || c == '$' || c == '-' || static_cast<unsigned char>(c) >= 0x80;
-}
-
-bool startsWith(std::string_view text, std::string_view start) {
-    return text.substr(0, start.size()) == start;
 }
 
 template <typename List>

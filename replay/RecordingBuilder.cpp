@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "replay/DisplayRate.h"
+#include "replay/TextCursor.h"
 #include "replay/TextTable.h"
 
 namespace corvane::replay {
@@ -53,10 +54,6 @@ constexpr const char* kNoBuffer = "left out: queues no buffer";
 constexpr int64_t kNsPerUs = 1'000;
 constexpr double kNsPerMs = 1e6;
 constexpr int64_t kNsPerSecond = 1'000'000'000;
-
-bool startsWith(std::string_view text, std::string_view prefix) {
-    return text.substr(0, prefix.size()) == prefix;
-}
 
 // The N of "NAME#N"; 0 when it is none that can serve as an id, nothing when the name has not this
 // form.

@@ -21,6 +21,10 @@ constexpr bool isBlank(char c) {
     return c == ' ' || c == '\t';
 }
 
+constexpr bool startsWith(std::string_view text, std::string_view prefix) {
+    return text.substr(0, prefix.size()) == prefix;
+}
+
 inline void skipBlanks(std::string_view& text) {
     while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
 }

@@ -91,14 +91,18 @@ TEST_F(HookTest, EveryHookFromManyThreads) {
         set("debug.vendor.perf.smart_touch.move", below(2) == 0 ? "1" : "0");
         if (below(40) == 0) aCorvaneAppInit();
     });
-    // Until everything has been under way, however slow the machine is.
+    const auto promotions = [this] { return mLog.count("Add new layer to full tracking"); };
+    const auto reports = [] { return PerfService::calls("perf_event", 4194).size(); };
+    // Until everything has been under way, on a slow machine a minute.
+    int rounds = 0;
     do {
         std::this_thread::sleep_for(milliseconds(1'200));
-    } while (mLog.count("Add new layer to full tracking") == 0 ||
-             PerfService::calls("perf_event", 4194).empty());
+    } while (++rounds < 50 && (promotions() == 0 || reports() == 0));
     running = false;
     for (std::thread& thread : threads) thread.join();
     close(fence);
+    EXPECT_GT(promotions(), 0u);
+    EXPECT_GT(reports(), 0u);
 }
 
 }  // namespace
